@@ -1,0 +1,353 @@
+#include "shared/include/vmk_errmsg.h"
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <charconv>
+#include <cstdarg>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <ctime>
+
+const MemoryOperations STANDARD_MEMORY = {std::calloc, std::malloc, std::free, std::realloc,
+                                          std::free};
+
+namespace {
+
+constexpr char MODULE[] = ".\\vmk_errmsg";
+constexpr int INITIAL_CAPACITY = 128;
+constexpr int GROWTH_STEP = 128;
+constexpr int SYSTEM_TEXT_SIZE = 8192;
+constexpr int NOTICE_LENGTH = sizeof OUT_OF_MEMORY_NOTICE - 1;
+constexpr char NO_TEXT[] = "";
+
+/// The level words, padded to the width of the longest and followed by a blank.
+constexpr const char* LEVEL_COLUMNS[] = {"ERROR ", "WARN  ", "DEBUG ", "INFO  "};
+
+ReportSite here(int line = __builtin_LINE()) { return {MODULE, line}; }
+
+/// What reports share beside the log: the place set last, the saved error code, the last message.
+struct ReportState {
+  char file[128] = "";
+  std::int32_t line = 0;
+  std::uint32_t last_error = 0;
+  const char* last_message = NO_TEXT;
+};
+
+ReportState report_state;
+
+MessagePiece empty_piece(const MemoryOperations& memory) {
+  char* text = static_cast<char*>(memory.allocate(INITIAL_CAPACITY));
+  if (text != nullptr) text[0] = '\0';
+  return {text, 0, text != nullptr ? INITIAL_CAPACITY : 0};
+}
+
+}  // namespace
+
+// ---- MessageLog -------------------------------------------------------------------------------
+
+MessageLog::MessageLog(const MemoryOperations& memory) : memory_(memory) {
+  for (MessagePiece& piece : pieces_) piece = empty_piece(memory_);
+  output_ = empty_piece(memory_);
+  reserve_ = memory_.allocate(DIAGNOSTIC_RESERVE_SIZE);
+  if (reserve_ == nullptr) assertion_report(here(), "not enough memory for diagnostics");
+}
+
+MessageLog::~MessageLog() {
+  piece_count_ = 0;
+  memory_.release(reserve_);
+  memory_.release_resized(output_.text);
+  for (const MessagePiece& piece : pieces_) memory_.release_resized(piece.text);
+}
+
+void MessageLog::begin() {
+  if (enabled_ != 0) piece_count_ = 0;
+}
+
+/// Resizes the piece's block; when memory is short, gives the reserve back once and tries again.
+bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
+  const auto size = static_cast<std::size_t>(capacity);
+  void* block = memory_.resize(piece.text, size);
+  if (block == nullptr && reserve_ != nullptr) {
+    memory_.release(reserve_);
+    reserve_ = nullptr;
+    block = memory_.resize(piece.text, size);
+  }
+  if (block == nullptr) return false;
+  piece.text = static_cast<char*>(block);
+  piece.capacity = capacity;
+  return true;
+}
+
+int MessageLog::push(const char* text) {
+  if (enabled_ == 0) return 0;
+  if (piece_count_ == MAX_MESSAGE_PIECES) return -1;
+  MessagePiece& piece = pieces_[piece_count_];
+  const auto length = static_cast<std::int32_t>(std::strlen(text));
+  if (piece.capacity <= length + 1 && !grow(piece, length + 1 + GROWTH_STEP)) return -1;
+  std::memcpy(piece.text, text, static_cast<std::size_t>(length) + 1);
+  piece.length = length;
+  ++piece_count_;
+  return 0;
+}
+
+bool MessageLog::make_room(std::int32_t need) {
+  return output_.capacity > need || grow(output_, need + GROWTH_STEP);
+}
+
+bool MessageLog::append(const MessagePiece& piece) {
+  if (!make_room(output_.length + piece.length + 2)) return false;
+  std::memcpy(output_.text + output_.length, piece.text, static_cast<std::size_t>(piece.length));
+  output_.length += piece.length;
+  if (piece.length == 0 || output_.text[output_.length - 1] != '\n') {
+    output_.text[output_.length++] = '\n';
+  }
+  output_.text[output_.length] = '\0';
+  return true;
+}
+
+bool MessageLog::append_notice() {
+  const std::int32_t end = output_.length + NOTICE_LENGTH;
+  if (output_.capacity <= end && !grow(output_, end + 1 + GROWTH_STEP)) return false;
+  std::memcpy(output_.text + output_.length, OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE);
+  output_.length = end;
+  return true;
+}
+
+const char* MessageLog::compose() {
+  owes_notice_ = false;
+  output_.length = 0;
+  if (output_.text != nullptr) output_.text[0] = '\0';
+  for (std::int32_t i = piece_count_ - 1; i >= 0; --i) {
+    const std::int32_t start = output_.length;
+    if (!append(pieces_[i])) break;
+    if (i == piece_count_ - 1) continue;
+    char* cause = output_.text + start;
+    std::fill(cause, cause + std::strcspn(cause, " \n"), ' ');
+  }
+  if (reserve_ == nullptr && !append_notice()) {
+    if (output_.length == 0) return OUT_OF_MEMORY_NOTICE;
+    owes_notice_ = true;
+  }
+  return output_.text != nullptr ? output_.text : OUT_OF_MEMORY_NOTICE;
+}
+
+// ---- Formatting -------------------------------------------------------------------------------
+
+namespace {
+
+/// The current local time as "month/day.hour:minute:second", kept for the reports of the same
+/// second. Leaves errno as it was: the log reports errno, and must not be what sets it.
+const char* time_stamp() {
+  static std::time_t stamped = -1;
+  static char text[64];
+  const std::time_t now = std::time(nullptr);
+  if (now != stamped) {
+    const int kept_errno = errno;
+    stamped = now;
+    const std::tm* local = std::localtime(&now);
+    const std::tm clock = local != nullptr ? *local : std::tm{};
+    std::snprintf(text, sizeof text, "%02d/%02d.%02d:%02d:%02d", clock.tm_mon + 1, clock.tm_mday,
+                  clock.tm_hour, clock.tm_min, clock.tm_sec);
+    errno = kept_errno;
+  }
+  return text;
+}
+
+/// A report under construction: header first, then the caller's text, cut at the buffer's end.
+struct ReportBuffer {
+  char text[REPORT_BUFFER_SIZE];
+  std::size_t length = 0;
+
+  [[gnu::format(printf, 2, 0)]] void append(const char* format, std::va_list arguments) {
+    const int added = std::vsnprintf(text + length, sizeof text - length, format, arguments);
+    if (added < 0) text[length] = '\0';
+    length = std::min(length + static_cast<std::size_t>(std::max(added, 0)), sizeof text - 1);
+  }
+
+  [[gnu::format(printf, 2, 3)]] void append(const char* format, ...) {
+    std::va_list arguments;
+    va_start(arguments, format);
+    append(format, arguments);
+    va_end(arguments);
+  }
+
+  void append_text(const char* added) {
+    const std::size_t size = std::strlen(added);
+    std::memcpy(text + length, added, size);
+    length += size;
+  }
+
+  /// "LEVEL TIME FILE:LINE - ", the level word in five columns; INFO names no place. Put together
+  /// by hand: every report passes here.
+  void append_header(Level level) {
+    append_text(LEVEL_COLUMNS[level]);
+    append_text(time_stamp());
+    if (level != LEVEL_INFO) {
+      append_text(" ");
+      append_text(report_state.file);
+      append_text(":");
+      length = static_cast<std::size_t>(
+          std::to_chars(text + length, text + sizeof text, report_state.line).ptr - text);
+    }
+    append_text(" - ");
+  }
+};
+
+[[gnu::format(printf, 2, 0)]] void hold_report(Level level, const char* format,
+                                               std::va_list arguments) {
+  ReportBuffer report;
+  report.append_header(level);
+  report.append(format, arguments);
+  message_log.push(report.text);
+}
+
+/// The reason that errmsg_error_system gives, in a buffer of SYSTEM_TEXT_SIZE characters.
+void system_reason(char* buffer) {
+  if (errno != 0) {
+    std::snprintf(buffer, SYSTEM_TEXT_SIZE, "%s", std::strerror(errno));
+    return;
+  }
+  buffer[0] = '\0';
+  const DWORD length = FormatMessageA(
+      FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, report_state.last_error,
+      MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), buffer, SYSTEM_TEXT_SIZE, nullptr);
+  if (length == 0) {
+    std::snprintf(buffer, SYSTEM_TEXT_SIZE, "GetLastError %d",
+                  static_cast<int>(report_state.last_error));
+  } else if (length >= 2 && buffer[length - 2] == '\r') {
+    buffer[length - 2] = '\0';
+  }
+}
+
+}  // namespace
+
+// ---- Operations -------------------------------------------------------------------------------
+
+void errmsg_begin() { message_log.begin(); }
+
+void errmsg_set_location(const char* path, std::int32_t line) {
+  const char* backslash = std::strrchr(path, '\\');
+  std::snprintf(report_state.file, sizeof report_state.file, "%s",
+                backslash != nullptr ? backslash + 1 : path);
+  report_state.line = line;
+}
+
+void errmsg_error(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(LEVEL_ERROR, format, arguments);
+  va_end(arguments);
+}
+
+void errmsg_warn(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(LEVEL_WARN, format, arguments);
+  va_end(arguments);
+}
+
+void errmsg_debug(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(LEVEL_DEBUG, format, arguments);
+  va_end(arguments);
+}
+
+void errmsg_info(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(LEVEL_INFO, format, arguments);
+  va_end(arguments);
+}
+
+std::uint32_t errmsg_save_last_error() {
+  report_state.last_error = GetLastError();
+  return report_state.last_error;
+}
+
+void errmsg_error_system(const char* text) {
+  char reason[SYSTEM_TEXT_SIZE];
+  system_reason(reason);
+  errmsg_error("%s: %s", text, reason);
+}
+
+void errmsg_flush() {
+  if (!errmsg_enabled()) return;
+  const int kept_errno = errno;
+  report_state.last_message = message_log.compose();
+  // Standard error is unbuffered: one call, one write.
+  std::fputs(report_state.last_message, stderr);
+  if (message_log.owes_notice()) std::fputs(OUT_OF_MEMORY_NOTICE, stderr);
+  std::fflush(stderr);
+  errno = kept_errno;
+}
+
+bool errmsg_enabled() { return message_log.enabled(); }
+
+int errmsg_push(const char* text) { return message_log.push(text); }
+
+const char* errmsg_compose() { return message_log.compose(); }
+
+void errmsg_suspend() { message_log.suspend(); }
+
+void errmsg_resume() { message_log.resume(); }
+
+const char* errmsg_last_message() { return report_state.last_message; }
+
+void errmsg_push_format(const char* format, ...) {
+  ReportBuffer report;
+  std::va_list arguments;
+  va_start(arguments, format);
+  report.append(format, arguments);
+  va_end(arguments);
+  errmsg_push(report.text);
+}
+
+void errmsg_push_errno() { errmsg_push(std::strerror(errno)); }
+
+// ---- Reports with their place -----------------------------------------------------------------
+
+void report(ReportKind kind, ReportSite site, const char* format, ...) {
+  if (!errmsg_enabled()) return;
+  if (kind.begins) errmsg_begin();
+  errmsg_set_location(site.module, site.line);
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(kind.level, format, arguments);
+  va_end(arguments);
+  if (kind.flushes) errmsg_flush();
+}
+
+void write_info(const char* format, ...) {
+  if (!errmsg_enabled()) return;
+  errmsg_begin();
+  std::va_list arguments;
+  va_start(arguments, format);
+  hold_report(LEVEL_INFO, format, arguments);
+  va_end(arguments);
+  errmsg_flush();
+  errmsg_begin();
+}
+
+// ---- Assertion reports ------------------------------------------------------------------------
+
+void write_assertion_text(ReportSite site, const char* reason) {
+  std::printf("ERROR %s:%u: assertion failed - ", site.module, static_cast<unsigned>(site.line));
+  std::printf("%s", reason);
+  std::printf("\n");
+  std::fflush(stdout);
+}
+
+void assertion_report(ReportSite site, const char* format, ...) {
+  char reason[REPORT_BUFFER_SIZE];
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(reason, sizeof reason, format, arguments);
+  va_end(arguments);
+  write_assertion_text(site, reason);
+  // The status of the Windows runtime's abort, without the text that some runtimes add to it.
+  std::_Exit(3);
+}
