@@ -1,0 +1,39 @@
+// Per-module debug records. A debug site asks its module's record, with its own source line, before
+// it reports; the record answers from the debug table installed for the process, "off" without one.
+#pragma once
+
+#include <cstdint>
+
+/// The question that an installed table answers: are the debug sites of this module at this line
+/// on?
+using DebugQuestion = bool (*)(const char* module, std::int32_t line);
+
+/// Installs the table that answers for every module from now on; null takes it away.
+void install_debug_table(DebugQuestion question);
+
+/// The record of one source module. Owns a copy of the module's name.
+class DebugModule {
+ public:
+  /// `source_path`: the module's own path; the part after its last backslash is its name.
+  /// Without memory for the name the process ends with an assertion report.
+  explicit DebugModule(const char* source_path);
+  ~DebugModule();
+  DebugModule(const DebugModule&) = delete;
+  DebugModule& operator=(const DebugModule&) = delete;
+
+  [[nodiscard]] bool is_enabled(std::int32_t line) const;
+  [[nodiscard]] const char* name() const { return name_; }
+
+ private:
+  char* name_;
+};
+
+// One record per module that may report at level DEBUG; static_state.cpp constructs them in order.
+extern DebugModule kadrix_debug;
+extern DebugModule searchpath_debug;
+extern DebugModule shared_utils_debug;
+extern DebugModule system_debug;
+extern DebugModule adapter_debug;
+extern DebugModule utils_debug;
+extern DebugModule address_debug;
+extern DebugModule brenlocfg_debug;
