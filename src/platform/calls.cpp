@@ -1,0 +1,51 @@
+#include "platform/calls.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+struct CallRow {
+  std::string_view name;
+  std::string_view library;
+};
+
+/// In the order of the enumeration.
+constexpr CallRow CALLS[] = {
+    {"AddIPAddress", "iphlpapi"},
+    {"DeleteIPAddress", "iphlpapi"},
+    {"DhcpNotifyConfigChange", "dhcpcsvc"},
+    {"FormatMessageA", ""},
+    {"FreeLibrary", ""},
+    {"GetAdaptersInfo", "iphlpapi"},
+    {"GetIfEntry", "iphlpapi"},
+    {"GetIfTable", "iphlpapi"},
+    {"GetIpAddrTable", "iphlpapi"},
+    {"GetLastError", ""},
+    {"GetProcAddress", ""},
+    {"GetVersionExA", ""},
+    {"GlobalMemoryStatus", ""},
+    {"LoadLibraryA", ""},
+    {"MultiByteToWideChar", ""},
+    {"RegCloseKey", ""},
+    {"RegCreateKeyExA", ""},
+    {"RegOpenKeyExA", ""},
+    {"RegQueryValueExA", ""},
+    {"RegSetValueExA", ""},
+    {"SetIfEntry", "iphlpapi"},
+    {"Sleep", ""},
+};
+static_assert(std::size(CALLS) == static_cast<std::size_t>(Call::SLEEP) + 1);
+
+}  // namespace
+
+std::string_view call_name(Call call) { return CALLS[static_cast<std::size_t>(call)].name; }
+
+std::string_view library_of(Call call) { return CALLS[static_cast<std::size_t>(call)].library; }
+
+std::optional<Call> find_call(std::string_view name) {
+  const auto* found = std::find_if(std::begin(CALLS), std::end(CALLS),
+                                   [=](const CallRow& row) { return row.name == name; });
+  if (found == std::end(CALLS)) return std::nullopt;
+  return static_cast<Call>(found - std::begin(CALLS));
+}

@@ -1,0 +1,45 @@
+// The functions that the layer offers, by name: a host description scripts faults by them.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string_view>
+
+#include <windows.h>
+
+enum class Call : std::uint8_t {
+  ADD_IP_ADDRESS,
+  DELETE_IP_ADDRESS,
+  DHCP_NOTIFY_CONFIG_CHANGE,
+  FORMAT_MESSAGE,
+  FREE_LIBRARY,
+  GET_ADAPTERS_INFO,
+  GET_IF_ENTRY,
+  GET_IF_TABLE,
+  GET_IP_ADDR_TABLE,
+  GET_LAST_ERROR,
+  GET_PROC_ADDRESS,
+  GET_VERSION_EX,
+  GLOBAL_MEMORY_STATUS,
+  LOAD_LIBRARY,
+  MULTI_BYTE_TO_WIDE_CHAR,
+  REG_CLOSE_KEY,
+  REG_CREATE_KEY_EX,
+  REG_OPEN_KEY_EX,
+  REG_QUERY_VALUE_EX,
+  REG_SET_VALUE_EX,
+  SET_IF_ENTRY,
+  SLEEP,
+};
+
+/// The platform's name of a call, and the call of a name.
+[[nodiscard]] std::string_view call_name(Call call);
+[[nodiscard]] std::optional<Call> find_call(std::string_view name);
+
+/// The run-time library that a function is found in, in lower case; empty for the functions that
+/// every program is linked with.
+[[nodiscard]] std::string_view library_of(Call call);
+
+/// Asks the current host's script about a call that is being made. Returns the code with which it
+/// is to fail, or nothing; a scripted access violation is raised here.
+[[nodiscard]] std::optional<DWORD> scripted_failure(Call call);

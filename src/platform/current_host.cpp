@@ -1,0 +1,50 @@
+// The host behind the layer, and its choice by the environment.
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+
+#include "platform/errno_keeper.h"
+#include "platform/host.h"
+#include "platform/host_description.h"
+#include "platform/simulated_host.h"
+
+namespace {
+
+/// Never destroyed: exit handlers may still ask the host, and the process ends anyway.
+std::unique_ptr<Host>& installed() {
+  static auto& host = *new std::unique_ptr<Host>;
+  return host;
+}
+
+std::unique_ptr<Host> chosen_host() {
+  const ErrnoKeeper keeper;
+  const char* choice = std::getenv("ZARVO_HOST");
+  try {
+    return std::make_unique<SimulatedHost>(choice == nullptr ? default_description()
+                                                             : read_description(choice));
+  } catch (const DescriptionError& error) {
+    std::fprintf(stderr, "%s\n", error.what());
+    std::_Exit(2);
+  }
+}
+
+}  // namespace
+
+Host& current_host() {
+  std::unique_ptr<Host>& host = installed();
+  if (host == nullptr) host = chosen_host();
+  return *host;
+}
+
+std::unique_ptr<Host> install_host(std::unique_ptr<Host> host) {
+  std::swap(installed(), host);
+  return host;
+}
+
+std::optional<DWORD> scripted_failure(Call call) {
+  const std::optional<ScriptedFault> fault = current_host().next_fault(call);
+  if (!fault) return std::nullopt;
+  if (fault->raise) std::raise(SIGSEGV);
+  return fault->code;
+}

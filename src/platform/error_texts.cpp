@@ -1,0 +1,136 @@
+#include "platform/error_texts.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace {
+
+struct ErrorText {
+  DWORD code;
+  const char* text;
+};
+
+/// In ascending order.
+constexpr ErrorText ERROR_TEXTS[] = {
+    {0, "The operation completed successfully."},
+    {1, "Incorrect function."},
+    {2, "The system cannot find the file specified."},
+    {3, "The system cannot find the path specified."},
+    {4, "The system cannot open the file."},
+    {5, "Access is denied."},
+    {6, "The handle is invalid."},
+    {7, "The storage control blocks were destroyed."},
+    {8, "Not enough storage is available to process this command."},
+    {9, "The storage control block address is invalid."},
+    {10, "The environment is incorrect."},
+    {11, "An attempt was made to load a program with an incorrect format."},
+    {12, "The access code is invalid."},
+    {13, "The data is invalid."},
+    {14, "Not enough storage is available to complete this operation."},
+    {15, "The system cannot find the drive specified."},
+    {18, "There are no more files."},
+    {19, "The media is write protected."},
+    {20, "The system cannot find the device specified."},
+    {21, "The device is not ready."},
+    {22, "The device does not recognize the command."},
+    {29, "The system cannot write to the specified device."},
+    {30, "The system cannot read from the specified device."},
+    {31, "A device attached to the system is not functioning."},
+    {32, "The process cannot access the file because it is being used by another process."},
+    {38, "Reached the end of the file."},
+    {39, "The disk is full."},
+    {50, "The request is not supported."},
+    {53, "The network path was not found."},
+    {54, "The network is busy."},
+    {55, "The specified network resource or device is no longer available."},
+    {59, "An unexpected network error occurred."},
+    {64, "The specified network name is no longer available."},
+    {65, "Network access is denied."},
+    {67, "The network name cannot be found."},
+    {80, "The file exists."},
+    {84, "Storage to process this request is not available."},
+    {87, "The parameter is incorrect."},
+    {88, "A write fault occurred on the network."},
+    {89, "The system cannot start another process at this time."},
+    {109, "The pipe has been ended."},
+    {110, "The system cannot open the device or file specified."},
+    {111, "The file name is too long."},
+    {112, "There is not enough space on the disk."},
+    {120, "This function is not supported on this system."},
+    {121, "The semaphore timeout period has expired."},
+    {122, "The data area passed to a system call is too small."},
+    {123, "The filename, directory name, or volume label syntax is incorrect."},
+    {126, "The specified module could not be found."},
+    {127, "The specified procedure could not be found."},
+    {145, "The directory is not empty."},
+    {161, "The specified path is invalid."},
+    {170, "The requested resource is in use."},
+    {183, "Cannot create a file when that file already exists."},
+    {203, "The system could not find the environment option that was entered."},
+    {206, "The filename or extension is too long."},
+    {230, "The pipe state is invalid."},
+    {231, "All pipe instances are busy."},
+    {232, "The pipe is being closed."},
+    {233, "No process is on the other end of the pipe."},
+    {234, "More data is available."},
+    {258, "The wait operation timed out."},
+    {259, "No more data is available."},
+    {267, "The directory name is invalid."},
+    {487, "Attempt to access invalid address."},
+    {995,
+     "The I/O operation has been aborted because of either a thread exit or an application "
+     "request."},
+    {997, "Overlapped I/O operation is in progress."},
+    {998, "Invalid access to memory location."},
+    {1004, "Invalid flags."},
+    {1009, "The configuration registry database is corrupt."},
+    {1010, "The configuration registry key is invalid."},
+    {1011, "The configuration registry key could not be opened."},
+    {1012, "The configuration registry key could not be read."},
+    {1013, "The configuration registry key could not be written."},
+    {1018, "Illegal operation attempted on a registry key that has been marked for deletion."},
+    {1053, "The service did not respond to the start or control request in a timely fashion."},
+    {1060, "The specified service does not exist as an installed service."},
+    {1062, "The service has not been started."},
+    {1114, "A dynamic link library (DLL) initialization routine failed."},
+    {1117, "The request could not be performed because of an I/O device error."},
+    {1130, "Not enough server storage is available to process this command."},
+    {1150, "The specified program requires a newer version of Windows."},
+    {1168, "Element not found."},
+    {1200, "The specified device name is invalid."},
+    {1222, "The network is not present or not started."},
+    {1223, "The operation was canceled by the user."},
+    {1227, "The network transport endpoint already has an address associated with it."},
+    {1228, "An address has not yet been associated with the network endpoint."},
+    {1229, "An operation was attempted on a nonexistent network connection."},
+    {1231,
+     "The network location cannot be reached. For information about network "
+     "troubleshooting, see Windows Help."},
+    {1237, "The operation could not be completed. A retry should be performed."},
+    {1314, "A required privilege is not held by the client."},
+    {1359, "An internal error occurred."},
+    {1450, "Insufficient system resources exist to complete the requested service."},
+    {1455, "The paging file is too small for this operation to complete."},
+    {1460, "This operation returned because the timeout period expired."},
+    {1722, "The RPC server is unavailable."},
+    {1726, "The remote procedure call failed."},
+    {1739,
+     "No network address is available to use to construct a universal unique identifier "
+     "(UUID)."},
+    {1784, "The supplied user buffer is not valid for the requested operation."},
+    {5010, "The object already exists."},
+    {10049, "The requested address is not valid in its context."},
+    {10050, "A socket operation encountered a dead network."},
+    {11001, "No such host is known."},
+};
+
+constexpr bool by_code(const ErrorText& a, const ErrorText& b) { return a.code < b.code; }
+static_assert(std::is_sorted(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS), by_code));
+
+}  // namespace
+
+const char* error_text(DWORD code) {
+  const auto* found = std::lower_bound(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS),
+                                       ErrorText{code, nullptr}, by_code);
+  return found != std::end(ERROR_TEXTS) && found->code == code ? found->text : nullptr;
+}

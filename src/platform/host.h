@@ -1,0 +1,109 @@
+// What the layer asks of a machine. The answers are in the platform's terms: rows, contexts, codes
+// (0 for success). Spans and pointers stand until the host is next asked to change something.
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <windows.h>
+
+#include <iphlpapi.h>
+
+#include "platform/calls.h"
+
+struct HostVersion {
+  DWORD platform_id = VER_PLATFORM_WIN32_NT;
+  DWORD major = 5;
+  DWORD minor = 1;
+  std::string service_pack;
+};
+
+struct HostAdapter {
+  std::string name;
+  std::vector<std::string> gateways;
+  MIB_IFROW row;
+};
+
+/// Address and mask in network byte order, and as dotted texts.
+struct HostAddress {
+  DWORD address;
+  DWORD mask;
+  DWORD interface_index;
+  DWORD context;
+  char address_text[16];
+  char mask_text[16];
+};
+
+struct RegistryValue {
+  DWORD type = REG_NONE;
+  std::string data;  ///< the bytes, with whatever NULs the type calls for
+
+  bool operator==(const RegistryValue&) const = default;
+};
+
+struct ScriptedFault {
+  DWORD code = 0;
+  bool raise = false;  ///< an access violation instead of a result
+};
+
+/// A machine that can be looked at.
+class HostView {
+ public:
+  virtual ~HostView() = default;
+
+  [[nodiscard]] virtual const HostVersion& version() const = 0;
+
+  /// Whether a library, named in lower case without its extension, is there, and a function in it.
+  [[nodiscard]] virtual bool has_library(std::string_view library) const = 0;
+  [[nodiscard]] virtual bool has_function(std::string_view library,
+                                          std::string_view function) const = 0;
+
+  /// The adapters, in the host's own order.
+  [[nodiscard]] virtual DWORD read_adapters(std::span<const HostAdapter>& adapters) = 0;
+
+  /// The addresses of all adapters, in ascending order.
+  [[nodiscard]] virtual DWORD read_addresses(std::span<const HostAddress>& addresses) = 0;
+
+  /// Registry paths are relative to HKEY_LOCAL_MACHINE; their names ignore case.
+  [[nodiscard]] virtual bool has_key(std::string_view path) const = 0;
+  [[nodiscard]] virtual const RegistryValue* find_value(std::string_view path,
+                                                        std::string_view name) const = 0;
+};
+
+/// A machine that can be changed too.
+class Host : public HostView {
+ public:
+  /// Adds an address (network byte order) to an interface and gives its context.
+  [[nodiscard]] virtual DWORD add_address(DWORD address, DWORD mask, DWORD interface_index,
+                                          DWORD& context) = 0;
+  [[nodiscard]] virtual DWORD delete_address(DWORD context) = 0;
+
+  /// Sets the administrative status of an interface.
+  [[nodiscard]] virtual DWORD set_admin_status(DWORD interface_index, DWORD status) = 0;
+
+  /// The DHCP client service: puts an address at a position of an adapter's registry lists and into
+  /// force; 0.0.0.0 takes the one there away.
+  [[nodiscard]] virtual DWORD change_listed_address(std::string_view adapter, DWORD position,
+                                                    DWORD address, DWORD mask) = 0;
+
+  [[nodiscard]] virtual DWORD create_key(std::string_view path) = 0;
+  [[nodiscard]] virtual DWORD set_value(std::string_view path, std::string_view name,
+                                        RegistryValue value) = 0;
+
+  virtual void sleep(DWORD milliseconds) = 0;
+
+  /// What the host's script has for a call that is being made.
+  [[nodiscard]] virtual std::optional<ScriptedFault> next_fault(Call call) = 0;
+};
+
+/// The host behind the layer: the one installed, or on first use the one that the environment
+/// variable ZARVO_HOST names. A description that cannot be used ends the process with one line on
+/// standard error and status 2.
+[[nodiscard]] Host& current_host();
+
+/// Puts a host behind the layer and gives back the one before, if any.
+std::unique_ptr<Host> install_host(std::unique_ptr<Host> host);

@@ -1,0 +1,165 @@
+// Stands in for kernel32: errors, libraries, version, memory, time, texts.
+
+#include <windows.h>
+
+#include <algorithm>
+#include <cctype>
+#include <cstdio>
+#include <cstring>
+#include <string>
+
+#include "platform/calls.h"
+#include "platform/errno_keeper.h"
+#include "platform/error_texts.h"
+#include "platform/host.h"
+#include "platform/library_functions.h"
+
+namespace {
+
+DWORD last_error = NO_ERROR;
+
+/// A loaded library; HMODULE points to it.
+struct Library {
+  const char* name;
+};
+
+Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}};
+
+/// The name in lower case without ".dll", as hosts know libraries.
+std::string plain_library_name(std::string_view name) {
+  std::string plain(name);
+  std::transform(plain.begin(), plain.end(), plain.begin(),
+                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  if (plain.ends_with(".dll")) plain.resize(plain.size() - 4);
+  return plain;
+}
+
+}  // namespace
+
+DWORD WINAPI GetLastError() {
+  if (const auto code = scripted_failure(Call::GET_LAST_ERROR)) return *code;
+  return last_error;
+}
+
+void WINAPI SetLastError(DWORD code) { last_error = code; }
+
+DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
+                            DWORD /*language_id*/, LPSTR buffer, DWORD size, void* /*arguments*/) {
+  if (const auto code = scripted_failure(Call::FORMAT_MESSAGE)) {
+    SetLastError(*code);
+    return 0;
+  }
+  const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
+  if (text == nullptr) {
+    SetLastError(ERROR_MR_MID_NOT_FOUND);
+    return 0;
+  }
+  const std::size_t length = std::strlen(text);
+  if (length + 3 > size) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return 0;
+  }
+  std::memcpy(buffer, text, length);
+  std::memcpy(buffer + length, "\r\n", 3);
+  return static_cast<DWORD>(length + 2);
+}
+
+HMODULE WINAPI LoadLibraryA(LPCSTR name) {
+  if (const auto code = scripted_failure(Call::LOAD_LIBRARY)) {
+    SetLastError(*code);
+    return nullptr;
+  }
+  const std::string plain = plain_library_name(name);
+  if (current_host().has_library(plain)) {
+    for (Library& library : libraries) {
+      if (plain == library.name) return reinterpret_cast<HMODULE>(&library);
+    }
+  }
+  SetLastError(ERROR_MOD_NOT_FOUND);
+  return nullptr;
+}
+
+FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {
+  if (const auto code = scripted_failure(Call::GET_PROC_ADDRESS)) {
+    SetLastError(*code);
+    return nullptr;
+  }
+  const char* library_name = reinterpret_cast<const Library*>(library)->name;
+  if (current_host().has_function(library_name, name)) {
+    if (const FARPROC function = library_function(library_name, name)) return function;
+  }
+  SetLastError(ERROR_PROC_NOT_FOUND);
+  return nullptr;
+}
+
+BOOL WINAPI FreeLibrary(HMODULE /*library*/) {
+  if (const auto code = scripted_failure(Call::FREE_LIBRARY)) {
+    SetLastError(*code);
+    return FALSE;
+  }
+  return TRUE;
+}
+
+BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
+  if (const auto code = scripted_failure(Call::GET_VERSION_EX)) {
+    SetLastError(*code);
+    return FALSE;
+  }
+  if (information->dwOSVersionInfoSize != sizeof *information) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return FALSE;
+  }
+  const HostVersion& version = current_host().version();
+  information->dwPlatformId = version.platform_id;
+  information->dwMajorVersion = version.major;
+  information->dwMinorVersion = version.minor;
+  std::snprintf(information->szCSDVersion, sizeof information->szCSDVersion, "%s",
+                version.service_pack.c_str());
+  return TRUE;
+}
+
+void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status) {
+  *status = {};
+  status->dwLength = sizeof *status;
+  if (scripted_failure(Call::GLOBAL_MEMORY_STATUS)) return;
+  const ErrnoKeeper keeper;
+  std::FILE* file = std::fopen("/proc/meminfo", "r");
+  if (file == nullptr) return;
+  char line[128];
+  while (std::fgets(line, sizeof line, file) != nullptr) {
+    unsigned long kilobytes = 0;
+    if (std::sscanf(line, "MemTotal: %lu", &kilobytes) == 1) {
+      status->dwTotalPhys = SIZE_T{kilobytes} * 1024;
+    } else if (std::sscanf(line, "MemAvailable: %lu", &kilobytes) == 1) {
+      status->dwAvailPhys = SIZE_T{kilobytes} * 1024;
+    } else if (std::sscanf(line, "SwapTotal: %lu", &kilobytes) == 1) {
+      status->dwTotalPageFile = SIZE_T{kilobytes} * 1024;
+    } else if (std::sscanf(line, "SwapFree: %lu", &kilobytes) == 1) {
+      status->dwAvailPageFile = SIZE_T{kilobytes} * 1024;
+    }
+  }
+  std::fclose(file);
+}
+
+void WINAPI Sleep(DWORD milliseconds) {
+  const ErrnoKeeper keeper;
+  if (!scripted_failure(Call::SLEEP)) current_host().sleep(milliseconds);
+}
+
+/// The hosts' code page is Latin-1: each byte is the character of its own number.
+int WINAPI MultiByteToWideChar(UINT /*code_page*/, DWORD /*flags*/, LPCSTR text, int length,
+                               LPWSTR wide, int wide_size) {
+  if (const auto code = scripted_failure(Call::MULTI_BYTE_TO_WIDE_CHAR)) {
+    SetLastError(*code);
+    return 0;
+  }
+  const std::size_t count = length < 0 ? std::strlen(text) + 1 : static_cast<std::size_t>(length);
+  if (wide_size == 0) return static_cast<int>(count);
+  if (count > static_cast<std::size_t>(wide_size)) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return 0;
+  }
+  std::transform(text, text + count, wide,
+                 [](char c) { return static_cast<WCHAR>(static_cast<unsigned char>(c)); });
+  return static_cast<int>(count);
+}

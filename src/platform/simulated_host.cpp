@@ -1,0 +1,310 @@
+#include "platform/simulated_host.h"
+
+#include <arpa/inet.h>
+
+#include <algorithm>
+#include <bit>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <thread>
+
+namespace {
+
+constexpr std::string_view INTERFACES_KEY =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+constexpr std::string_view LINKAGE_KEY = "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage";
+constexpr std::string_view NETWORK_KEY =
+    "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\";
+constexpr std::string_view NET_TRANS_KEY =
+    "System\\CurrentControlSet\\Services\\Class\\NetTrans\\0001";
+constexpr char BLANK[] = "0.0.0.0";
+constexpr DWORD STATUS_UP = 1;
+
+/// Writes the dotted text of a value in network byte order.
+void write_dotted(char (&text)[16], DWORD value) {
+  BYTE bytes[4];
+  std::memcpy(bytes, &value, sizeof bytes);
+  char* at = text;
+  for (const BYTE byte : bytes) {
+    if (byte >= 100) *at++ = static_cast<char>('0' + byte / 100);
+    if (byte >= 10) *at++ = static_cast<char>('0' + byte / 10 % 10);
+    *at++ = static_cast<char>('0' + byte % 10);
+    *at++ = '.';
+  }
+  at[-1] = '\0';
+}
+
+std::string dotted(DWORD value) {
+  char text[16];
+  write_dotted(text, value);
+  return text;
+}
+
+/// Whether a host may have the address: not of this network (0), loopback, multicast or beyond.
+bool is_host_address(DWORD address) {
+  const std::uint32_t first = ntohl(address) >> 24;
+  return first != 0 && first != 127 && first < 224;
+}
+
+bool is_mask(DWORD mask) {
+  const std::uint32_t bits = ntohl(mask);
+  return std::countl_one(bits) == std::popcount(bits);
+}
+
+MIB_IFROW interface_row(const AdapterDescription& adapter) {
+  MIB_IFROW row = {};
+  row.dwIndex = adapter.index;
+  row.dwType = adapter.type;
+  row.dwMtu = 1500;
+  row.dwSpeed = 100'000'000;
+  row.dwPhysAddrLen = static_cast<DWORD>(adapter.hardware_address.size());
+  std::copy(adapter.hardware_address.begin(), adapter.hardware_address.end(), row.bPhysAddr);
+  row.dwAdminStatus = STATUS_UP;
+  row.dwOperStatus = STATUS_UP;
+  const std::size_t length = std::min(adapter.description.size(), sizeof row.bDescr);
+  row.dwDescrLen = static_cast<DWORD>(length);
+  std::memcpy(row.bDescr, adapter.description.data(), length);
+  return row;
+}
+
+/// Replaces the string at a position of a REG_MULTI_SZ value's data and gives the one that stood
+/// there; nothing when the list is shorter.
+std::optional<std::string> replace_string(std::string& data, DWORD position,
+                                          const std::string& text) {
+  std::size_t at = 0;
+  for (; at < data.size() && data[at] != '\0'; --position) {
+    const std::size_t end = std::min(data.find('\0', at), data.size());
+    if (position == 0) {
+      std::string before = data.substr(at, end - at);
+      data.replace(at, end - at, text);
+      return before;
+    }
+    at = end + 1;
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+// ---- Laying out -------------------------------------------------------------------------------
+
+SimulatedHost::SimulatedHost(const HostDescription& description)
+    : version_(description.version), sleeps_(description.sleep), libraries_(description.libraries) {
+  adapters_.reserve(description.adapters.size());
+  for (const AdapterDescription& adapter : description.adapters) describe_adapter(adapter);
+  describe_registry(description);
+  for (const FaultDescription& fault : description.faults) {
+    scripts_.emplace(static_cast<int>(fault.call), Script{fault.fault, fault.skip, fault.times});
+  }
+}
+
+void SimulatedHost::describe_adapter(const AdapterDescription& adapter) {
+  adapters_.push_back({adapter.name, adapter.gateways, interface_row(adapter)});
+  StringListValue addresses;
+  StringListValue masks;
+  for (const AddressDescription& address : adapter.addresses) {
+    insert_address(address.address, address.mask, adapter.index);
+    addresses.add(dotted(address.address));
+    masks.add(dotted(address.mask));
+  }
+  for (DWORD i = 0; i < adapter.blank_slots; ++i) {
+    addresses.add(BLANK);
+    masks.add(BLANK);
+  }
+
+  const std::string key = std::string(INTERFACES_KEY) + adapter.name;
+  registry_.set_value(key, "IPAddress", addresses.take());
+  registry_.set_value(key, "SubnetMask", masks.take());
+  registry_.set_value(key, "DefaultGateway", list_value(adapter.gateways));
+  if (adapter.connection) {
+    registry_.set_text(std::string(NETWORK_KEY) + adapter.name + "\\Connection", "Name",
+                       *adapter.connection);
+  }
+}
+
+void SimulatedHost::describe_registry(const HostDescription& description) {
+  if (version_.platform_id == VER_PLATFORM_WIN32_WINDOWS) {
+    const auto addressed =
+        std::find_if(description.adapters.begin(), description.adapters.end(),
+                     [](const AdapterDescription& it) { return !it.addresses.empty(); });
+    if (addressed != description.adapters.end()) {
+      registry_.set_text(NET_TRANS_KEY, "IpAddress", dotted(addressed->addresses.front().address));
+    }
+  } else {
+    StringListValue bindings;
+    for (const AdapterDescription& adapter : description.adapters) {
+      if (adapter.bound) bindings.add("\\Device\\" + adapter.name);
+    }
+    registry_.set_value(LINKAGE_KEY, "Bind", bindings.take());
+  }
+  for (const std::string& key : description.registry_keys) registry_.create_key(key);
+  for (const RegistryDescription& value : description.registry) {
+    if (value.value) {
+      registry_.set_value(value.path, value.name, *value.value);
+    } else {
+      registry_.erase_value(value.path, value.name);
+    }
+  }
+}
+
+// ---- Looking ----------------------------------------------------------------------------------
+
+bool SimulatedHost::has_library(std::string_view library) const {
+  return std::none_of(libraries_.begin(), libraries_.end(), [=](const auto& described) {
+    return described.name == library && !described.present;
+  });
+}
+
+bool SimulatedHost::has_function(std::string_view library, std::string_view function) const {
+  for (const auto& described : libraries_) {
+    if (described.name != library || !described.functions) continue;
+    return std::find(described.functions->begin(), described.functions->end(), function) !=
+           described.functions->end();
+  }
+  return true;
+}
+
+DWORD SimulatedHost::read_adapters(std::span<const HostAdapter>& adapters) {
+  adapters = adapters_;
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::read_addresses(std::span<const HostAddress>& addresses) {
+  if (snapshot_is_stale_) {
+    snapshot_.clear();
+    snapshot_.reserve(addresses_.size());
+    for (const auto& [key, address] : addresses_) snapshot_.push_back(address);
+    snapshot_is_stale_ = false;
+  }
+  addresses = snapshot_;
+  return NO_ERROR;
+}
+
+bool SimulatedHost::has_key(std::string_view path) const { return registry_.has_key(path); }
+
+const RegistryValue* SimulatedHost::find_value(std::string_view path, std::string_view name) const {
+  return registry_.find_value(path, name);
+}
+
+HostAdapter* SimulatedHost::find_adapter(DWORD interface_index) {
+  const auto found = std::find_if(adapters_.begin(), adapters_.end(), [=](const auto& adapter) {
+    return adapter.row.dwIndex == interface_index;
+  });
+  return found != adapters_.end() ? &*found : nullptr;
+}
+
+// ---- Changing ---------------------------------------------------------------------------------
+
+void SimulatedHost::note(const std::string& line) { diary_.push_back(line); }
+
+DWORD SimulatedHost::insert_address(DWORD address, DWORD mask, DWORD interface_index) {
+  HostAddress entry = {address, mask, interface_index, next_context_++, {}, {}};
+  write_dotted(entry.address_text, address);
+  write_dotted(entry.mask_text, mask);
+  by_context_[entry.context] = addresses_.emplace(ntohl(address), entry);
+  snapshot_is_stale_ = true;
+  return entry.context;
+}
+
+void SimulatedHost::erase_address(Addresses::iterator address) {
+  by_context_.erase(address->second.context);
+  addresses_.erase(address);
+  snapshot_is_stale_ = true;
+}
+
+DWORD SimulatedHost::add_address(DWORD address, DWORD mask, DWORD interface_index, DWORD& context) {
+  if (keeps_diary_) {
+    note("add " + dotted(address) + "/" + dotted(mask) + " to " + std::to_string(interface_index));
+  }
+  if (find_adapter(interface_index) == nullptr) return ERROR_DEV_NOT_EXIST;
+  if (!is_host_address(address) || !is_mask(mask)) return ERROR_INVALID_PARAMETER;
+  if (addresses_.contains(ntohl(address))) return ERROR_OBJECT_ALREADY_EXISTS;
+  context = insert_address(address, mask, interface_index);
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::delete_address(DWORD context) {
+  const auto found = by_context_.find(context);
+  if (found == by_context_.end()) {
+    if (keeps_diary_) note("delete unknown");
+    return ERROR_NOT_FOUND;
+  }
+  if (keeps_diary_) note("delete " + dotted(found->second->second.address));
+  erase_address(found->second);
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::set_admin_status(DWORD interface_index, DWORD status) {
+  if (keeps_diary_) note("status " + std::to_string(status));
+  HostAdapter* adapter = find_adapter(interface_index);
+  if (adapter == nullptr) return ERROR_INVALID_DATA;
+  adapter->row.dwAdminStatus = status;
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD position, DWORD address,
+                                           DWORD mask) {
+  if (keeps_diary_) {
+    note("slot " + std::to_string(position) + " of " + std::string(adapter) + " = " +
+         dotted(address) + "/" + dotted(mask));
+  }
+  const auto described = std::find_if(adapters_.begin(), adapters_.end(),
+                                      [=](const auto& it) { return it.name == adapter; });
+  if (described == adapters_.end()) return ERROR_FILE_NOT_FOUND;
+  const std::string first_key = std::string(INTERFACES_KEY) + described->name;
+  const std::string second_key =
+      "SYSTEM\\CurrentControlSet\\Services\\" + described->name + "\\Parameters\\Tcpip";
+  const std::string& key =
+      registry_.find_value(first_key, "IPAddress") != nullptr ? first_key : second_key;
+  const RegistryValue* addresses = registry_.find_value(key, "IPAddress");
+  const RegistryValue* masks = registry_.find_value(key, "SubnetMask");
+  if (addresses == nullptr || masks == nullptr) return ERROR_FILE_NOT_FOUND;
+  RegistryValue new_addresses = *addresses;
+  RegistryValue new_masks = *masks;
+  const auto before = replace_string(new_addresses.data, position, dotted(address));
+  if (!before || !replace_string(new_masks.data, position, dotted(mask))) {
+    return ERROR_INVALID_PARAMETER;
+  }
+  registry_.set_value(key, "IPAddress", std::move(new_addresses));
+  registry_.set_value(key, "SubnetMask", std::move(new_masks));
+
+  const DWORD index = described->row.dwIndex;
+  const auto [first, last] = addresses_.equal_range(ntohl(inet_addr(before->c_str())));
+  const auto old = std::find_if(
+      first, last, [=](const auto& entry) { return entry.second.interface_index == index; });
+  if (*before != BLANK && old != last) erase_address(old);
+  if (address != 0) insert_address(address, mask, index);
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::create_key(std::string_view path) {
+  if (keeps_diary_) note("create " + std::string(path));
+  registry_.create_key(path);
+  return NO_ERROR;
+}
+
+DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, RegistryValue value) {
+  if (keeps_diary_) note("set " + std::string(path) + "\\" + std::string(name));
+  registry_.set_value(path, name, std::move(value));
+  return NO_ERROR;
+}
+
+void SimulatedHost::sleep(DWORD milliseconds) {
+  if (sleeps_) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+}
+
+std::optional<ScriptedFault> SimulatedHost::next_fault(Call call) {
+  const auto [first, last] = scripts_.equal_range(static_cast<int>(call));
+  for (auto it = first; it != last; ++it) {
+    Script& script = it->second;
+    if (script.skip > 0) {
+      --script.skip;
+      continue;
+    }
+    if (script.times && *script.times == 0) continue;
+    if (script.times) --*script.times;
+    return script.fault;
+  }
+  return std::nullopt;
+}

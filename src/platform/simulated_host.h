@@ -1,0 +1,78 @@
+// A host held in memory, as a description lays it out.
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+#include <unordered_map>
+#include <vector>
+
+#include "platform/host.h"
+#include "platform/host_description.h"
+#include "platform/registry.h"
+
+class SimulatedHost final : public Host {
+ public:
+  explicit SimulatedHost(const HostDescription& description);
+
+  [[nodiscard]] const HostVersion& version() const override { return version_; }
+  [[nodiscard]] bool has_library(std::string_view library) const override;
+  [[nodiscard]] bool has_function(std::string_view library,
+                                  std::string_view function) const override;
+  [[nodiscard]] DWORD read_adapters(std::span<const HostAdapter>& adapters) override;
+  [[nodiscard]] DWORD read_addresses(std::span<const HostAddress>& addresses) override;
+  [[nodiscard]] bool has_key(std::string_view path) const override;
+  [[nodiscard]] const RegistryValue* find_value(std::string_view path,
+                                                std::string_view name) const override;
+
+  /// Refuses an unknown interface (55), what is not an address of a host or not a mask (87), and an
+  /// address that the host has already (5010).
+  [[nodiscard]] DWORD add_address(DWORD address, DWORD mask, DWORD interface_index,
+                                  DWORD& context) override;
+  /// Refuses an unknown context (1168).
+  [[nodiscard]] DWORD delete_address(DWORD context) override;
+  [[nodiscard]] DWORD set_admin_status(DWORD interface_index, DWORD status) override;
+  /// Refuses an unknown adapter (2) and a position outside its lists (87).
+  [[nodiscard]] DWORD change_listed_address(std::string_view adapter, DWORD position, DWORD address,
+                                            DWORD mask) override;
+  [[nodiscard]] DWORD create_key(std::string_view path) override;
+  [[nodiscard]] DWORD set_value(std::string_view path, std::string_view name,
+                                RegistryValue value) override;
+  void sleep(DWORD milliseconds) override;
+  [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
+
+  /// Writes down every change that is asked of the host from now on, one line each, in order.
+  void keep_diary() { keeps_diary_ = true; }
+  [[nodiscard]] const std::vector<std::string>& diary() const { return diary_; }
+
+ private:
+  /// Ordered by the address in host byte order; 0.0.0.0 may stand several times.
+  using Addresses = std::multimap<std::uint32_t, HostAddress>;
+
+  struct Script {
+    ScriptedFault fault;
+    std::uint64_t skip;
+    std::optional<std::uint64_t> times;
+  };
+
+  void describe_adapter(const AdapterDescription& adapter);
+  void describe_registry(const HostDescription& description);
+  DWORD insert_address(DWORD address, DWORD mask, DWORD interface_index);
+  void erase_address(Addresses::iterator address);
+  [[nodiscard]] HostAdapter* find_adapter(DWORD interface_index);
+  void note(const std::string& line);
+
+  HostVersion version_;
+  bool sleeps_;
+  std::vector<HostDescription::Library> libraries_;
+  std::vector<HostAdapter> adapters_;
+  Addresses addresses_;
+  std::unordered_map<DWORD, Addresses::iterator> by_context_;
+  DWORD next_context_ = 1;
+  std::vector<HostAddress> snapshot_;
+  bool snapshot_is_stale_ = true;
+  Registry registry_;
+  std::unordered_multimap<int, Script> scripts_;
+  bool keeps_diary_ = false;
+  std::vector<std::string> diary_;
+};
