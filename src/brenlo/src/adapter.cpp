@@ -1,0 +1,638 @@
+#include "brenlo/src/adapter.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iterator>
+#include <new>
+
+#include "brenlo/src/ip_tables.h"
+#include "brenlo/src/utils.h"
+#include "shared/include/utils.h"
+#include "shared/include/vmk_dhcpcsvc.h"
+#include "shared/include/vmk_errmsg.h"
+#include "shared/include/vmk_iphlpapi.h"
+
+namespace {
+
+constexpr int TABLE_STEP = 128;
+constexpr int LIST_SIZE = 200200;
+constexpr int MAX_LIST_ENTRIES = 10010;
+/// Slots below are the administrator's and never take an added address.
+constexpr int FIRST_USABLE_SLOT = 5;
+constexpr std::size_t MAX_DOTTED_LENGTH = 15;
+constexpr char PROBE_ADDRESS[] = "0.0.255.255";
+constexpr char PROBE_MASK[] = "255.255.0.0";
+
+ReportSite here(int line = __builtin_LINE()) { return {".\\adapter", line}; }
+
+/// A registry key path that names an adapter.
+struct KeyPath {
+  char text[1024];
+
+  KeyPath(const char* before, const char* adapter, const char* after) {
+    std::snprintf(text, sizeof text, "%s%s%s", before, adapter, after);
+  }
+};
+
+/// The two keys that may hold an adapter's TCP/IP parameters, in the order in which they are tried.
+struct ParameterKeys {
+  KeyPath choices[2];
+
+  explicit ParameterKeys(const char* adapter)
+      : choices{
+            {"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\", adapter, ""},
+            {"SYSTEM\\CurrentControlSet\\Services\\", adapter, "\\Parameters\\Tcpip"}} {}
+};
+
+/// A list of strings as a REG_MULTI_SZ value holds it, in a buffer of LIST_SIZE bytes followed by
+/// NULs that end any list.
+class StringList {
+ public:
+  [[nodiscard]] bool allocated() const { return text_ != nullptr; }
+  [[nodiscard]] const char* data() const { return text_.get(); }
+  [[nodiscard]] static const char* after(const char* string) {
+    return string + std::strlen(string) + 1;
+  }
+
+  [[nodiscard]] int read(const char* key_path, const char* value_name) {
+    std::int32_t capacity = LIST_SIZE;
+    return read_registry_value(key_path, value_name, text_.get(), &capacity);
+  }
+
+  /// Adds a string; false when it and the list's final NUL do not fit.
+  [[nodiscard]] bool add(const char* string) {
+    const std::size_t size = std::strlen(string) + 1;
+    if (used_ + size + 1 > LIST_SIZE) return false;
+    std::memcpy(text_.get() + used_, string, size);
+    used_ += size;
+    return true;
+  }
+
+  /// The bytes of the strings added, each with its NUL, and of the final NUL.
+  [[nodiscard]] std::uint32_t size() const { return static_cast<std::uint32_t>(used_ + 1); }
+
+ private:
+  struct Free {
+    void operator()(char* block) const { std::free(block); }
+  };
+  std::unique_ptr<char, Free> text_{static_cast<char*>(std::calloc(LIST_SIZE + 2, 1))};
+  std::size_t used_ = 0;
+};
+
+int fail_memory(ReportSite site) {
+  report(BEGIN_ERROR, site, "out of memory");
+  return -1;
+}
+
+int fail_no_room(ReportSite site) {
+  report(ADD_WARN, site, "Cannot add address");
+  return -1;
+}
+
+/// Makes room for one more entry in an array of owned pointers.
+template <typename Slot>
+int grow_table(std::unique_ptr<Slot*[]>& slots, std::int32_t count, std::int32_t& capacity) {
+  if (count < capacity) return 0;
+  const std::int32_t grown_capacity = capacity + TABLE_STEP;
+  std::unique_ptr<Slot*[]> grown(new (std::nothrow)
+                                     Slot*[static_cast<std::size_t>(grown_capacity)]);
+  if (grown == nullptr) return fail_memory(here());
+  std::copy_n(slots.get(), count, grown.get());
+  slots = std::move(grown);
+  capacity = grown_capacity;
+  return 0;
+}
+
+template <typename Slot>
+void clear_table(std::unique_ptr<Slot*[]>& slots, std::int32_t& count) {
+  for (std::int32_t i = 0; i < count; ++i) {
+    delete slots[i];
+    slots[i] = nullptr;
+  }
+  count = 0;
+}
+
+struct MaskByClass {
+  std::int32_t first;
+  std::int32_t last;
+  const char* mask;
+};
+
+constexpr MaskByClass DEFAULT_MASKS[] = {
+    {1, 126, "255.0.0.0"}, {128, 191, "255.255.0.0"}, {192, 223, "255.255.255.0"}};
+
+/// The mask that stands for "0.0.0.0" with this address.
+const char* default_mask(const char* address_text) {
+  const bool numeric = *address_text >= '0' && *address_text <= '9';
+  const std::int32_t number = numeric ? decimal_value(address_text) : 0;
+  for (const MaskByClass& row : DEFAULT_MASKS) {
+    if (number >= row.first && number <= row.last) return row.mask;
+  }
+  return nullptr;
+}
+
+const char* effective_mask(const char* address_text, const char* mask_text) {
+  if (std::strcmp(mask_text, "0.0.0.0") != 0) return mask_text;
+  if (const char* mask = default_mask(address_text)) return mask;
+  report(BEGIN_ERROR, here(), "Address [%s], Mask [%s]", address_text, mask_text);
+  report(CLOSE_WARN, here(), "Address not Class A/B/C. Defaulting to Class-C mask 255.255.255.0");
+  return "255.255.255.0";
+}
+
+/// The text in a fixed field of the platform, which may lack its NUL.
+template <std::size_t SIZE>
+std::string_view field_text(const char (&field)[SIZE]) {
+  return {field, static_cast<std::size_t>(std::find(field, field + SIZE, '\0') - field)};
+}
+
+}  // namespace
+
+// ---- Construction -----------------------------------------------------------------------------
+
+Adapter::Adapter(const char* text, std::uint32_t index, std::uint32_t type,
+                 const std::uint8_t (&hardware_address)[6], std::uint32_t mechanism)
+    : mechanism_(mechanism), name_(""), connection_name_(""), index_(index), type_(type) {
+  if (mechanism_ == MECHANISM_DHCP_CLIENT) {
+    copy_cut(description_, text);
+  } else {
+    std::snprintf(description_, sizeof description_, "%s-%d", text, static_cast<int>(index));
+  }
+  std::copy(std::begin(hardware_address), std::end(hardware_address), hardware_address_);
+  if (read_tcpip_settings() != 0) report(CLOSE_ERROR, here(), "Cannot read IP address settings.");
+  if (read_gateways() != 0) report(CLOSE_ERROR, here(), "Cannot read gateway settings.");
+  read_connection_name(name_, connection_name_, sizeof connection_name_);
+}
+
+Adapter::~Adapter() {
+  clear_addresses();
+  clear_ipv6_addresses();
+}
+
+// ---- Reading and writing the address table ----------------------------------------------------
+
+int Adapter::read_tcpip_settings() {
+  clear_addresses();
+  switch (mechanism_) {
+    case MECHANISM_DHCP_CLIENT: return read_registry_addresses();
+    case MECHANISM_IP_HELPER: return read_interface_addresses();
+    default: return 0;
+  }
+}
+
+int Adapter::append_slot(std::unique_ptr<AddressSlot> slot) {
+  if (grow_address_table() != 0) return fail_no_room(here());
+  if (slot == nullptr) {
+    fail_memory(here());
+    return fail_no_room(here());
+  }
+  addresses_[address_count_++] = slot.release();
+  return 0;
+}
+
+int Adapter::read_registry_addresses() {
+  StringList addresses;
+  StringList masks;
+  if (!addresses.allocated() || !masks.allocated()) {
+    fail_memory(here());
+    report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
+    return -1;
+  }
+  const ParameterKeys keys(description_);
+  const auto* key = std::find_if(
+      std::begin(keys.choices), std::end(keys.choices),
+      [&](const KeyPath& choice) { return addresses.read(choice.text, "IPAddress") == 0; });
+  if (key == std::end(keys.choices)) {
+    report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
+    return -1;
+  }
+  if (masks.read(key->text, "SubnetMask") != 0) {
+    report(ADD_WARN, here(), "Cannot get Tcpip settings for Adapter <%s>.", description_);
+    return -1;
+  }
+  const char* address = addresses.data();
+  const char* mask = masks.data();
+  while (*address != '\0' && *mask != '\0') {
+    std::unique_ptr<AddressSlot> slot(new (std::nothrow) AddressSlot(address, mask, 0));
+    if (append_slot(std::move(slot)) != 0) return -1;
+    address = StringList::after(address);
+    mask = StringList::after(mask);
+  }
+  return 0;
+}
+
+int Adapter::read_interface_addresses() {
+  const auto table = fetch_ip_addr_table();
+  if (table.buffer == nullptr) {
+    report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
+    return -1;
+  }
+  for (const MIB_IPADDRROW& row : table_rows(table)) {
+    if (row.dwIndex != index_ || row.dwAddr == 0) continue;
+    std::unique_ptr<AddressSlot> slot(new (std::nothrow) AddressSlot(row.dwAddr, row.dwMask, 0));
+    if (append_slot(std::move(slot)) != 0) return -1;
+  }
+  return 0;
+}
+
+int Adapter::write_tcpip_settings(std::int32_t blank_count) {
+  if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
+  const auto fail = [this](ReportSite site) {
+    report(ADD_WARN, site, "Cannot set Tcpip parms for Adapter <%s>.", description_);
+    return -1;
+  };
+  StringList addresses;
+  StringList masks;
+  if (!addresses.allocated() || !masks.allocated()) {
+    fail_memory(here());
+    return fail(here());
+  }
+  std::int32_t written = 0;
+  for (std::int32_t i = 0; i < address_count_; ++i) {
+    const AddressSlot& slot = *addresses_[i];
+    if (slot.is_blank()) continue;
+    if (written == MAX_LIST_ENTRIES || !addresses.add(slot.address_text()) ||
+        !masks.add(slot.mask_text())) {
+      // A list cut short would take addresses off the adapter.
+      report(BEGIN_ERROR, here(), "more than %d addresses", written);
+      return fail(here());
+    }
+    ++written;
+  }
+  const std::int32_t blanks = std::min(blank_count, MAX_LIST_ENTRIES - written);
+  for (std::int32_t i = 0; i < blanks; ++i) {
+    if (!addresses.add(blank_address(written + i)) || !masks.add(blank_mask(written + i))) break;
+  }
+  const ParameterKeys keys(description_);
+  const auto* key =
+      std::find_if(std::begin(keys.choices), std::end(keys.choices), [&](const KeyPath& choice) {
+        return write_multi_sz_value(choice.text, "IPAddress", addresses.data(), addresses.size()) ==
+               0;
+      });
+  if (key == std::end(keys.choices)) return fail(here());
+  if (write_multi_sz_value(key->text, "SubnetMask", masks.data(), masks.size()) != 0) {
+    return fail(here());
+  }
+  return read_tcpip_settings();
+}
+
+int Adapter::refresh_addresses() {
+  if (mechanism_ != MECHANISM_IP_HELPER) return 0;
+  std::unique_ptr<SavedContext[]> saved;
+  std::int32_t count = 0;
+  save_contexts(saved, count);
+  if (saved == nullptr) {
+    // Without the contexts a re-read would disown every address that the tool added.
+    fail_memory(here());
+    report(CLOSE_ERROR, here(), "Cannot read IP address settings.");
+    return 0;
+  }
+  if (read_tcpip_settings() != 0) report(CLOSE_ERROR, here(), "Cannot read IP address settings.");
+  restore_contexts(std::move(saved), count);
+  return 0;
+}
+
+int Adapter::save_contexts(std::unique_ptr<SavedContext[]>& saved, std::int32_t& count) const {
+  count = address_count_;
+  saved.reset(new (std::nothrow) SavedContext[static_cast<std::size_t>(count)]);
+  if (saved == nullptr) return 0;
+  for (std::int32_t i = 0; i < count; ++i) {
+    saved[i] = {addresses_[i]->address(), addresses_[i]->nte_context()};
+  }
+  return 0;
+}
+
+int Adapter::restore_contexts(std::unique_ptr<SavedContext[]> saved, std::int32_t count) {
+  if (saved == nullptr) return -1;
+  for (std::int32_t i = 0; i < count; ++i) {
+    std::int32_t position = 0;
+    if (find_address_slot(saved[i].address, position) == 0) {
+      addresses_[position]->set_nte_context(saved[i].nte_context);
+    }
+  }
+  return 0;
+}
+
+// ---- Gateways and names -----------------------------------------------------------------------
+
+int Adapter::read_gateways() {
+  clear_gateways();
+  switch (mechanism_) {
+    case MECHANISM_DHCP_CLIENT: return read_registry_gateways();
+    case MECHANISM_IP_HELPER: return read_interface_gateways();
+    default: return 0;
+  }
+}
+
+int Adapter::append_gateway(std::string_view text) {
+  std::unique_ptr<char[]> copy(new (std::nothrow) char[text.size() + 1]);
+  if (copy == nullptr) return fail_memory(here());
+  copy_cut(copy.get(), text.size() + 1, text);
+  gateways_[gateway_count_++] = std::move(copy);
+  return 0;
+}
+
+int Adapter::read_registry_gateways() {
+  StringList list;
+  const ParameterKeys keys(description_);
+  if (!list.allocated()) {
+    fail_memory(here());
+  } else if (list.read(keys.choices[0].text, "DefaultGateway") == 0 ||
+             list.read(keys.choices[1].text, "DefaultGateway") == 0) {
+    for (const char* text = list.data(); *text != '\0' && gateway_count_ < MAX_GATEWAYS;
+         text = StringList::after(text)) {
+      if (append_gateway(text) != 0) return -1;
+    }
+    return 0;
+  }
+  report(ADD_WARN, here(), "Cannot get the default gateway for Adapter <%s>.", description_);
+  return -1;
+}
+
+int Adapter::read_interface_gateways() {
+  const auto list = fetch_adapters_info(false);
+  for (const IP_ADAPTER_INFO* entry = list.get(); entry != nullptr; entry = entry->Next) {
+    if (entry->Index != index_) continue;
+    copy_cut(name_, field_text(entry->AdapterName));
+    for (const IP_ADDR_STRING* gateway = &entry->GatewayList;
+         gateway != nullptr && gateway_count_ < MAX_GATEWAYS; gateway = gateway->Next) {
+      if (append_gateway(field_text(gateway->IpAddress.String)) != 0) return -1;
+    }
+  }
+  return 0;
+}
+
+int Adapter::current_ip_address(char* buffer, std::size_t size) const {
+  if (name_[0] == '\0') {
+    report(BEGIN_ERROR, here(), "Adapter Key not found");
+    return -1;
+  }
+  const ParameterKeys keys(name_);
+  const char* const first = keys.choices[0].text;
+  const char* const second = keys.choices[1].text;
+  // One byte more than a read may fill, so that a value without its NUL ends there.
+  char text[ADDRESS_BUFFER_SIZE + 1];
+  const auto usable = [&text](int result) {
+    return result == 0 && text[0] != '\0' && text[0] != '0';
+  };
+  const auto read_list = [&text](const char* key) {
+    std::uint32_t capacity = 256;
+    return read_first_multi_sz(key, "IpAddress", text, &capacity);
+  };
+  const auto read_raw = [&text](const char* key, const char* value, std::int32_t capacity) {
+    std::fill(std::begin(text), std::end(text), '\0');
+    return read_registry_value(key, value, text, &capacity);
+  };
+  if (usable(read_list(first)) || usable(read_raw(first, "DhcpIPAddress", ADDRESS_BUFFER_SIZE)) ||
+      usable(read_raw(second, "IpAddress", 256)) ||
+      usable(read_raw(second, "DhcpIPAddress", ADDRESS_BUFFER_SIZE))) {
+    copy_cut(buffer, size, text);
+    return 0;
+  }
+  report(ADD_WARN, here(), "Cannot determine IP address. ");
+  return -1;
+}
+
+int read_connection_name(const char* system_name, char* buffer, std::uint32_t capacity) {
+  const KeyPath path(
+      "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\",
+      system_name, "\\Connection");
+  HKEY key = nullptr;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.text, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
+    return -1;
+  }
+  char text[NAME_SIZE + 1] = "";
+  DWORD size = std::min<DWORD>(capacity, NAME_SIZE);
+  const LSTATUS status =
+      RegQueryValueExA(key, "Name", nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
+  RegCloseKey(key);
+  if (status != ERROR_SUCCESS || capacity == 0) return -1;
+  copy_cut(buffer, capacity, text);
+  return 0;
+}
+
+// ---- The address table ------------------------------------------------------------------------
+
+int Adapter::has_address(const char* address_text) const {
+  const std::uint32_t address = inet_addr(address_text);
+  std::int32_t position = 0;
+  switch (mechanism_) {
+    case MECHANISM_NONE:
+    case MECHANISM_DHCP_CLIENT: return find_listed(address, position) != nullptr ? 1 : 0;
+    case MECHANISM_IP_HELPER: return find_address_slot(address, position) == 0 ? 1 : 0;
+    default: return 0;
+  }
+}
+
+std::int32_t Adapter::count_blank_slots() const {
+  if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
+  std::int32_t blank = 0;
+  for (std::int32_t i = 0; i < address_count_; ++i) {
+    if (addresses_[i] != nullptr && addresses_[i]->is_blank()) ++blank;
+  }
+  return blank;
+}
+
+/// The first entry with the address, by a walk: the registry's lists have no order.
+AddressSlot* Adapter::find_listed(std::uint32_t address, std::int32_t& position) const {
+  for (position = 0; position < address_count_; ++position) {
+    AddressSlot* slot = addresses_[position];
+    if (slot != nullptr && slot->address() == address) return slot;
+  }
+  return nullptr;
+}
+
+int Adapter::find_address_slot(std::uint32_t address, std::int32_t& position) const {
+  const std::uint32_t wanted = ntohl(address);
+  position = 0;
+  std::int32_t low = 0;
+  std::int32_t high = address_count_ - 1;
+  while (low <= high) {
+    const std::int32_t middle = low + (high - low) / 2;
+    const std::uint32_t key = ntohl(addresses_[middle]->address());
+    if (key == wanted) {
+      position = middle;
+      return 0;
+    }
+    if (wanted > key) {
+      low = middle + 1;
+    } else {
+      high = middle - 1;
+    }
+    position = low;
+  }
+  return -1;
+}
+
+int Adapter::grow_address_table() {
+  return grow_table(addresses_, address_count_, address_capacity_);
+}
+
+int Adapter::grow_ipv6_table() { return grow_table(ipv6_addresses_, ipv6_count_, ipv6_capacity_); }
+
+void Adapter::clear_addresses() { clear_table(addresses_, address_count_); }
+
+void Adapter::clear_ipv6_addresses() { clear_table(ipv6_addresses_, ipv6_count_); }
+
+void Adapter::clear_gateways() {
+  for (std::int32_t i = 0; i < gateway_count_; ++i) gateways_[i].reset();
+  gateway_count_ = 0;
+}
+
+int Adapter::probe_address_change() {
+  if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
+  if (add_address(PROBE_ADDRESS, PROBE_MASK) != 0) return -1;
+  delete_address(PROBE_ADDRESS);
+  return 0;
+}
+
+// ---- Adding -----------------------------------------------------------------------------------
+
+int Adapter::add_address(const char* address_text, const char* mask_text) {
+  if (mechanism_ != MECHANISM_DHCP_CLIENT && mechanism_ != MECHANISM_IP_HELPER) return -1;
+  const char* mask = effective_mask(address_text, mask_text);
+  return mechanism_ == MECHANISM_DHCP_CLIENT ? add_through_service(address_text, mask_text, mask)
+                                             : add_to_interface(address_text, mask);
+}
+
+int Adapter::add_through_service(const char* address_text, const char* mask_text,
+                                 const char* effective_mask) {
+  std::int32_t position = 0;
+  if (const AddressSlot* listed = find_listed(inet_addr(address_text), position)) {
+    if (listed->added_here() != 1) return 0;
+    report(BEGIN_ERROR, here(), "IPAddress <%s> already configured", address_text);
+    return -1;
+  }
+  for (position = FIRST_USABLE_SLOT; position < address_count_; ++position) {
+    if (addresses_[position] != nullptr && addresses_[position]->is_blank()) break;
+  }
+  if (position >= address_count_) {
+    report(BEGIN_ERROR, here(), "Cannot find unused slot to add %s", address_text);
+    return -1;
+  }
+  if (dhcpcsvc_notify_config_change(description_, position, address_text, effective_mask) != 1) {
+    report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text, mask_text);
+    return -1;
+  }
+  AddressSlot& slot = *addresses_[position];
+  slot.set_address(address_text);
+  slot.set_mask(effective_mask);
+  slot.set_added_here(1);
+  return 0;
+}
+
+int Adapter::add_to_interface(const char* address_text, const char* effective_mask) {
+  const std::uint32_t address = inet_addr(address_text);
+  const std::uint32_t mask = inet_addr(effective_mask);
+  if (grow_address_table() != 0) return fail_no_room(here());
+  ULONG nte_context = 0;
+  ULONG nte_instance = 0;
+  if (iphlpapi_add_ip_address(address, mask, index_, &nte_context, &nte_instance) != NO_ERROR) {
+    report(ADD_WARN, here(), "cannot add address <%s>.", address_text);
+    return -1;
+  }
+  if (insert_added(address, mask, nte_context) != 0) return -1;
+  Sleep(1);
+  return 0;
+}
+
+/// Enters an address that is on the interface already; without memory for its entry it is taken
+/// off again, so that table and interface agree.
+int Adapter::insert_added(std::uint32_t address, std::uint32_t mask, std::uint32_t nte_context) {
+  std::unique_ptr<AddressSlot> slot(new (std::nothrow) AddressSlot(address, mask, 0));
+  if (slot == nullptr) {
+    static_cast<void>(iphlpapi_delete_ip_address(nte_context));
+    fail_memory(here());
+    return fail_no_room(here());
+  }
+  slot->set_nte_context(nte_context);
+  std::int32_t position = 0;
+  static_cast<void>(find_address_slot(address, position));
+  AddressSlot** const slots = addresses_.get();
+  std::move_backward(slots + position, slots + address_count_, slots + address_count_ + 1);
+  slots[position] = slot.release();
+  ++address_count_;
+  return 0;
+}
+
+// ---- Deleting and purging ---------------------------------------------------------------------
+
+int Adapter::delete_address(const char* address_text) {
+  switch (mechanism_) {
+    case MECHANISM_DHCP_CLIENT: return delete_through_service(address_text);
+    case MECHANISM_IP_HELPER: return delete_from_interface(address_text, false);
+    default: return -1;
+  }
+}
+
+int Adapter::purge_address(const char* address_text) {
+  switch (mechanism_) {
+    case MECHANISM_DHCP_CLIENT: return delete_through_service(address_text);
+    case MECHANISM_IP_HELPER: return delete_from_interface(address_text, true);
+    default: return -1;
+  }
+}
+
+int Adapter::delete_through_service(const char* address_text) {
+  std::int32_t position = 0;
+  AddressSlot* slot = find_listed(inet_addr(address_text), position);
+  if (slot == nullptr) {
+    report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
+    return -1;
+  }
+  if (slot->added_here() == 0) return 0;
+  const char* const address = blank_address(position);
+  const char* const mask = blank_mask(position);
+  if (dhcpcsvc_notify_config_change(description_, position, address, mask) != 1) {
+    report(ADD_WARN, here(), "Cannot delete IPAddress <%s>", address_text);
+    return -1;
+  }
+  slot->set_address(address);
+  slot->set_mask(mask);
+  return 0;
+}
+
+int Adapter::delete_from_interface(const char* address_text, bool any_owner) {
+  std::int32_t position = 0;
+  if (find_address_slot(inet_addr(address_text), position) != 0) {
+    report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
+    return -1;
+  }
+  std::uint32_t nte_context = addresses_[position]->nte_context();
+  if (nte_context == 0 && !any_owner) {
+    report(BEGIN_ERROR, here(), "address <%s> was created by another application.", address_text);
+    return -1;
+  }
+  if (nte_context == 0) nte_context = find_nte_context(address_text);
+  if (nte_context == 0) {
+    report(ADD_WARN, here(), "Cannot identify context for IPAddress <%s>", address_text);
+    return -1;
+  }
+  if (iphlpapi_delete_ip_address(nte_context) != NO_ERROR) {
+    report(ADD_WARN, here(), "cannot delete address <%s>.", address_text);
+    return -1;
+  }
+  remove_slot(position);
+  Sleep(1);
+  return 0;
+}
+
+void Adapter::remove_slot(std::int32_t position) {
+  AddressSlot** const slots = addresses_.get();
+  delete slots[position];
+  std::move(slots + position + 1, slots + address_count_, slots + position);
+  slots[--address_count_] = nullptr;
+}
+
+std::uint32_t find_nte_context(const char* address_text) {
+  if (std::strlen(address_text) > MAX_DOTTED_LENGTH) return 0;
+  const auto list = fetch_adapters_info(true);
+  for (const IP_ADAPTER_INFO* entry = list.get(); entry != nullptr; entry = entry->Next) {
+    for (const IP_ADDR_STRING* address = &entry->IpAddressList; address != nullptr;
+         address = address->Next) {
+      if (field_text(address->IpAddress.String) == address_text) return address->Context;
+    }
+  }
+  return 0;
+}

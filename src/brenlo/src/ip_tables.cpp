@@ -1,0 +1,39 @@
+#include "brenlo/src/ip_tables.h"
+
+#include <algorithm>
+#include <new>
+
+namespace {
+
+template <typename Table, typename Call>
+FetchedTable<Table> fetch(Call call, bool ask_for_none) {
+  FetchedTable<Table> fetched;
+  static_cast<void>(call(nullptr, &fetched.size));
+  if (fetched.size == 0 && !ask_for_none) return {};
+  // At least one record, so that its count can be read whatever the platform says.
+  fetched.buffer.reset(new (std::nothrow) BYTE[std::max<std::size_t>(fetched.size, sizeof(Table))]);
+  if (fetched.buffer == nullptr) return {};
+  auto* table = reinterpret_cast<Table*>(fetched.buffer.get());
+  if (call(table, &fetched.size) != NO_ERROR) return {};
+  return fetched;
+}
+
+}  // namespace
+
+FetchedTable<MIB_IPADDRTABLE> fetch_ip_addr_table() {
+  return fetch<MIB_IPADDRTABLE>(
+      [](MIB_IPADDRTABLE* table, ULONG* size) {
+        return iphlpapi_get_ip_addr_table(table, size, TRUE);
+      },
+      true);
+}
+
+FetchedTable<MIB_IFTABLE> fetch_if_table() {
+  return fetch<MIB_IFTABLE>(
+      [](MIB_IFTABLE* table, ULONG* size) { return iphlpapi_get_if_table(table, size, TRUE); },
+      true);
+}
+
+FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(bool ask_for_none) {
+  return fetch<IP_ADAPTER_INFO>(iphlpapi_get_adapters_info, ask_for_none);
+}

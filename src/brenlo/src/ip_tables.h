@@ -1,0 +1,36 @@
+// The IP Helper's tables in buffers of their own, fetched by its size protocol: a call without a
+// buffer to learn the size, then a call with a buffer of that size. The first call's result is not
+// looked at; what the wrappers report stays held in the message log.
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <span>
+
+#include "shared/include/vmk_iphlpapi.h"
+
+template <typename Table>
+struct FetchedTable {
+  std::unique_ptr<BYTE[]> buffer;  ///< null when the table could not be fetched
+  ULONG size = 0;                  ///< bytes that the platform says it filled
+
+  [[nodiscard]] const Table* get() const { return reinterpret_cast<const Table*>(buffer.get()); }
+};
+
+/// Both sorted: addresses in ascending order, interfaces by index.
+[[nodiscard]] FetchedTable<MIB_IPADDRTABLE> fetch_ip_addr_table();
+[[nodiscard]] FetchedTable<MIB_IFTABLE> fetch_if_table();
+
+/// With `ask_for_none` clear, a size of 0 ends the fetch without the second call.
+[[nodiscard]] FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(bool ask_for_none);
+
+/// The rows of a fetched table: as many as it claims, and no more than its buffer holds.
+template <typename Table>
+[[nodiscard]] auto table_rows(const FetchedTable<Table>& fetched) {
+  const Table& table = *fetched.get();
+  const std::size_t offset = offsetof(Table, table);
+  const std::size_t room =
+      fetched.size > offset ? (fetched.size - offset) / sizeof table.table[0] : 0;
+  const std::size_t count = table.dwNumEntries;
+  return std::span(&table.table[0], count < room ? count : room);
+}

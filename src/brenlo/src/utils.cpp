@@ -1,0 +1,144 @@
+#include "brenlo/src/utils.h"
+
+#include <windows.h>
+
+#include <cstring>
+#include <memory>
+#include <new>
+
+#include "shared/include/vmk_errmsg.h"
+
+namespace {
+
+ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
+
+/// An open key under HKEY_LOCAL_MACHINE, closed at the end of its scope.
+class RegistryKey {
+ public:
+  RegistryKey(const char* path, REGSAM access) {
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key_) != ERROR_SUCCESS) key_ = nullptr;
+  }
+  ~RegistryKey() {
+    if (key_ != nullptr) RegCloseKey(key_);
+  }
+  RegistryKey(const RegistryKey&) = delete;
+  RegistryKey& operator=(const RegistryKey&) = delete;
+
+  [[nodiscard]] bool is_open() const { return key_ != nullptr; }
+  [[nodiscard]] HKEY get() const { return key_; }
+
+ private:
+  HKEY key_ = nullptr;
+};
+
+int fail_open(ReportSite site, const char* key_path) {
+  report(BEGIN_ERROR, site, "Cannot open key <%s>", key_path);
+  return -1;
+}
+
+int fail_size(ReportSite site, const char* key_path, const char* value_name) {
+  report(BEGIN_ERROR, site, "Insufficient buffer for <%s\\%s>", key_path, value_name);
+  return -1;
+}
+
+/// A value's bytes in a block of exactly its size; null after a reported failure.
+std::unique_ptr<BYTE[]> read_bytes(const RegistryKey& key, const char* key_path,
+                                   const char* value_name, DWORD size) {
+  std::unique_ptr<BYTE[]> bytes(new (std::nothrow) BYTE[size]);
+  if (bytes == nullptr) {
+    report(BEGIN_ERROR, here(), "Out of memory.");
+    return nullptr;
+  }
+  DWORD read = size;
+  if (RegQueryValueExA(key.get(), value_name, nullptr, nullptr, bytes.get(), &read) !=
+      ERROR_SUCCESS) {
+    report(BEGIN_ERROR, here(), "Cannot read <%s\\%s>", key_path, value_name);
+    return nullptr;
+  }
+  // A value that shrank since its size was asked: what is no longer there reads as NULs.
+  if (read < size) std::memset(bytes.get() + read, 0, size - read);
+  return bytes;
+}
+
+bool create_key(const char* path) {
+  HKEY key = nullptr;
+  if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
+                      nullptr, &key, nullptr) != ERROR_SUCCESS) {
+    return false;
+  }
+  RegCloseKey(key);
+  return true;
+}
+
+int set_multi_sz(const RegistryKey& key, const char* key_path, const char* value_name,
+                 const void* data, std::uint32_t size) {
+  if (RegSetValueExA(key.get(), value_name, 0, REG_MULTI_SZ, static_cast<const BYTE*>(data),
+                     size) == ERROR_SUCCESS) {
+    return 0;
+  }
+  report(BEGIN_ERROR, here(), "Cannot set <%s\\%s>", key_path, value_name);
+  return -1;
+}
+
+}  // namespace
+
+int read_registry_value(const char* key_path, const char* value_name, void* buffer,
+                        std::int32_t* capacity) {
+  const RegistryKey key(key_path, KEY_QUERY_VALUE);
+  if (!key.is_open()) return fail_open(here(), key_path);
+  DWORD size = 0;
+  if (RegQueryValueExA(key.get(), value_name, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS) {
+    size = 0;
+  }
+  if (buffer == nullptr) {
+    *capacity = static_cast<std::int32_t>(size);
+    return 0;
+  }
+  if (*capacity < 0 || static_cast<DWORD>(*capacity) < size) {
+    return fail_size(here(), key_path, value_name);
+  }
+  const auto bytes = read_bytes(key, key_path, value_name, size);
+  if (bytes == nullptr) return -1;
+  std::memcpy(buffer, bytes.get(), size);
+  return 0;
+}
+
+int read_first_multi_sz(const char* key_path, const char* value_name, char* buffer,
+                        std::uint32_t* capacity) {
+  const RegistryKey key(key_path, KEY_QUERY_VALUE);
+  if (!key.is_open()) return fail_open(here(), key_path);
+  DWORD type = REG_NONE;
+  DWORD size = 0;
+  if (RegQueryValueExA(key.get(), value_name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
+      type != REG_MULTI_SZ) {
+    report(BEGIN_ERROR, here(), "<%s\\%s> is not a REG_MULTI_SZ key", key_path, value_name);
+    return -1;
+  }
+  if (buffer == nullptr) {
+    *capacity = size;
+    return 0;
+  }
+  const auto bytes = read_bytes(key, key_path, value_name, size);
+  if (bytes == nullptr) return -1;
+  const auto* end = static_cast<const BYTE*>(std::memchr(bytes.get(), 0, size));
+  const std::size_t length = end != nullptr ? static_cast<std::size_t>(end - bytes.get()) : size;
+  if (length >= *capacity) return fail_size(here(), key_path, value_name);
+  std::memcpy(buffer, bytes.get(), length);
+  buffer[length] = '\0';
+  return 0;
+}
+
+int write_multi_sz_value(const char* key_path, const char* value_name, const void* data,
+                         std::uint32_t size) {
+  {
+    const RegistryKey key(key_path, KEY_SET_VALUE);
+    if (key.is_open()) return set_multi_sz(key, key_path, value_name, data, size);
+  }
+  if (!create_key(key_path)) {
+    report(BEGIN_ERROR, here(), "Cannot create key <%s>", key_path);
+    return -1;
+  }
+  const RegistryKey key(key_path, KEY_SET_VALUE);
+  if (!key.is_open()) return fail_open(here(), key_path);
+  return set_multi_sz(key, key_path, value_name, data, size);
+}
