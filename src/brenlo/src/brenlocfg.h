@@ -1,0 +1,56 @@
+// The exclusion list: the network adapters that the tool must leave alone, each named by its name
+// or by its hardware address.
+#pragma once
+
+#include <cstdint>
+#include <memory>
+
+enum ExclusionKind : std::uint32_t { EXCLUDED_ADDRESS = 0, EXCLUDED_NAME = 1 };
+
+struct ExclusionEntry {
+  std::uint32_t kind;
+  std::int32_t length;  ///< the meaningful bytes of `value`
+  char value[256];      ///< the name, or the address's bytes, followed by a NUL
+};
+
+/// A circular list whose object is its own sentinel; keeps the order in which entries came.
+class ExclusionList {
+ public:
+  ExclusionList() = default;
+  ~ExclusionList() { clear(); }
+  ExclusionList(const ExclusionList&) = delete;
+  ExclusionList& operator=(const ExclusionList&) = delete;
+
+  /// 1 when an entry equals the name, begins it or is begun by it, letter case included; else 0.
+  [[nodiscard]] int excludes_name(const char* name) const;
+
+  /// 1 when the address begins with an entry's bytes (up to six of them), else 0.
+  [[nodiscard]] int excludes_address(const std::uint8_t (&hardware_address)[6]) const;
+
+  /// Appends an entry, which must not be null. Without memory for its node the process ends with an
+  /// assertion report.
+  void append(std::unique_ptr<ExclusionEntry> entry);
+
+  /// Releases every entry. Always returns 0.
+  int clear();
+
+  [[nodiscard]] std::int32_t count() const { return count_; }
+
+ private:
+  struct Link {
+    Link* previous;
+    Link* next;
+  };
+  struct Node : Link {
+    std::unique_ptr<ExclusionEntry> entry;
+  };
+
+  template <typename Match>
+  [[nodiscard]] int any(Match match) const;
+
+  Link ends_{&ends_, &ends_};  ///< `previous`: the last node, `next`: the first
+  std::int32_t count_ = 0;
+};
+
+/// The one list of the program, through which selection and listing ask (static_state.cpp).
+extern ExclusionList* excluded_adapters;
