@@ -1,0 +1,15 @@
+// The console front end: the command loop, its commands, and the stress test.
+#pragma once
+
+#include "brenlo/src/system.h"
+
+/// The program without its process: constructs the System, then prints the report (the single
+/// argument "print") or reads commands from standard input until a quit word or its end.
+/// Returns the exit status, always 0.
+int run_kadrix(int argument_count, const char* const* arguments);
+
+/// Adds a run of consecutive addresses to an adapter and deletes them again, `iterations` times.
+/// The texts are as the operator typed them; `name` may be null. Returns 0 when all iterations have
+/// run, -1 when the command ended early, which it has then reported.
+int run_stress(System& system, const char* name, const char* iterations, const char* addresses,
+               const char* start, const char* mask);
