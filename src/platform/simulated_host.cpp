@@ -94,9 +94,7 @@ SimulatedHost::SimulatedHost(const HostDescription& description)
   adapters_.reserve(description.adapters.size());
   for (const AdapterDescription& adapter : description.adapters) describe_adapter(adapter);
   describe_registry(description);
-  for (const FaultDescription& fault : description.faults) {
-    scripts_.emplace(static_cast<int>(fault.call), Script{fault.fault, fault.skip, fault.times});
-  }
+  for (const FaultDescription& fault : description.faults) scripts_.push_back({fault});
 }
 
 void SimulatedHost::describe_adapter(const AdapterDescription& adapter) {
@@ -295,16 +293,13 @@ void SimulatedHost::sleep(DWORD milliseconds) {
 }
 
 std::optional<ScriptedFault> SimulatedHost::next_fault(Call call) {
-  const auto [first, last] = scripts_.equal_range(static_cast<int>(call));
-  for (auto it = first; it != last; ++it) {
-    Script& script = it->second;
-    if (script.skip > 0) {
-      --script.skip;
-      continue;
-    }
-    if (script.times && *script.times == 0) continue;
-    if (script.times) --*script.times;
-    return script.fault;
+  std::optional<ScriptedFault> failure;
+  for (auto& [fault, calls] : scripts_) {
+    if (fault.call != call) continue;
+    // Each fault counts every call, also those that another one makes fail.
+    const std::uint64_t failing = ++calls > fault.skip ? calls - fault.skip : 0;
+    const bool active = failing > 0 && (!fault.times || failing <= *fault.times);
+    if (active && !failure) failure = fault.fault;
   }
-  return std::nullopt;
+  return failure;
 }

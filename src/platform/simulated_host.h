@@ -49,10 +49,10 @@ class SimulatedHost final : public Host {
   /// Ordered by the address in host byte order; 0.0.0.0 may stand several times.
   using Addresses = std::multimap<std::uint32_t, HostAddress>;
 
+  /// A fault and the calls of its function so far.
   struct Script {
-    ScriptedFault fault;
-    std::uint64_t skip;
-    std::optional<std::uint64_t> times;
+    FaultDescription fault;
+    std::uint64_t calls = 0;
   };
 
   void describe_adapter(const AdapterDescription& adapter);
@@ -72,7 +72,7 @@ class SimulatedHost final : public Host {
   std::vector<HostAddress> snapshot_;
   bool snapshot_is_stale_ = true;
   Registry registry_;
-  std::unordered_multimap<int, Script> scripts_;
+  std::vector<Script> scripts_;
   bool keeps_diary_ = false;
   std::vector<std::string> diary_;
 };

@@ -1,0 +1,192 @@
+// Whole sessions against the program: the files under tests/sessions say what is typed and what
+// must come back, byte for byte but for times, line numbers and pointers.
+//
+//   === NAME               begins a session
+//   %env NAME=VALUE        sets an environment variable
+//   %arguments A B         starts the program with arguments
+//   %host FILE             starts it on a host description below hosts/
+//   %status N              expects this exit status instead of 0
+//   | LINE                 adds a line to the description (the default one unless %host names one;
+//                          with "%host none" there is no other line)
+//   $LINE                  expects the prompt and types the line; "$<end>" ends the input there
+//   >LINE                  expects the line on standard output
+//   other lines            are expected on standard error; "# " at the start makes a comment
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "tests/support/program.h"
+
+namespace {
+
+const std::string ROOT = SOURCE_ROOT;
+
+struct Session {
+  std::string name;
+  std::string place;  ///< file and line
+  Run run;
+  std::string host;
+  std::string description;
+  std::string output;
+  std::string errors;
+  int status = 0;
+};
+
+std::ostream& operator<<(std::ostream& stream, const Session& session) {
+  return stream << session.place << " " << session.name;
+}
+
+bool take_prefix(std::string& line, const std::string& prefix) {
+  if (!line.starts_with(prefix)) return false;
+  line.erase(0, prefix.size());
+  return true;
+}
+
+void add_arguments(Session& session, const std::string& line) {
+  std::istringstream words(line);
+  for (std::string word; words >> word;) session.run.arguments.push_back(word);
+}
+
+void add_line(Session& session, std::string line) {
+  if (line.empty() || line.starts_with("# ")) return;
+  if (take_prefix(line, "%env ")) {
+    session.run.environment.push_back(line);
+  } else if (take_prefix(line, "%arguments ")) {
+    add_arguments(session, line);
+  } else if (take_prefix(line, "%host ")) {
+    session.host = line;
+  } else if (take_prefix(line, "%status ")) {
+    session.status = std::stoi(line);
+  } else if (take_prefix(line, "| ") || line == "|") {
+    session.description += line + "\n";
+  } else if (take_prefix(line, "$")) {
+    session.output += "$";
+    if (line != "<end>") session.run.input += line + "\n";
+  } else if (take_prefix(line, ">")) {
+    session.output += line + "\n";
+  } else {
+    session.errors += line + "\n";
+  }
+}
+
+std::vector<Session> read_sessions(std::istream& stream, const std::string& file) {
+  std::vector<Session> sessions;
+  int number = 0;
+  for (std::string line; std::getline(stream, line);) {
+    ++number;
+    if (take_prefix(line, "=== ")) {
+      sessions.emplace_back();
+      sessions.back().name = line;
+      sessions.back().place = file + ":" + std::to_string(number);
+    } else if (!sessions.empty()) {
+      add_line(sessions.back(), line);
+    }
+  }
+  return sessions;
+}
+
+std::vector<Session> all_sessions() {
+  std::vector<std::filesystem::path> files;
+  for (const auto& entry : std::filesystem::directory_iterator(ROOT + "/tests/sessions")) {
+    files.push_back(entry.path());
+  }
+  std::sort(files.begin(), files.end());
+  std::vector<Session> sessions;
+  for (const auto& file : files) {
+    std::ifstream stream(file);
+    for (Session& session : read_sessions(stream, file.filename().string())) {
+      sessions.push_back(std::move(session));
+    }
+  }
+  return sessions;
+}
+
+/// A description file of the session's own, removed with the object.
+class DescriptionFile {
+ public:
+  explicit DescriptionFile(const Session& session)
+      : path_(std::filesystem::temp_directory_path() /
+              ("kadrix-session-" + std::to_string(getpid()) + ".toml")) {
+    std::ofstream stream(path_);
+    if (session.host.empty()) stream << read_file(ROOT + "/hosts/default.toml");
+    stream << session.description;
+  }
+  ~DescriptionFile() { std::filesystem::remove(path_); }
+  DescriptionFile(const DescriptionFile&) = delete;
+  DescriptionFile& operator=(const DescriptionFile&) = delete;
+
+  [[nodiscard]] std::string path() const { return path_.string(); }
+
+ private:
+  std::filesystem::path path_;
+};
+
+void replace_first(std::string& text, const std::string& what, const char* by) {
+  if (const std::size_t at = text.find(what); at != std::string::npos) {
+    text.replace(at, what.size(), by);
+  }
+}
+
+Outcome play(const Session& session) {
+  const DescriptionFile description(session);
+  Run run = session.run;
+  if (!session.description.empty()) {
+    run.environment.push_back("ZARVO_HOST=" + description.path());
+  } else if (!session.host.empty()) {
+    run.environment.push_back("ZARVO_HOST=" + ROOT + "/hosts/" + session.host);
+  }
+  Outcome outcome = run_program(run);
+  for (std::string* text : {&outcome.output, &outcome.errors}) {
+    *text = normalised(*text);
+    replace_first(*text, description.path(), "HOST");
+    replace_first(*text, ROOT, "ROOT");
+  }
+  return outcome;
+}
+
+bool passes(const Session& session, const Outcome& outcome) {
+  return outcome.errors == session.errors && outcome.output == session.output &&
+         outcome.status == session.status;
+}
+
+class SessionTest : public testing::TestWithParam<Session> {};
+
+TEST_P(SessionTest, SaysWhatItMust) {
+  const Session& session = GetParam();
+  const Outcome outcome = play(session);
+  EXPECT_EQ(outcome.errors, session.errors) << session;
+  EXPECT_EQ(outcome.output, session.output) << session;
+  EXPECT_EQ(outcome.status, session.status) << session;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()),
+                         [](const testing::TestParamInfo<Session>& info) {
+                           std::string name = info.param.name;
+                           std::replace_if(
+                               name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
+                               '_');
+                           return std::to_string(info.index) + "_" + name;
+                         });
+
+// The harness itself must notice a session that says something else.
+TEST(SessionHarness, NoticesWrongTextStreamAndStatus) {
+  const std::string right = "=== right\n$quit\nINFO  @ - done.\n";
+  for (const char* wrong : {"=== text\n$quit\nINFO  @ - done\n",
+                            "=== stream\n$quit\n>INFO  @ - done.\n",
+                            "=== status\n%status 3\n$quit\nINFO  @ - done.\n",
+                            "=== prompt\n$quit\n$\nINFO  @ - done.\n"}) {
+    std::istringstream stream(right + wrong);
+    const std::vector<Session> sessions = read_sessions(stream, "here");
+    ASSERT_EQ(sessions.size(), 2U);
+    EXPECT_TRUE(passes(sessions[0], play(sessions[0])));
+    EXPECT_FALSE(passes(sessions[1], play(sessions[1]))) << wrong;
+  }
+}
+
+}  // namespace

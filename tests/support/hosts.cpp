@@ -1,0 +1,33 @@
+#include "tests/support/hosts.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+
+#include "shared/include/vmk_errmsg.h"
+#include "tests/support/program.h"
+
+TestHost::TestHost(const std::string& description) {
+  auto host =
+      std::make_unique<SimulatedHost>(parse_description("time.sleep = false\n" + description, "test"));
+  host_ = host.get();
+  before_ = install_host(std::move(host));
+}
+
+TestHost::~TestHost() { install_host(std::move(before_)); }
+
+std::vector<std::string> held_lines() {
+  std::istringstream text(normalised(errmsg_compose()));
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) lines.push_back(line);
+  return lines;
+}
+
+void capture_standard_error() { testing::internal::CaptureStderr(); }
+
+std::string take_standard_error() { return normalised(testing::internal::GetCapturedStderr()); }
+
+std::string one_adapter(const std::string& addresses, int blank_slots) {
+  return "[[adapters]]\nname = \"E100B1\"\ndescription = \"Ethernet\"\nindex = 2\naddresses = [" +
+         addresses + "]\nblank_slots = " + std::to_string(blank_slots) + "\n";
+}

@@ -1,0 +1,43 @@
+// Hosts for tests of the modules.
+#pragma once
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "platform/simulated_host.h"
+
+/// The host of a description text, behind the layer while the object lives.
+class TestHost {
+ public:
+  explicit TestHost(const std::string& description);
+  ~TestHost();
+  TestHost(const TestHost&) = delete;
+  TestHost& operator=(const TestHost&) = delete;
+
+  SimulatedHost* operator->() const { return host_; }
+
+ private:
+  std::unique_ptr<Host> before_;
+  SimulatedHost* host_;
+};
+
+/// What the message log holds now, composed and normalised, a line each.
+std::vector<std::string> held_lines();
+
+/// What `action` writes to standard error, normalised.
+template <typename Action>
+std::string written_by(Action action);
+
+std::string take_standard_error();
+void capture_standard_error();
+
+template <typename Action>
+std::string written_by(Action action) {
+  capture_standard_error();
+  action();
+  return take_standard_error();
+}
+
+/// One adapter with the index 2 whose registry lists and address table hold these addresses.
+std::string one_adapter(const std::string& addresses, int blank_slots = 0);
