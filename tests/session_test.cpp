@@ -177,10 +177,10 @@ INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()),
 // The harness itself must notice a session that says something else.
 TEST(SessionHarness, NoticesWrongTextStreamAndStatus) {
   const std::string right = "=== right\n$quit\nINFO  @ - done.\n";
-  for (const char* wrong : {"=== text\n$quit\nINFO  @ - done\n",
-                            "=== stream\n$quit\n>INFO  @ - done.\n",
-                            "=== status\n%status 3\n$quit\nINFO  @ - done.\n",
-                            "=== prompt\n$quit\n$\nINFO  @ - done.\n"}) {
+  for (const char* wrong :
+       {"=== text\n$quit\nINFO  @ - done\n", "=== stream\n$quit\n>INFO  @ - done.\n",
+        "=== status\n%status 3\n$quit\nINFO  @ - done.\n",
+        "=== prompt\n$quit\n$\nINFO  @ - done.\n"}) {
     std::istringstream stream(right + wrong);
     const std::vector<Session> sessions = read_sessions(stream, "here");
     ASSERT_EQ(sessions.size(), 2U);

@@ -8,8 +8,8 @@
 #include "tests/support/program.h"
 
 TestHost::TestHost(const std::string& description) {
-  auto host =
-      std::make_unique<SimulatedHost>(parse_description("time.sleep = false\n" + description, "test"));
+  auto host = std::make_unique<SimulatedHost>(
+      parse_description("time.sleep = false\n" + description, "test"));
   host_ = host.get();
   before_ = install_host(std::move(host));
 }

@@ -62,7 +62,8 @@ Outcome run_program(const Run& run) {
   std::fwrite(run.input.data(), 1, run.input.size(), input.get());
   std::rewind(input.get());
   const pid_t child = fork();
-  if (child == 0) become_program(run, fileno(input.get()), fileno(output.get()), fileno(errors.get()));
+  if (child == 0)
+    become_program(run, fileno(input.get()), fileno(output.get()), fileno(errors.get()));
   int status = 0;
   waitpid(child, &status, 0);
   return {contents(output), contents(errors), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
@@ -77,8 +78,9 @@ std::string normalised(std::string text) {
       {std::regex("[0-9][0-9]/[0-9][0-9]\\.[0-9][0-9]:[0-9][0-9]:[0-9][0-9]"), "@"},
       {std::regex("(@ [a-z_]+):[0-9]+ - "), "$1:# - "},
       {std::regex(":[0-9]+: assertion"), ":#: assertion"},
-      {std::regex("((?:pIfTable|pIpAddrTable|pdwSize|pAdapterInfo|pOutBufLen|NTEContext|NTEInstance)"
-                  "=)0x(?!00000000)[0-9A-F]{8}"),
+      {std::regex(
+           "((?:pIfTable|pIpAddrTable|pdwSize|pAdapterInfo|pOutBufLen|NTEContext|NTEInstance)"
+           "=)0x(?!00000000)[0-9A-F]{8}"),
        "$1P"},
       {std::regex("\r"), "\\r"},
   };

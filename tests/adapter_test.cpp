@@ -1,0 +1,328 @@
+#include "brenlo/src/adapter.h"
+
+#include <winsock2.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "shared/include/vmk_dhcpcsvc.h"
+#include "shared/include/vmk_errmsg.h"
+#include "shared/include/vmk_iphlpapi.h"
+#include "tests/support/hosts.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::IsEmpty;
+
+constexpr std::uint8_t MAC[6] = {};
+
+/// A host with the adapter "E100B1" (index 2), both libraries loaded, and the Adapter on it.
+class Fixture {
+ public:
+  Fixture(IpMechanism mechanism, const std::string& description) : host_(description) {
+    iphlpapi_load();
+    dhcpcsvc_load();
+    const bool dhcp = mechanism == MECHANISM_DHCP_CLIENT;
+    adapter_ = std::make_unique<Adapter>(dhcp ? "E100B1" : "Ethernet", 2, 6, MAC, mechanism);
+  }
+  ~Fixture() {
+    adapter_.reset();
+    iphlpapi_unload();
+    dhcpcsvc_unload();
+  }
+  Fixture(const Fixture&) = delete;
+  Fixture& operator=(const Fixture&) = delete;
+
+  Adapter* operator->() const { return adapter_.get(); }
+  [[nodiscard]] SimulatedHost* host() const { return host_.operator->(); }
+
+  [[nodiscard]] std::vector<std::string> table() const {
+    std::vector<std::string> texts;
+    for (int i = 0; i < adapter_->address_count(); ++i) {
+      const AddressSlot& slot = *adapter_->address_slot(i);
+      texts.push_back(std::string(slot.address_text()) + "/" + slot.mask_text());
+    }
+    return texts;
+  }
+
+ private:
+  TestHost host_;
+  std::unique_ptr<Adapter> adapter_;
+};
+
+std::string registry_list(const SimulatedHost& host, const char* value) {
+  const auto* found = host.find_value(
+      "System\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1", value);
+  std::string text = found != nullptr ? found->data : "none";
+  std::replace(text.begin(), text.end(), '\0', ',');
+  return text;
+}
+
+// ---- Entries -----------------------------------------------------------------------------------
+
+TEST(AddressSlots, KeepTextAndValueInStep) {
+  AddressSlot slot(inet_addr("10.0.0.1"), inet_addr("255.255.255.0"), 0);
+  EXPECT_STREQ(slot.address_text(), "10.0.0.1");
+  EXPECT_STREQ(slot.mask_text(), "255.255.255.0");
+  slot.set_address("0.0.0.0");
+  EXPECT_TRUE(slot.is_blank());
+  slot.set_address("nonsense");
+  EXPECT_EQ(slot.address(), 0xFFFFFFFFU);
+  // A text that does not fit is cut, and its value is that of what is kept.
+  slot.set_address("0.0.0.00000000000000000000000009");
+  EXPECT_EQ(std::string(slot.address_text()).size(), 19U);
+  EXPECT_EQ(slot.address(), inet_addr(slot.address_text()));
+}
+
+// ---- IP Helper ---------------------------------------------------------------------------------
+
+TEST(IpHelperAdapter, ReadsItsOwnRowsInOrder) {
+  const Fixture adapter(MECHANISM_IP_HELPER,
+                        one_adapter("\"192.168.0.1/255.255.255.0\", \"0.0.0.0/0.0.0.0\","
+                                    "\"10.0.0.10/255.0.0.0\", \"10.0.0.2/255.0.0.0\"") +
+                            "gateways = [\"10.0.0.3\", \"10.0.0.4\"]\nconnection = \"Office\"\n"
+                            "[[adapters]]\nname = \"B\"\nindex = 3\n"
+                            "addresses = [\"10.0.0.5/255.0.0.0\"]\n");
+  EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.2/255.0.0.0", "10.0.0.10/255.0.0.0",
+                                           "192.168.0.1/255.255.255.0"));
+  EXPECT_STREQ(adapter->description(), "Ethernet-2");
+  EXPECT_STREQ(adapter->name(), "E100B1");
+  EXPECT_STREQ(adapter->connection_name(), "Office");
+  ASSERT_EQ(adapter->gateway_count(), 2);
+  EXPECT_STREQ(adapter->gateway(1), "10.0.0.4");
+}
+
+TEST(IpHelperAdapter, FindsPositionsByBinarySearch) {
+  const Fixture adapter(MECHANISM_IP_HELPER,
+                        one_adapter("\"10.0.0.1/255.0.0.0\", \"10.0.0.5/255.0.0.0\","
+                                    "\"10.0.0.9/255.0.0.0\""));
+  struct Case {
+    const char* address;
+    int result;
+    int position;
+  };
+  for (const auto& [address, result, position] : {Case{"10.0.0.5", 0, 1},
+                                                  {"10.0.0.6", -1, 2},
+                                                  {"10.0.0.0", -1, 0},
+                                                  {"10.0.0.10", -1, 3},
+                                                  {"9.255.255.255", -1, 0},
+                                                  {"200.0.0.1", -1, 3},
+                                                  {"10.0.0.1", 0, 0},
+                                                  {"10.0.0.9", 0, 2}}) {
+    std::int32_t found = 99;
+    EXPECT_EQ(adapter->find_address_slot(inet_addr(address), found), result) << address;
+    EXPECT_EQ(found, position) << address;
+  }
+}
+
+TEST(IpHelperAdapter, AddsAtTheSortedPositionAndDeletesOnlyItsOwn) {
+  const Fixture adapter(MECHANISM_IP_HELPER,
+                        one_adapter("\"10.0.0.1/255.0.0.0\", \"10.0.0.9/255.0.0.0\""));
+  EXPECT_EQ(adapter->add_address("10.0.0.7", "0.0.0.0"), 0);
+  EXPECT_THAT(adapter.table(),
+              ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.7/255.0.0.0", "10.0.0.9/255.0.0.0"));
+  EXPECT_NE(adapter->address_slot(1)->nte_context(), 0U);
+  EXPECT_EQ(adapter->delete_address("10.0.0.9"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - address <10.0.0.9> was created by another "
+                          "application."));
+  EXPECT_EQ(adapter->delete_address("10.0.0.7"), 0);
+  EXPECT_EQ(adapter->purge_address("10.0.0.1"), 0);
+  EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.9/255.0.0.0"));
+  EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - Cannot find address <10.0.0.1> to delete."));
+}
+
+TEST(IpHelperAdapter, KeepsTheContextsOfWhatIsStillThere) {
+  const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("\"10.0.0.1/255.0.0.0\""));
+  EXPECT_EQ(adapter->add_address("10.0.0.5", "255.0.0.0"), 0);
+  EXPECT_EQ(adapter->add_address("10.0.0.6", "255.0.0.0"), 0);
+  const auto context = adapter->address_slot(1)->nte_context();
+  EXPECT_EQ(adapter.host()->delete_address(adapter->address_slot(2)->nte_context()), 0U);
+  EXPECT_EQ(adapter->has_address("10.0.0.6"), 1);
+  adapter->refresh_addresses();
+  EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.5/255.0.0.0"));
+  EXPECT_EQ(adapter->address_slot(1)->nte_context(), context);
+  EXPECT_EQ(adapter->address_slot(0)->nte_context(), 0U);
+}
+
+TEST(IpHelperAdapter, GrowsInSteps) {
+  const Fixture adapter(MECHANISM_IP_HELPER, one_adapter(""));
+  EXPECT_EQ(adapter->address_capacity(), 0);
+  for (int i = 1; i <= 128; ++i) {
+    EXPECT_EQ(adapter->add_address(("10.0.0." + std::to_string(i)).c_str(), "255.0.0.0"), 0);
+  }
+  EXPECT_EQ(adapter->address_capacity(), 128);
+  EXPECT_EQ(adapter->add_address("10.0.0.0", "255.0.0.0"), 0);
+  EXPECT_EQ(adapter->address_capacity(), 256);
+  EXPECT_STREQ(adapter->address_slot(0)->address_text(), "10.0.0.0");
+  EXPECT_STREQ(adapter->address_slot(128)->address_text(), "10.0.0.128");
+}
+
+TEST(IpHelperAdapter, ChoosesTheMaskOfTheAddressClass) {
+  struct Case {
+    const char* address;
+    const char* mask;
+    bool reported;
+  };
+  for (const auto& [address, mask, reported] : {Case{"1.2.3.4", "255.0.0.0", false},
+                                                {"126.0.0.1", "255.0.0.0", false},
+                                                {"128.0.0.1", "255.255.0.0", false},
+                                                {"191.1.1.1", "255.255.0.0", false},
+                                                {"192.1.1.1", "255.255.255.0", false},
+                                                {"223.1.1.1", "255.255.255.0", false},
+                                                {"127.0.0.1", "255.255.255.0", true},
+                                                {"224.0.0.1", "255.255.255.0", true},
+                                                {"0.0.0.1", "255.255.255.0", true}}) {
+    const Fixture adapter(MECHANISM_IP_HELPER, one_adapter(""));
+    adapter.host()->keep_diary();
+    const std::string written = written_by([&] { adapter->add_address(address, "0.0.0.0"); });
+    EXPECT_THAT(adapter.host()->diary(),
+                ElementsAre(std::string("add ") + address + "/" + mask + " to 2"));
+    EXPECT_EQ(!written.empty(), reported) << written;
+  }
+}
+
+TEST(IpHelperAdapter, ContextsAreFoundByTheWholeText) {
+  const Fixture adapter(MECHANISM_IP_HELPER,
+                        one_adapter("\"10.0.0.12/255.0.0.0\", \"10.0.0.1/255.0.0.0\""));
+  EXPECT_EQ(find_nte_context("10.0.0.12"), 1U);
+  EXPECT_EQ(find_nte_context("10.0.0.1"), 2U);
+  EXPECT_EQ(find_nte_context("10.0.0.2"), 0U);
+  EXPECT_EQ(find_nte_context("0000000000000010.0.0.1"), 0U);
+}
+
+// ---- DHCP client -------------------------------------------------------------------------------
+
+TEST(DhcpClientAdapter, ReadsTheListsSlotBySlot) {
+  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("\"10.0.0.1/255.0.0.0\"", 2));
+  EXPECT_THAT(adapter.table(),
+              ElementsAre("10.0.0.1/255.0.0.0", "0.0.0.0/0.0.0.0", "0.0.0.0/0.0.0.0"));
+  EXPECT_EQ(adapter->count_blank_slots(), 2);
+  EXPECT_STREQ(adapter->name(), "");
+  EXPECT_STREQ(adapter->description(), "E100B1");
+}
+
+TEST(DhcpClientAdapter, TakesAsManySlotsAsThereAreMasks) {
+  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("") + R"(
+[registry."SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1"]
+IPAddress = false
+[registry."SYSTEM\\CurrentControlSet\\Services\\E100B1\\Parameters\\Tcpip"]
+IPAddress = ["10.0.0.1", "10.0.0.2", "10.0.0.3"]
+SubnetMask = ["255.0.0.0", "255.255.0.0"]
+)");
+  EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.2/255.255.0.0"));
+}
+
+TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
+  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("\"10.0.0.1/255.0.0.0\"", 6));
+  adapter.host()->keep_diary();
+  EXPECT_EQ(adapter->add_address("10.0.0.1", "255.0.0.0"), 0);
+  EXPECT_EQ(adapter->add_address("172.16.0.5", "0.0.0.0"), 0);
+  EXPECT_EQ(adapter->add_address("172.16.0.5", "255.0.0.0"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - IPAddress <172.16.0.5> already configured"));
+  EXPECT_EQ(adapter->probe_address_change(), 0);
+  EXPECT_EQ(adapter->add_address("10.0.0.6", "255.0.0.0"), 0);
+  EXPECT_EQ(adapter->add_address("10.0.0.7", "255.0.0.0"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - Cannot find unused slot to add 10.0.0.7"));
+  EXPECT_EQ(adapter->purge_address("10.0.0.1"), 0);
+  EXPECT_EQ(adapter->delete_address("172.16.0.5"), 0);
+  EXPECT_EQ(adapter->delete_address("172.16.0.5"), -1);
+  EXPECT_THAT(adapter.host()->diary(), ElementsAre("slot 5 of E100B1 = 172.16.0.5/255.255.0.0",
+                                                   "slot 6 of E100B1 = 0.0.255.255/255.255.0.0",
+                                                   "slot 6 of E100B1 = 0.0.0.0/0.0.0.0",
+                                                   "slot 6 of E100B1 = 10.0.0.6/255.0.0.0",
+                                                   "slot 5 of E100B1 = 0.0.0.0/0.0.0.0"));
+  EXPECT_EQ(registry_list(*adapter.host(), "IPAddress"),
+            "10.0.0.1,0.0.0.0,0.0.0.0,0.0.0.0,0.0.0.0,0.0.0.0,10.0.0.6,,");
+}
+
+TEST(DhcpClientAdapter, WritesItsListsWithBlanksAtTheEnd) {
+  const Fixture adapter(MECHANISM_DHCP_CLIENT,
+                        one_adapter("\"10.0.0.1/255.0.0.0\", \"0.0.0.0/0.0.0.0\","
+                                    "\"10.0.0.2/255.255.0.0\""));
+  EXPECT_EQ(adapter->write_tcpip_settings(3), 0);
+  EXPECT_EQ(registry_list(*adapter.host(), "IPAddress"),
+            "10.0.0.1,10.0.0.2,0.0.0.0,0.0.0.0,0.0.0.0,,");
+  EXPECT_EQ(registry_list(*adapter.host(), "SubnetMask"),
+            "255.0.0.0,255.255.0.0,0.0.0.0,0.0.0.0,0.0.0.0,,");
+  EXPECT_EQ(adapter->address_count(), 5);
+  EXPECT_EQ(adapter->write_tcpip_settings(99999), 0);
+  EXPECT_EQ(adapter->address_count(), 10010);
+
+  const Fixture empty(MECHANISM_DHCP_CLIENT, one_adapter(""));
+  EXPECT_EQ(empty->write_tcpip_settings(0), 0);
+  EXPECT_EQ(registry_list(*empty.host(), "IPAddress"), ",");
+}
+
+TEST(DhcpClientAdapter, AFailedWriteLeavesTheTable) {
+  const Fixture adapter(MECHANISM_DHCP_CLIENT,
+                        one_adapter("\"10.0.0.1/255.0.0.0\"", 1) +
+                            "[[faults]]\nfunction = \"RegSetValueExA\"\ncode = 5\n");
+  EXPECT_EQ(adapter->write_tcpip_settings(3), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("WARN  @ adapter:# - Cannot set Tcpip parms for Adapter <E100B1>.",
+                          "      @ utils:# - Cannot set <SYSTEM\\CurrentControlSet\\Services\\"
+                          "E100B1\\Parameters\\Tcpip\\IPAddress>"));
+  EXPECT_EQ(adapter->address_count(), 2);
+}
+
+TEST(DhcpClientAdapter, HoldsAHundredGateways) {
+  std::string gateways;
+  for (int i = 0; i < 120; ++i) gateways += "\"10.0.0." + std::to_string(i) + "\",";
+  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("") + "gateways = [" + gateways + "]");
+  EXPECT_EQ(adapter->gateway_count(), 100);
+  EXPECT_STREQ(adapter->gateway(99), "10.0.0.99");
+}
+
+TEST(OtherMechanisms, DoNothing) {
+  const Fixture adapter(static_cast<IpMechanism>(7), one_adapter("\"10.0.0.1/255.0.0.0\"", 9));
+  errmsg_begin();
+  EXPECT_THAT(adapter.table(), IsEmpty());
+  EXPECT_EQ(adapter->add_address("10.0.0.5", "0.0.0.0"), -1);
+  EXPECT_EQ(adapter->delete_address("10.0.0.1"), -1);
+  EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
+  EXPECT_EQ(adapter->write_tcpip_settings(3), 0);
+  EXPECT_EQ(adapter->probe_address_change(), 0);
+  EXPECT_EQ(adapter->has_address("10.0.0.1"), 0);
+  EXPECT_STREQ(errmsg_compose(), "");
+}
+
+// ---- Current address ---------------------------------------------------------------------------
+
+TEST(CurrentAddress, IsTheFirstUsableOfFourValues) {
+  const std::string first =
+      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters\\\\Interfaces\\\\"
+      "E100B1\"]\n";
+  const std::string second =
+      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\E100B1\\\\Parameters\\\\Tcpip\"]\n";
+  struct Case {
+    std::string registry;
+    const char* address;  // null: none
+  };
+  for (const auto& [registry, address] :
+       {Case{first + "IPAddress = [\"10.0.0.1\", \"10.0.0.2\"]", "10.0.0.1"},
+        {first + "IPAddress = [\"0.0.0.0\"]\nDhcpIPAddress = \"10.0.0.3\"", "10.0.0.3"},
+        {first + "IPAddress = \"10.0.0.4\"\nDhcpIPAddress = \"0.0.0.0\"\n" + second +
+             "IPAddress = \"10.0.0.5\"",
+         "10.0.0.5"},
+        {first + "IPAddress = []\n" + second + "IPAddress = []\nDhcpIPAddress = [\"10.0.0.6\"]",
+         "10.0.0.6"},
+        {first + "IPAddress = [\"0.0.0.0\"]", nullptr}}) {
+    const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("") + registry);
+    char text[ADDRESS_BUFFER_SIZE] = "untouched";
+    EXPECT_EQ(adapter->current_ip_address(text, sizeof text), address != nullptr ? 0 : -1);
+    EXPECT_STREQ(text, address != nullptr ? address : "untouched") << registry;
+  }
+  EXPECT_EQ(held_lines().front(), "WARN  @ adapter:# - Cannot determine IP address. ");
+}
+
+}  // namespace

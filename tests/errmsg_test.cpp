@@ -1,0 +1,239 @@
+#include "shared/include/vmk_errmsg.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/hosts.h"
+#include "tests/support/program.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+const ReportSite SITE = {".\\some\\module", 12};
+
+// ---- Memory that fails -------------------------------------------------------------------------
+
+/// Counts what a log asks of its memory; refuses while `refusals` are left, and blocks of over
+/// `limit` bytes until `until_released` is given back.
+struct Memory {
+  int allocations = 0;
+  int refusals = 0;
+  void* reserve = nullptr;
+  bool refuse_until_reserve = false;
+};
+
+Memory memory;
+
+void* counted_allocate(std::size_t size) {
+  ++memory.allocations;
+  void* block = std::malloc(size);
+  if (size == DIAGNOSTIC_RESERVE_SIZE) memory.reserve = block;
+  return block;
+}
+
+void* counted_resize(void* block, std::size_t size) {
+  ++memory.allocations;
+  if (memory.refuse_until_reserve && memory.reserve != nullptr) return nullptr;
+  if (memory.refusals > 0) {
+    --memory.refusals;
+    return nullptr;
+  }
+  return std::realloc(block, size);
+}
+
+void counted_release(void* block) {
+  if (block == memory.reserve) memory.reserve = nullptr;
+  std::free(block);
+}
+
+const MemoryOperations COUNTED_MEMORY = {std::calloc, counted_allocate, counted_release,
+                                         counted_resize, counted_release};
+
+class LogMemoryTest : public testing::Test {
+ protected:
+  LogMemoryTest() { memory = {}; }
+};
+
+TEST_F(LogMemoryTest, ReserveMakesTheRetryWorkAndTheNoticeFollows) {
+  MessageLog log(COUNTED_MEMORY);
+  memory.refuse_until_reserve = true;
+  const std::string cause = "WARN  " + std::string(300, 'c');
+  EXPECT_EQ(log.push(cause.c_str()), 0);
+  EXPECT_EQ(memory.reserve, nullptr);
+  EXPECT_EQ(log.push("ERROR outcome"), 0);
+  EXPECT_EQ(log.compose(),
+            "ERROR outcome\n      " + std::string(300, 'c') + "\n" + OUT_OF_MEMORY_NOTICE);
+  log.begin();
+  log.push("INFO  later");
+  EXPECT_STREQ(log.compose(), (std::string("INFO  later\n") + OUT_OF_MEMORY_NOTICE).c_str());
+}
+
+TEST_F(LogMemoryTest, WithoutReserveReportsAreDroppedAndMessagesShortened) {
+  MessageLog log(COUNTED_MEMORY);
+  const std::string text(300, 'x');
+  memory.refusals = 2;
+  EXPECT_EQ(log.push(text.c_str()), -1);
+  EXPECT_EQ(log.push("short one"), 0);
+  EXPECT_EQ(log.push(text.c_str()), 0);
+  memory.refusals = 1;
+  EXPECT_STREQ(log.compose(), OUT_OF_MEMORY_NOTICE);
+  // What is composed stands, and where the notice finds no room it is owed.
+  log.begin();
+  log.push(std::string(120, 'y').c_str());
+  memory.refusals = 1;
+  EXPECT_EQ(log.compose(), std::string(120, 'y') + "\n");
+  EXPECT_TRUE(log.owes_notice());
+}
+
+TEST_F(LogMemoryTest, ASteadyStreamAllocatesNothing) {
+  MessageLog log(COUNTED_MEMORY);
+  const std::string text = "INFO  " + std::string(2000, 'z');
+  for (int round = 0; round < 3; ++round) {
+    const int before = memory.allocations;
+    log.begin();
+    for (int i = 0; i < MAX_MESSAGE_PIECES; ++i) log.push(text.c_str());
+    log.compose();
+    if (round == 0) continue;
+    EXPECT_EQ(memory.allocations, before) << round;
+  }
+}
+
+void* no_reserve(std::size_t size) {
+  return size == DIAGNOSTIC_RESERVE_SIZE ? nullptr : std::malloc(size);
+}
+
+TEST(LogConstruction, EndsWithoutTheReserve) {
+  const MemoryOperations none = {std::calloc, no_reserve, std::free, std::realloc, std::free};
+  EXPECT_EXIT(
+      {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        MessageLog log(none);
+      },
+      testing::ExitedWithCode(3),
+      "^ERROR \\.\\\\vmk_errmsg:[0-9]+: assertion failed - not enough memory for diagnostics\n$");
+}
+
+// ---- Composition -------------------------------------------------------------------------------
+
+TEST(Log, ComposesNewestFirstAndBlanksTheCauses) {
+  MessageLog log(STANDARD_MEMORY);
+  log.push("WARN  cause");
+  log.push("ERROR error at line 3\n");
+  log.push("nothing\nto blank");
+  log.push("DEBUG outcome");
+  EXPECT_STREQ(log.compose(),
+               "DEBUG outcome\n       \nto blank\n      error at line 3\n      cause\n");
+  log.begin();
+  EXPECT_STREQ(log.compose(), "");
+}
+
+TEST(Log, HoldsSixtyFourPieces) {
+  MessageLog log(STANDARD_MEMORY);
+  for (int i = 0; i < MAX_MESSAGE_PIECES; ++i) EXPECT_EQ(log.push(std::to_string(i).c_str()), 0);
+  EXPECT_EQ(log.push("one too many"), -1);
+  EXPECT_TRUE(std::string(log.compose()).starts_with("63\n"));
+}
+
+// ---- Reports -----------------------------------------------------------------------------------
+
+TEST(Reports, HaveTheHeaderOfTheirLevel) {
+  errmsg_begin();
+  errmsg_set_location("C:\\src\\system.cpp", 449);
+  errmsg_info("%s %d", "info", 1);
+  errmsg_warn("warn");
+  errmsg_error("error");
+  errmsg_debug("debug");
+  EXPECT_THAT(held_lines(),
+              ElementsAre("DEBUG @ system.cpp:449 - debug", "      @ system.cpp:449 - error",
+                          "      @ system.cpp:449 - warn", "      @ - info 1"));
+  errmsg_begin();
+  const std::string base(200, 'f');
+  errmsg_set_location(base.c_str(), -1);
+  errmsg_warn("cut");
+  EXPECT_THAT(held_lines(), ElementsAre("WARN  @ " + base.substr(0, 127) + ":-1 - cut"));
+}
+
+TEST(Reports, AreCutAtTheEndOfTheirBuffer) {
+  errmsg_begin();
+  errmsg_info("%s", std::string(20000, 'x').c_str());
+  EXPECT_EQ(std::string(errmsg_compose()).size(), REPORT_BUFFER_SIZE - 1 + 1U);
+  errmsg_begin();
+  errmsg_push_format("%s", std::string(20000, 'x').c_str());
+  EXPECT_EQ(std::string(errmsg_compose()).size(), REPORT_BUFFER_SIZE - 1 + 1U);
+}
+
+TEST(Reports, BeginAddAndWriteAsTheirKindSays) {
+  EXPECT_EQ(written_by([] {
+              report(BEGIN_ERROR, SITE, "cause");
+              report(ADD_WARN, SITE, "more");
+            }),
+            "");
+  EXPECT_EQ(written_by([] { report(CLOSE_ERROR, SITE, "outcome"); }),
+            "ERROR @ module:# - outcome\n      @ module:# - more\n      @ module:# - cause\n");
+  // A flush clears nothing: without a begin the earlier reports come again.
+  EXPECT_EQ(written_by([] { report(CLOSE_WARN, SITE, "again"); }),
+            "WARN  @ module:# - again\n      @ module:# - outcome\n      @ module:# - more\n"
+            "      @ module:# - cause\n");
+  EXPECT_EQ(written_by([] { report(WRITE_DEBUG, SITE, "alone"); }), "DEBUG @ module:# - alone\n");
+  EXPECT_EQ(written_by([] { write_info("line"); }), "INFO  @ - line\n");
+  EXPECT_STREQ(errmsg_compose(), "");
+}
+
+TEST(Reports, AreSilentWhileSuspended) {
+  errmsg_begin();
+  errmsg_suspend();
+  errmsg_suspend();
+  errmsg_resume();
+  EXPECT_FALSE(errmsg_enabled());
+  EXPECT_EQ(written_by([] {
+              write_info("unheard");
+              errmsg_push("unheard");
+              errmsg_flush();
+            }),
+            "");
+  errmsg_resume();
+  EXPECT_EQ(written_by([] { write_info("heard"); }), "INFO  @ - heard\n");
+  EXPECT_TRUE(errmsg_enabled());
+}
+
+TEST(Reports, GiveTheSystemsReason) {
+  struct Case {
+    int error_number;
+    DWORD code;
+    const char* reason;
+  };
+  for (const auto& [error_number, code, reason] :
+       {Case{ENOENT, 5, "No such file or directory"}, Case{0, 5, "Access is denied."},
+        Case{0, 0xFFFFFFFE, "GetLastError -2"}, Case{0, 12345, "GetLastError 12345"}}) {
+    errmsg_begin();
+    SetLastError(code);
+    EXPECT_EQ(errmsg_save_last_error(), code);
+    SetLastError(0);
+    errmsg_set_location("x", 1);
+    errno = error_number;
+    errmsg_error_system("fopen");
+    EXPECT_EQ(errno, error_number);
+    errno = 0;
+    EXPECT_THAT(held_lines(), ElementsAre(std::string("ERROR @ x:# - fopen: ") + reason));
+  }
+  errmsg_begin();
+  errno = EACCES;
+  errmsg_push_errno();
+  errno = 0;
+  EXPECT_THAT(held_lines(), ElementsAre("Permission denied"));
+}
+
+TEST(Reports, LastMessageIsWhatTheLastFlushWrote) {
+  written_by([] { report(WRITE_ERROR, SITE, "seen"); });
+  EXPECT_EQ(normalised(errmsg_last_message()), "ERROR @ module:# - seen\n");
+}
+
+}  // namespace

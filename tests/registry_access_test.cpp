@@ -1,0 +1,110 @@
+#include "brenlo/src/utils.h"
+
+#include <windows.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "tests/support/hosts.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+constexpr char VALUES[] = R"([registry."Software\\Key"]
+list = ["10.0.0.1", "10.0.0.2"]
+text = "ten bytes"
+number = 7
+)";
+
+TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
+  const TestHost host(VALUES);
+  struct Case {
+    const char* key;
+    const char* value;
+    std::int32_t capacity;
+    int result;
+    const char* report;
+  };
+  for (const auto& [key, value, capacity, result, report] :
+       {Case{"SOFTWARE\\key", "TEXT", 10, 0, nullptr},
+        {"Software\\Key", "text", 9, -1,
+         "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\text>"},
+        {"Software\\Key", "none", 9, -1, "ERROR @ utils:# - Cannot read <Software\\Key\\none>"},
+        {"Software\\Kex", "text", 9, -1, "ERROR @ utils:# - Cannot open key <Software\\Kex>"},
+        {"Software", "text", 9, -1, "ERROR @ utils:# - Cannot read <Software\\text>"}}) {
+    char buffer[16] = "untouched";
+    std::int32_t size = capacity;
+    EXPECT_EQ(read_registry_value(key, value, buffer, &size), result) << value;
+    EXPECT_EQ(size, capacity);
+    if (result == 0) {
+      EXPECT_STREQ(buffer, "ten bytes");
+    }
+    if (result != 0) {
+      EXPECT_THAT(held_lines(), ElementsAre(report));
+    }
+  }
+  std::int32_t size = 0;
+  EXPECT_EQ(read_registry_value("Software\\Key", "list", nullptr, &size), 0);
+  EXPECT_EQ(size, 19);
+}
+
+TEST(RegistryAccess, ReadsTheFirstStringOfAList) {
+  const TestHost host(VALUES);
+  struct Case {
+    const char* value;
+    std::uint32_t capacity;
+    int result;
+    const char* report;
+  };
+  for (const auto& [value, capacity, result, report] :
+       {Case{"list", 9, 0, nullptr},
+        {"list", 8, -1, "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\list>"},
+        {"text", 99, -1, "ERROR @ utils:# - <Software\\Key\\text> is not a REG_MULTI_SZ key"},
+        {"number", 99, -1, "ERROR @ utils:# - <Software\\Key\\number> is not a REG_MULTI_SZ key"},
+        {"none", 99, -1, "ERROR @ utils:# - <Software\\Key\\none> is not a REG_MULTI_SZ key"}}) {
+    char buffer[100] = "untouched";
+    std::uint32_t size = capacity;
+    EXPECT_EQ(read_first_multi_sz("Software\\Key", value, buffer, &size), result) << value;
+    if (result == 0) {
+      EXPECT_STREQ(buffer, "10.0.0.1");
+    }
+    if (result != 0) {
+      EXPECT_THAT(held_lines(), ElementsAre(report));
+    }
+  }
+}
+
+TEST(RegistryAccess, WritesListsAndCreatesTheirKey) {
+  const TestHost host(VALUES);
+  EXPECT_EQ(write_multi_sz_value("Software\\New\\Deep", "list", "a\0b\0", 5), 0);
+  const RegistryValue expected = {REG_MULTI_SZ, std::string("a\0b\0", 5)};
+  ASSERT_NE(host->find_value("software\\new\\deep", "LIST"), nullptr);
+  EXPECT_EQ(*host->find_value("software\\new\\deep", "LIST"), expected);
+}
+
+TEST(RegistryAccess, EachFailingCallHasItsWords) {
+  struct Case {
+    const char* fault;
+    const char* report;
+  };
+  for (const auto& [fault, report] :
+       {Case{"function = \"RegCreateKeyExA\"", "ERROR @ utils:# - Cannot create key <A>"},
+        {"function = \"RegOpenKeyExA\"", "ERROR @ utils:# - Cannot open key <A>"},
+        {"function = \"RegSetValueExA\"", "ERROR @ utils:# - Cannot set <A\\v>"}}) {
+    const TestHost host(std::string("[[faults]]\ncode = 5\n") + fault);
+    EXPECT_EQ(write_multi_sz_value("A", "v", "", 1), -1);
+    EXPECT_THAT(held_lines(), ElementsAre(report));
+  }
+  const TestHost host(std::string(VALUES) +
+                      "[[faults]]\ncode = 5\nfunction = \"RegQueryValueExA\"\nskip = 1");
+  char buffer[32];
+  std::int32_t size = sizeof buffer;
+  EXPECT_EQ(read_registry_value("Software\\Key", "text", buffer, &size), -1);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ utils:# - Cannot read <Software\\Key\\text>"));
+}
+
+}  // namespace

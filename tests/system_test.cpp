@@ -1,0 +1,236 @@
+#include "brenlo/src/system.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <string>
+
+#include "brenlo/src/brenlocfg.h"
+#include "shared/include/os_identity.h"
+#include "shared/include/vmk_debug.h"
+#include "shared/include/vmk_errmsg.h"
+#include "tests/support/hosts.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+std::string adapters(std::initializer_list<const char*> descriptions) {
+  std::string text;
+  int index = 2;
+  for (const char* description : descriptions) {
+    const std::string number = std::to_string(index++);
+    text += "[[adapters]]\nname = \"E" + number + "\"\ndescription = \"" + description +
+            "\"\nindex = " + number + "\naddresses = [\"10.0." + number + ".1/255.255.0.0\"]\n";
+  }
+  return text;
+}
+
+std::unique_ptr<ExclusionEntry> excluded(ExclusionKind kind, const std::string& value) {
+  auto entry = std::make_unique<ExclusionEntry>();
+  entry->kind = kind;
+  entry->length = static_cast<std::int32_t>(value.size());
+  value.copy(entry->value, sizeof entry->value - 1);
+  return entry;
+}
+
+TEST(Uname, TellsTheReleasesApart) {
+  struct Case {
+    const char* os;
+    const char* release;
+  };
+  for (const auto& [os, release] : {Case{"platform_id = 0, major = 3", "3.10 (win32s)"},
+                                    {"platform_id = 1, major = 4, minor = 0", "95"},
+                                    {"platform_id = 1, major = 4, minor = 10", "98"},
+                                    {"platform_id = 1, major = 4, minor = 90", "Me"},
+                                    {"platform_id = 1, major = 4, minor = 11", ""},
+                                    {"platform_id = 2, major = 10, minor = 0", "NT 10.0"},
+                                    {"platform_id = 3, major = 5, minor = 1", ""}}) {
+    const TestHost host(std::string("os = {service_pack = \"Service Pack 3\", ") + os + "}");
+    OsIdentity identity;
+    EXPECT_EQ(uname(identity), 0);
+    EXPECT_STREQ(identity.release, release) << os;
+    EXPECT_STREQ(identity.version, "Service Pack 3");
+    EXPECT_STREQ(identity.sysname, "windows");
+    EXPECT_STREQ(identity.machine, "x86");
+    EXPECT_STREQ(identity.nodename, "");
+  }
+}
+
+TEST(FindAdapter, ByPrefixThenBySuffix) {
+  struct Case {
+    std::initializer_list<const char*> table;
+    const char* name;
+    const char* found;
+  };
+  for (const auto& [table, name, found] :
+       {Case{{"Fast Ethernet Adapter", "Wireless Adapter"}, "fast", "Fast Ethernet Adapter-2"},
+        {{"Fast Ethernet Adapter", "Wireless Adapter"}, "Wireless Adapter-9", "Wireless Adapter-3"},
+        {{"Fast Ethernet Adapter"}, "Fast Ethernet Adapter-2-X", "Fast Ethernet Adapter-2"},
+        {{"Fast Ethernet Adapter", "Fast Ethernet Adapter"}, "Fast Ethernet Adapter-9", nullptr},
+        {{"Fast Ethernet Adapter", "Fast Ethernet Adapter"}, "Fast", "Fast Ethernet Adapter-2"},
+        {{"Fast Ethernet Adapter"}, "-2", nullptr},
+        {{"Fast Ethernet Adapter"}, "none", nullptr},
+        {{"Fast Ethernet Adapter"}, "", "Fast Ethernet Adapter-2"}}) {
+    const TestHost host(adapters(table));
+    const System system;
+    const Adapter* adapter = system.find_adapter(name, true);
+    EXPECT_STREQ(adapter != nullptr ? adapter->description() : nullptr, found) << name;
+  }
+}
+
+TEST(FindAdapter, WithoutANameTakesTheFirstActiveOrTheFirst) {
+  const TestHost host(adapters({"A", "B"}) +
+                      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters"
+                      "\\\\Interfaces\\\\E2\"]\nIPAddress = [\"10.9.9.9\"]\n");
+  System system;
+  EXPECT_EQ(system.find_adapter(nullptr, true), nullptr);
+  EXPECT_EQ(system.add_address(nullptr, "10.0.0.9", "255.0.0.0"), -1);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <first active> adapter."));
+  EXPECT_STREQ(system.find_adapter(nullptr, false)->description(), "A-2");
+  EXPECT_EQ(system.find_first_active_adapter(), 1);
+  EXPECT_STREQ(system.find_adapter(nullptr, true)->description(), "B-3");
+  char text[ADDRESS_BUFFER_SIZE];
+  EXPECT_EQ(system.read_adapter_settings(nullptr, text, sizeof text), 0);
+  EXPECT_STREQ(text, "10.0.3.1");
+  char names[2 * (NAME_SIZE + 3) + 1];
+  EXPECT_EQ(system.list_active_adapter_names(names), 0);
+  EXPECT_STREQ(names, "{B-3} ");
+}
+
+TEST(Selection, LeavesExcludedAdaptersAlone) {
+  const TestHost host(adapters({"Alpha", "Beta", "Gamma"}) + "hardware_address = \"00-0C-29-01\"");
+  excluded_adapters->append(excluded(EXCLUDED_NAME, "Alpha"));
+  excluded_adapters->append(excluded(EXCLUDED_ADDRESS, std::string("\0\0\0\x0C", 4)));
+  System system;
+  EXPECT_EQ(written_by([&] { system.list_adapters(); }),
+            "INFO  @ - Configured network interfaces:\nINFO  @ -  #1 : Alpha-2 [EXCLUDED]\n"
+            "INFO  @ -  #2 : Beta-3\nINFO  @ -  #3 : Gamma-4 [EXCLUDED]\n"
+            "INFO  @ -  first active: \"Beta-3\"\n");
+  excluded_adapters->clear();
+}
+
+TEST(AddressCommands, RefreshEveryThousandthTimeAndOnFailure) {
+  const TestHost host(adapters({"A"}) + R"([[faults]]
+function = "AddIPAddress"
+code = 31
+skip = 1
+times = 1
+)");
+  System system;
+  ASSERT_EQ(system.add_address("A", "10.0.0.5", "255.0.0.0"), 0);
+  // Another program takes the address away; the tool believes in it until it looks again.
+  ASSERT_EQ(host->delete_address(2), 0U);
+  int operations = 1;
+  while (system.has_address("A", "10.0.0.5") == 1 && operations < 2000) {
+    system.delete_address("A", "10.0.0.250");
+    ++operations;
+  }
+  EXPECT_GE(operations, 2);
+  EXPECT_LE(operations, ADAPTER_REFRESH_INTERVAL);
+  // From here the count is known: 999 operations look at the old table, the 1000th at the new one.
+  ASSERT_EQ(system.add_address("A", "10.0.0.6", "255.0.0.0"), 0);
+  ASSERT_EQ(host->delete_address(3), 0U);
+  for (int i = 2; i < ADAPTER_REFRESH_INTERVAL; ++i) {
+    system.delete_address("A", "10.0.0.250");
+    ASSERT_EQ(system.has_address("A", "10.0.0.6"), 1) << i;
+  }
+  system.delete_address("A", "10.0.0.250");
+  EXPECT_EQ(system.has_address("A", "10.0.0.6"), 0);
+}
+
+TEST(AddressCommands, AnAddressHeldByAnyAdapterIsNotAddedAgain) {
+  const TestHost host(adapters({"A", "B"}));
+  System system;
+  host->keep_diary();
+  EXPECT_EQ(system.add_address("B", "10.0.2.1", "255.0.0.0"), 0);
+  EXPECT_THAT(host->diary(), ElementsAre());
+  // It has gone from the host: the refresh shows it, and it is added.
+  ASSERT_EQ(host->delete_address(1), 0U);
+  EXPECT_EQ(system.add_address("B", "10.0.2.1", "255.0.0.0"), 0);
+  EXPECT_THAT(host->diary(), ElementsAre("delete 10.0.2.1", "add 10.0.2.1/255.0.0.0 to 3"));
+}
+
+TEST(AddressCommands, WithoutANameWorkOnTheFirstActiveAdapterOnly) {
+  const TestHost host(adapters({"A", "B"}));
+  System system;
+  ASSERT_EQ(system.find_first_active_adapter(), 0);
+  EXPECT_EQ(system.purge_address(nullptr, "10.0.3.1"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - Cannot find address <10.0.3.1> to delete."));
+}
+
+class ForcedDhcpClient : public testing::Test {
+ protected:
+  ForcedDhcpClient() { setenv("ZARVO_IPMGMT_MECHANISM", "1", 1); }
+  ~ForcedDhcpClient() override { unsetenv("ZARVO_IPMGMT_MECHANISM"); }
+};
+
+TEST_F(ForcedDhcpClient, ProbesAndPads) {
+  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"", 6));
+  System* constructed = nullptr;
+  written_by([&] { constructed = new System; });
+  const std::unique_ptr<System> system(constructed);
+  host->keep_diary();
+  EXPECT_EQ(system->find_first_active_adapter(), -1);
+  EXPECT_THAT(host->diary(), ElementsAre("slot 5 of E100B1 = 0.0.255.255/255.255.0.0",
+                                         "slot 5 of E100B1 = 0.0.0.0/0.0.0.0"));
+  EXPECT_EQ(system->pad_blank_addresses(nullptr, 9), 9);
+  EXPECT_EQ(system->pad_blank_addresses("none", 9), -1);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <none> adapter."));
+}
+
+TEST(HostAddress, IsCutToItsBuffer) {
+  const TestHost host(
+      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Linkage\"]\nBind = "
+      "[\"\\\\Device\\\\X\"]\n"
+      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\X\\\\Parameters\\\\Tcpip\"]\n"
+      "IpAddress = [\"" +
+      std::string(255, '9') + "\"]\n");
+  char address[200];
+  EXPECT_EQ(get_host_address_from_bindings(address), 0);
+  EXPECT_EQ(std::string(address), std::string(199, '9'));
+}
+
+bool everywhere(const char* module, std::int32_t /*line*/) {
+  return std::string_view(module) == "system";
+}
+
+TEST(HostAddress, SaysWhichAdapterItLooksAtWhenDebugged) {
+  const TestHost host(adapters({"A"}));
+  install_debug_table(everywhere);
+  char address[200];
+  EXPECT_EQ(written_by([&] { EXPECT_EQ(get_host_address_from_bindings(address), 0); }),
+            "DEBUG @ system:# - adapter = \"E2\"\n");
+  install_debug_table(nullptr);
+}
+
+// ---- Exclusion list ----------------------------------------------------------------------------
+
+TEST(Exclusions, MatchByBeginnings) {
+  ExclusionList list;
+  EXPECT_EQ(list.excludes_name("Local Area Connection"), 0);
+  list.append(excluded(EXCLUDED_NAME, "Local Area Connection"));
+  list.append(excluded(EXCLUDED_NAME, "first\nsecond"));
+  for (const char* name :
+       {"Local Area Connection", "Local Area Connection 2", "Local", "", "first", "fir"}) {
+    EXPECT_EQ(list.excludes_name(name), 1) << name;
+  }
+  for (const char* name : {"local area connection 2", "Wireless", "second", "first one"}) {
+    EXPECT_EQ(list.excludes_name(name), 0) << name;
+  }
+  const std::uint8_t address[6] = {0x00, 0x0C, 0x29, 1, 2, 3};
+  EXPECT_EQ(list.excludes_address(address), 0);
+  list.append(excluded(EXCLUDED_ADDRESS, std::string("\x00\x50", 2)));
+  EXPECT_EQ(list.excludes_address(address), 0);
+  list.append(excluded(EXCLUDED_ADDRESS, std::string("\x00\x0C\x29\x01\x02\x03\x99", 7)));
+  EXPECT_EQ(list.excludes_address(address), 1);
+  EXPECT_EQ(list.count(), 4);
+  EXPECT_EQ(list.clear(), 0);
+  EXPECT_EQ(list.excludes_address(address), 0);
+  list.append(excluded(EXCLUDED_ADDRESS, ""));
+  EXPECT_EQ(list.excludes_address(address), 1);
+}
+
+}  // namespace
