@@ -171,21 +171,21 @@ TEST(IpHelperAdapter, ChoosesTheMaskOfTheAddressClass) {
     const char* mask;
     bool reported;
   };
-  for (const auto& [address, mask, reported] : {Case{"1.2.3.4", "255.0.0.0", false},
-                                                {"126.0.0.1", "255.0.0.0", false},
-                                                {"128.0.0.1", "255.255.0.0", false},
-                                                {"191.1.1.1", "255.255.0.0", false},
-                                                {"192.1.1.1", "255.255.255.0", false},
-                                                {"223.1.1.1", "255.255.255.0", false},
-                                                {"127.0.0.1", "255.255.255.0", true},
-                                                {"224.0.0.1", "255.255.255.0", true},
-                                                {"0.0.0.1", "255.255.255.0", true}}) {
+  for (const Case& it : {Case{"1.2.3.4", "255.0.0.0", false},
+                         {"126.0.0.1", "255.0.0.0", false},
+                         {"128.0.0.1", "255.255.0.0", false},
+                         {"191.1.1.1", "255.255.0.0", false},
+                         {"192.1.1.1", "255.255.255.0", false},
+                         {"223.1.1.1", "255.255.255.0", false},
+                         {"127.0.0.1", "255.255.255.0", true},
+                         {"224.0.0.1", "255.255.255.0", true},
+                         {"0.0.0.1", "255.255.255.0", true}}) {
     const Fixture adapter(MECHANISM_IP_HELPER, one_adapter(""));
     adapter.host()->keep_diary();
-    const std::string written = written_by([&] { adapter->add_address(address, "0.0.0.0"); });
+    const std::string written = written_by([&] { adapter->add_address(it.address, "0.0.0.0"); });
     EXPECT_THAT(adapter.host()->diary(),
-                ElementsAre(std::string("add ") + address + "/" + mask + " to 2"));
-    EXPECT_EQ(!written.empty(), reported) << written;
+                ElementsAre(std::string("add ") + it.address + "/" + it.mask + " to 2"));
+    EXPECT_EQ(!written.empty(), it.reported) << written;
   }
 }
 

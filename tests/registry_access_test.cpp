@@ -81,7 +81,7 @@ TEST(RegistryAccess, ReadsTheFirstStringOfAList) {
 TEST(RegistryAccess, WritesListsAndCreatesTheirKey) {
   const TestHost host(VALUES);
   EXPECT_EQ(write_multi_sz_value("Software\\New\\Deep", "list", "a\0b\0", 5), 0);
-  const RegistryValue expected = {REG_MULTI_SZ, std::string("a\0b\0", 5)};
+  const RegistryValue expected = {REG_MULTI_SZ, std::string("a\0b\0\0", 5)};
   ASSERT_NE(host->find_value("software\\new\\deep", "LIST"), nullptr);
   EXPECT_EQ(*host->find_value("software\\new\\deep", "LIST"), expected);
 }

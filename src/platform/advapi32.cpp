@@ -2,7 +2,7 @@
 
 #include <windows.h>
 
-#include <cstring>
+#include <algorithm>
 #include <new>
 #include <string>
 
@@ -67,7 +67,7 @@ LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LP
   *size = static_cast<DWORD>(found->data.size());
   if (data == nullptr) return ERROR_SUCCESS;
   if (room < *size) return ERROR_MORE_DATA;
-  std::memcpy(data, found->data.data(), found->data.size());
+  std::copy(found->data.begin(), found->data.end(), data);
   return ERROR_SUCCESS;
 }
 

@@ -59,7 +59,7 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
     SetLastError(ERROR_INSUFFICIENT_BUFFER);
     return 0;
   }
-  std::memcpy(buffer, text, length);
+  std::memcpy(buffer, text, length + 1);
   std::memcpy(buffer + length, "\r\n", 3);
   return static_cast<DWORD>(length + 2);
 }

@@ -86,7 +86,8 @@ int MessageLog::push(const char* text) {
   if (piece_count_ == MAX_MESSAGE_PIECES) return -1;
   MessagePiece& piece = pieces_[piece_count_];
   const auto length = static_cast<std::int32_t>(std::strlen(text));
-  if (piece.capacity <= length + 1 && !grow(piece, length + 1 + GROWTH_STEP)) return -1;
+  const bool fits = piece.text != nullptr && piece.capacity > length + 1;
+  if (!fits && !grow(piece, length + 1 + GROWTH_STEP)) return -1;
   std::memcpy(piece.text, text, static_cast<std::size_t>(length) + 1);
   piece.length = length;
   ++piece_count_;
@@ -94,7 +95,7 @@ int MessageLog::push(const char* text) {
 }
 
 bool MessageLog::make_room(std::int32_t need) {
-  return output_.capacity > need || grow(output_, need + GROWTH_STEP);
+  return (output_.text != nullptr && output_.capacity > need) || grow(output_, need + GROWTH_STEP);
 }
 
 bool MessageLog::append(const MessagePiece& piece) {
@@ -110,7 +111,7 @@ bool MessageLog::append(const MessagePiece& piece) {
 
 bool MessageLog::append_notice() {
   const std::int32_t end = output_.length + NOTICE_LENGTH;
-  if (output_.capacity <= end && !grow(output_, end + 1 + GROWTH_STEP)) return false;
+  if (!make_room(end)) return false;
   std::memcpy(output_.text + output_.length, OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE);
   output_.length = end;
   return true;

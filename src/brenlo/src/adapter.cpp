@@ -108,8 +108,8 @@ int grow_table(std::unique_ptr<Slot*[]>& slots, std::int32_t count, std::int32_t
 template <typename Slot>
 void clear_table(std::unique_ptr<Slot*[]>& slots, std::int32_t& count) {
   for (std::int32_t i = 0; i < count; ++i) {
-    delete slots[i];
-    slots[i] = nullptr;
+    delete slots.get()[i];
+    slots.get()[i] = nullptr;
   }
   count = 0;
 }
@@ -181,13 +181,13 @@ int Adapter::read_tcpip_settings() {
   }
 }
 
-int Adapter::append_slot(std::unique_ptr<AddressSlot> slot) {
+int Adapter::append_slot(std::unique_ptr<AddressSlot> entry) {
   if (grow_address_table() != 0) return fail_no_room(here());
-  if (slot == nullptr) {
+  if (entry == nullptr) {
     fail_memory(here());
     return fail_no_room(here());
   }
-  addresses_[address_count_++] = slot.release();
+  addresses_.get()[address_count_++] = entry.release();
   return 0;
 }
 
@@ -250,10 +250,10 @@ int Adapter::write_tcpip_settings(std::int32_t blank_count) {
   }
   std::int32_t written = 0;
   for (std::int32_t i = 0; i < address_count_; ++i) {
-    const AddressSlot& slot = *addresses_[i];
-    if (slot.is_blank()) continue;
-    if (written == MAX_LIST_ENTRIES || !addresses.add(slot.address_text()) ||
-        !masks.add(slot.mask_text())) {
+    const AddressSlot& entry = *slot(i);
+    if (entry.is_blank()) continue;
+    if (written == MAX_LIST_ENTRIES || !addresses.add(entry.address_text()) ||
+        !masks.add(entry.mask_text())) {
       // A list cut short would take addresses off the adapter.
       report(BEGIN_ERROR, here(), "more than %d addresses", written);
       return fail(here());
@@ -298,7 +298,7 @@ int Adapter::save_contexts(std::unique_ptr<SavedContext[]>& saved, std::int32_t&
   saved.reset(new (std::nothrow) SavedContext[static_cast<std::size_t>(count)]);
   if (saved == nullptr) return 0;
   for (std::int32_t i = 0; i < count; ++i) {
-    saved[i] = {addresses_[i]->address(), addresses_[i]->nte_context()};
+    saved.get()[i] = {slot(i)->address(), slot(i)->nte_context()};
   }
   return 0;
 }
@@ -307,9 +307,8 @@ int Adapter::restore_contexts(std::unique_ptr<SavedContext[]> saved, std::int32_
   if (saved == nullptr) return -1;
   for (std::int32_t i = 0; i < count; ++i) {
     std::int32_t position = 0;
-    if (find_address_slot(saved[i].address, position) == 0) {
-      addresses_[position]->set_nte_context(saved[i].nte_context);
-    }
+    const auto& [address, nte_context] = saved.get()[i];
+    if (find_address_slot(address, position) == 0) slot(position)->set_nte_context(nte_context);
   }
   return 0;
 }
@@ -429,7 +428,7 @@ std::int32_t Adapter::count_blank_slots() const {
   if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
   std::int32_t blank = 0;
   for (std::int32_t i = 0; i < address_count_; ++i) {
-    if (addresses_[i] != nullptr && addresses_[i]->is_blank()) ++blank;
+    if (slot(i) != nullptr && slot(i)->is_blank()) ++blank;
   }
   return blank;
 }
@@ -437,8 +436,8 @@ std::int32_t Adapter::count_blank_slots() const {
 /// The first entry with the address, by a walk: the registry's lists have no order.
 AddressSlot* Adapter::find_listed(std::uint32_t address, std::int32_t& position) const {
   for (position = 0; position < address_count_; ++position) {
-    AddressSlot* slot = addresses_[position];
-    if (slot != nullptr && slot->address() == address) return slot;
+    AddressSlot* entry = slot(position);
+    if (entry != nullptr && entry->address() == address) return entry;
   }
   return nullptr;
 }
@@ -450,7 +449,7 @@ int Adapter::find_address_slot(std::uint32_t address, std::int32_t& position) co
   std::int32_t high = address_count_ - 1;
   while (low <= high) {
     const std::int32_t middle = low + (high - low) / 2;
-    const std::uint32_t key = ntohl(addresses_[middle]->address());
+    const std::uint32_t key = ntohl(slot(middle)->address());
     if (key == wanted) {
       position = middle;
       return 0;
@@ -505,7 +504,7 @@ int Adapter::add_through_service(const char* address_text, const char* mask_text
     return -1;
   }
   for (position = FIRST_USABLE_SLOT; position < address_count_; ++position) {
-    if (addresses_[position] != nullptr && addresses_[position]->is_blank()) break;
+    if (slot(position) != nullptr && slot(position)->is_blank()) break;
   }
   if (position >= address_count_) {
     report(BEGIN_ERROR, here(), "Cannot find unused slot to add %s", address_text);
@@ -515,10 +514,10 @@ int Adapter::add_through_service(const char* address_text, const char* mask_text
     report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text, mask_text);
     return -1;
   }
-  AddressSlot& slot = *addresses_[position];
-  slot.set_address(address_text);
-  slot.set_mask(effective_mask);
-  slot.set_added_here(1);
+  AddressSlot& entry = *slot(position);
+  entry.set_address(address_text);
+  entry.set_mask(effective_mask);
+  entry.set_added_here(1);
   return 0;
 }
 
@@ -540,18 +539,18 @@ int Adapter::add_to_interface(const char* address_text, const char* effective_ma
 /// Enters an address that is on the interface already; without memory for its entry it is taken
 /// off again, so that table and interface agree.
 int Adapter::insert_added(std::uint32_t address, std::uint32_t mask, std::uint32_t nte_context) {
-  std::unique_ptr<AddressSlot> slot(new (std::nothrow) AddressSlot(address, mask, 0));
-  if (slot == nullptr) {
+  std::unique_ptr<AddressSlot> entry(new (std::nothrow) AddressSlot(address, mask, 0));
+  if (entry == nullptr) {
     static_cast<void>(iphlpapi_delete_ip_address(nte_context));
     fail_memory(here());
     return fail_no_room(here());
   }
-  slot->set_nte_context(nte_context);
+  entry->set_nte_context(nte_context);
   std::int32_t position = 0;
   static_cast<void>(find_address_slot(address, position));
   AddressSlot** const slots = addresses_.get();
   std::move_backward(slots + position, slots + address_count_, slots + address_count_ + 1);
-  slots[position] = slot.release();
+  slots[position] = entry.release();
   ++address_count_;
   return 0;
 }
@@ -576,20 +575,20 @@ int Adapter::purge_address(const char* address_text) {
 
 int Adapter::delete_through_service(const char* address_text) {
   std::int32_t position = 0;
-  AddressSlot* slot = find_listed(inet_addr(address_text), position);
-  if (slot == nullptr) {
+  AddressSlot* entry = find_listed(inet_addr(address_text), position);
+  if (entry == nullptr) {
     report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
     return -1;
   }
-  if (slot->added_here() == 0) return 0;
+  if (entry->added_here() == 0) return 0;
   const char* const address = blank_address(position);
   const char* const mask = blank_mask(position);
   if (dhcpcsvc_notify_config_change(description_, position, address, mask) != 1) {
     report(ADD_WARN, here(), "Cannot delete IPAddress <%s>", address_text);
     return -1;
   }
-  slot->set_address(address);
-  slot->set_mask(mask);
+  entry->set_address(address);
+  entry->set_mask(mask);
   return 0;
 }
 
@@ -599,7 +598,7 @@ int Adapter::delete_from_interface(const char* address_text, bool any_owner) {
     report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
     return -1;
   }
-  std::uint32_t nte_context = addresses_[position]->nte_context();
+  std::uint32_t nte_context = slot(position)->nte_context();
   if (nte_context == 0 && !any_owner) {
     report(BEGIN_ERROR, here(), "address <%s> was created by another application.", address_text);
     return -1;

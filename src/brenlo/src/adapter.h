@@ -57,7 +57,7 @@ class Adapter {
   [[nodiscard]] std::int32_t address_capacity() const { return address_capacity_; }
   /// The entry at a position below address_count, or null.
   [[nodiscard]] const AddressSlot* address_slot(std::int32_t position) const {
-    return addresses_[position];
+    return slot(position);
   }
   [[nodiscard]] std::int32_t gateway_count() const { return gateway_count_; }
   [[nodiscard]] const char* gateway(std::int32_t position) const {
@@ -124,7 +124,10 @@ class Adapter {
  private:
   int read_registry_addresses();
   int read_interface_addresses();
-  int append_slot(std::unique_ptr<AddressSlot> slot);
+  [[nodiscard]] AddressSlot* slot(std::int32_t position) const {
+    return addresses_.get()[position];
+  }
+  int append_slot(std::unique_ptr<AddressSlot> entry);
   int read_registry_gateways();
   int read_interface_gateways();
   int append_gateway(std::string_view text);
