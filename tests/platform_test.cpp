@@ -32,7 +32,7 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {"os = {major = -1}", "d:1: 'major' must be from 0 to 4294967295"},
            {"os = {user = 5}", "d:1: 'user' must be a string"},
            {"\ntime = {sleep = 1}", "d:2: 'sleep' must be true or false"},
-           {"libraries = {ws2_32 = true}", "d:1: unknown key 'ws2_32'"},
+           {"libraries = {wininet = true}", "d:1: unknown key 'wininet'"},
            {"libraries = {dhcpcsvc = 1}",
             "d:1: 'dhcpcsvc' must be true, false or an array of functions"},
            {"libraries = {dhcpcsvc = [\"Sleep\"]}", "d:1: unknown function 'Sleep'"},

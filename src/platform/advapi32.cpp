@@ -1,8 +1,9 @@
-// Stands in for advapi32: the registry.
+// Stands in for advapi32: the registry and the user.
 
 #include <windows.h>
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 #include <string>
 
@@ -83,4 +84,20 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
   const auto code = scripted_failure(Call::REG_CLOSE_KEY);
   if (key != HKEY_LOCAL_MACHINE) delete opened(key);
   return code ? status(*code) : ERROR_SUCCESS;
+}
+
+BOOL WINAPI GetUserNameA(LPSTR buffer, LPDWORD size) {
+  if (const auto code = scripted_failure(Call::GET_USER_NAME)) {
+    SetLastError(*code);
+    return FALSE;
+  }
+  const std::string& name = current_host().user_name();
+  const DWORD room = *size;
+  *size = static_cast<DWORD>(name.size() + 1);
+  if (room < *size) {
+    SetLastError(ERROR_INSUFFICIENT_BUFFER);
+    return FALSE;
+  }
+  std::memcpy(buffer, name.c_str(), *size);
+  return TRUE;
 }

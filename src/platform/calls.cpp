@@ -15,14 +15,24 @@ constexpr CallRow CALLS[] = {
     {"AddIPAddress", "iphlpapi"},
     {"DeleteIPAddress", "iphlpapi"},
     {"DhcpNotifyConfigChange", "dhcpcsvc"},
+    {"FindClose", ""},
+    {"FindFirstFileA", ""},
+    {"FindNextFileA", ""},
     {"FormatMessageA", ""},
+    {"freeaddrinfo", "ws2_32"},
     {"FreeLibrary", ""},
     {"GetAdaptersInfo", "iphlpapi"},
+    {"getaddrinfo", "ws2_32"},
+    {"GetCurrentDirectoryA", ""},
     {"GetIfEntry", "iphlpapi"},
     {"GetIfTable", "iphlpapi"},
     {"GetIpAddrTable", "iphlpapi"},
     {"GetLastError", ""},
+    {"GetLongPathNameA", "kernel32"},
+    {"getnameinfo", "ws2_32"},
     {"GetProcAddress", ""},
+    {"GetSystemDirectoryA", ""},
+    {"GetUserNameA", ""},
     {"GetVersionExA", ""},
     {"GlobalMemoryStatus", ""},
     {"LoadLibraryA", ""},
@@ -34,8 +44,9 @@ constexpr CallRow CALLS[] = {
     {"RegSetValueExA", ""},
     {"SetIfEntry", "iphlpapi"},
     {"Sleep", ""},
+    {"WSAStartup", ""},
 };
-static_assert(std::size(CALLS) == static_cast<std::size_t>(Call::SLEEP) + 1);
+static_assert(std::size(CALLS) == static_cast<std::size_t>(Call::WSA_STARTUP) + 1);
 
 }  // namespace
 

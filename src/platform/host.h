@@ -57,6 +57,8 @@ class HostView {
 
   [[nodiscard]] virtual const HostVersion& version() const = 0;
 
+  [[nodiscard]] virtual const std::string& user_name() const = 0;
+
   /// Whether a library, named in lower case without its extension, is there, and a function in it.
   [[nodiscard]] virtual bool has_library(std::string_view library) const = 0;
   [[nodiscard]] virtual bool has_function(std::string_view library,

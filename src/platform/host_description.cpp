@@ -150,7 +150,7 @@ class Reader {
   }
 
   void read_libraries(const toml::table& libraries, HostDescription& host) const {
-    check_keys(libraries, {"iphlpapi", "dhcpcsvc"});
+    check_keys(libraries, {"iphlpapi", "dhcpcsvc", "kernel32", "ws2_32"});
     for (const auto& [key, node] : libraries) {
       HostDescription::Library library;
       library.name = key.str();

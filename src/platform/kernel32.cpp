@@ -18,16 +18,16 @@ namespace {
 
 DWORD last_error = NO_ERROR;
 
-/// A loaded library; HMODULE points to it.
+/// A library; HMODULE points to it.
 struct Library {
   const char* name;
 };
 
-Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}};
+Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}};
 
-/// The name in lower case without ".dll", as hosts know libraries.
+/// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {
-  std::string plain(name);
+  std::string plain(name.substr(name.find_last_of('\\') + 1));
   std::transform(plain.begin(), plain.end(), plain.begin(),
                  [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
   if (plain.ends_with(".dll")) plain.resize(plain.size() - 4);

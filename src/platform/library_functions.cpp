@@ -26,6 +26,10 @@ FARPROC library_function(std::string_view library, std::string_view function) {
       {"iphlpapi", "DeleteIPAddress", generic(DeleteIPAddress)},
       {"iphlpapi", "SetIfEntry", generic(SetIfEntry)},
       {"iphlpapi", "GetIfEntry", generic(GetIfEntry)},
+      {"kernel32", "GetLongPathNameA", generic(GetLongPathNameA)},
+      {"ws2_32", "getaddrinfo", generic(platform_getaddrinfo)},
+      {"ws2_32", "freeaddrinfo", generic(platform_freeaddrinfo)},
+      {"ws2_32", "getnameinfo", generic(platform_getnameinfo)},
       {"dhcpcsvc", "DhcpNotifyConfigChange", generic(DhcpNotifyConfigChange)},
   };
   for (const LibraryFunction& row : FUNCTIONS) {

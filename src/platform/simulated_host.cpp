@@ -90,7 +90,10 @@ std::optional<std::string> replace_string(std::string& data, DWORD position,
 // ---- Laying out -------------------------------------------------------------------------------
 
 SimulatedHost::SimulatedHost(const HostDescription& description)
-    : version_(description.version), sleeps_(description.sleep), libraries_(description.libraries) {
+    : version_(description.version),
+      user_(description.user),
+      sleeps_(description.sleep),
+      libraries_(description.libraries) {
   adapters_.reserve(description.adapters.size());
   for (const AdapterDescription& adapter : description.adapters) describe_adapter(adapter);
   describe_registry(description);

@@ -16,6 +16,7 @@ class SimulatedHost final : public Host {
   explicit SimulatedHost(const HostDescription& description);
 
   [[nodiscard]] const HostVersion& version() const override { return version_; }
+  [[nodiscard]] const std::string& user_name() const override { return user_; }
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
@@ -63,6 +64,7 @@ class SimulatedHost final : public Host {
   void note(const std::string& line);
 
   HostVersion version_;
+  std::string user_;
   bool sleeps_;
   std::vector<HostDescription::Library> libraries_;
   std::vector<HostAdapter> adapters_;

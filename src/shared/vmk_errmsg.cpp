@@ -322,6 +322,14 @@ void report(ReportKind kind, ReportSite site, const char* format, ...) {
   if (kind.flushes) errmsg_flush();
 }
 
+void begin_system_error(ReportSite site, const char* call) {
+  errmsg_save_last_error();
+  if (!errmsg_enabled()) return;
+  errmsg_begin();
+  errmsg_set_location(site.module, site.line);
+  errmsg_error_system(call);
+}
+
 void write_info(const char* format, ...) {
   if (!errmsg_enabled()) return;
   errmsg_begin();

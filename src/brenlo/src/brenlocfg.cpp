@@ -1,10 +1,13 @@
 #include "brenlo/src/brenlocfg.h"
 
 #include <algorithm>
+#include <cstdio>
 #include <cstring>
 #include <new>
 
+#include "shared/include/utils.h"
 #include "shared/include/vmk_errmsg.h"
+#include "shared/include/zarvoparser.h"
 
 namespace {
 
@@ -47,6 +50,61 @@ void ExclusionList::append(std::unique_ptr<ExclusionEntry> entry) {
   node->previous->next = node;
   ends_.previous = node;
   ++count_;
+}
+
+namespace {
+
+std::unique_ptr<ExclusionEntry> make_entry(ExclusionKind kind, const char* text) {
+  std::unique_ptr<ExclusionEntry> entry(new (std::nothrow) ExclusionEntry);
+  if (entry == nullptr) assertion_report(here(), "out of memory");
+  entry->kind = kind;
+  entry->length = static_cast<std::int32_t>(std::strlen(text));
+  copy_cut(entry->value, text);
+  return entry;
+}
+
+}  // namespace
+
+int ExclusionList::load(const char* path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "r"), std::fclose);
+  if (stream == nullptr) {
+    begin_system_error(here(), "fopen");
+    report(ADD_WARN, here(), "cannot open file %s.", path);
+    return -1;
+  }
+  ConfigFile file;
+  if (file.read(stream.get()) != 0) {
+    report(ADD_WARN, here(), "cannot load data from %s.", path);
+    return -1;
+  }
+  for (std::uint32_t i = 0; i < file.block_count(); ++i) load_block(path, file, i);
+  return 0;
+}
+
+void ExclusionList::load_block(const char* path, const ConfigFile& file, std::uint32_t index) {
+  const int number = static_cast<int>(index) + 1;
+  if (std::strcmp(file.block_name(index), "exclude") != 0) {
+    report(WRITE_ERROR, here(), "unknown block[%d] %s found in %s", number, file.block_name(index),
+           path);
+    return;
+  }
+  const char* const address = file.value(index, "address");
+  const bool has_address = address != nullptr && *address != '\0';
+  const char* const text = has_address ? address : file.value(index, "name");
+  if (text == nullptr || *text == '\0') {
+    report(WRITE_ERROR, here(), "empty exclude block[%d] found in %s", number, path);
+    return;
+  }
+  if (fits_in(text, sizeof ExclusionEntry{}.value) == 0) {
+    report(WRITE_ERROR, here(), "value of exclude block[%d] too long in %s", number, path);
+    return;
+  }
+  auto entry = make_entry(has_address ? EXCLUDED_ADDRESS : EXCLUDED_NAME, text);
+  if (has_address && hex_to_bytes(entry->value, entry->length) != 0) {
+    errmsg_flush();
+    return;
+  }
+  append(std::move(entry));
 }
 
 int ExclusionList::clear() {

@@ -31,12 +31,19 @@ class ExclusionList {
   /// assertion report.
   void append(std::unique_ptr<ExclusionEntry> entry);
 
+  /// Appends an entry for each usable "exclude" block of a block configuration file. Returns 0 when
+  /// the file was read; blocks that cannot be used are reported, written and skipped. Returns -1,
+  /// reported and not flushed, when the file cannot be opened or read; the list is then as it was.
+  int load(const char* path);
+
   /// Releases every entry. Always returns 0.
   int clear();
 
   [[nodiscard]] std::int32_t count() const { return count_; }
 
  private:
+  void load_block(const char* path, const class ConfigFile& file, std::uint32_t index);
+
   struct Link {
     Link* previous;
     Link* next;

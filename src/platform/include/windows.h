@@ -50,10 +50,12 @@ typedef INT_PTR(WINAPI* FARPROC)();
 #define NO_ERROR 0
 #define ERROR_SUCCESS 0
 #define ERROR_FILE_NOT_FOUND 2
+#define ERROR_PATH_NOT_FOUND 3
 #define ERROR_ACCESS_DENIED 5
 #define ERROR_INVALID_HANDLE 6
 #define ERROR_NOT_ENOUGH_MEMORY 8
 #define ERROR_INVALID_DATA 13
+#define ERROR_NO_MORE_FILES 18
 #define ERROR_NOT_SUPPORTED 50
 #define ERROR_DEV_NOT_EXIST 55
 #define ERROR_INVALID_PARAMETER 87
@@ -78,6 +80,12 @@ void WINAPI SetLastError(DWORD code);
 
 DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID source, DWORD message_id, DWORD language_id,
                             LPSTR buffer, DWORD size, void* arguments);
+
+#define MAX_PATH 260
+
+UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size);
+DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer);
+BOOL WINAPI GetUserNameA(LPSTR buffer, LPDWORD size);
 
 HMODULE WINAPI LoadLibraryA(LPCSTR name);
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name);
@@ -116,6 +124,34 @@ void WINAPI Sleep(DWORD milliseconds);
 
 int WINAPI MultiByteToWideChar(UINT code_page, DWORD flags, LPCSTR text, int length, LPWSTR wide,
                                int wide_size);
+
+// Files. A path that begins with a drive letter means the path of this machine without it.
+DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size);
+
+#define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<INT_PTR>(-1)))
+
+typedef struct _FILETIME {
+  DWORD dwLowDateTime;
+  DWORD dwHighDateTime;
+} FILETIME;
+
+typedef struct _WIN32_FIND_DATAA {
+  DWORD dwFileAttributes;
+  FILETIME ftCreationTime;
+  FILETIME ftLastAccessTime;
+  FILETIME ftLastWriteTime;
+  DWORD nFileSizeHigh;
+  DWORD nFileSizeLow;
+  DWORD dwReserved0;
+  DWORD dwReserved1;
+  char cFileName[MAX_PATH];
+  char cAlternateFileName[14];
+} WIN32_FIND_DATAA, *LPWIN32_FIND_DATAA;
+
+/// Lists the directory of a pattern that ends in "*.*", "." and ".." included.
+HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data);
+BOOL WINAPI FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data);
+BOOL WINAPI FindClose(HANDLE find);
 
 // Registry.
 #define HKEY_LOCAL_MACHINE (reinterpret_cast<HKEY>(static_cast<std::uintptr_t>(0x80000002U)))

@@ -166,6 +166,10 @@ constexpr ReportKind WRITE_DEBUG = {LEVEL_DEBUG, true, true};
 [[gnu::format(printf, 3, 4)]] void report(ReportKind kind, ReportSite site, const char* format,
                                           ...);
 
+/// Begins a message of "CALL: REASON" at level ERROR, the reason that of the platform call that has
+/// just failed; see errmsg_error_system.
+void begin_system_error(ReportSite site, const char* call);
+
 /// An INFO line: a message of its own, written at once and cleared.
 [[gnu::format(printf, 1, 2)]] void write_info(const char* format, ...);
 

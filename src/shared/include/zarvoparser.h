@@ -1,0 +1,119 @@
+// The block configuration format: settings as key-value lines in named, nestable blocks.
+//
+//   version = 2
+//   exclude = {
+//       name = Local Area Connection
+//   }
+//
+// Failures of reading are reported in the message log (begun, not flushed). When memory runs out,
+// and at an index out of range, the process ends with an assertion report.
+#pragma once
+
+#include <cstdint>
+#include <cstdio>
+#include <memory>
+#include <vector>
+
+#include "shared/include/utils.h"
+
+/// A key and its value. Both texts lie in one block: the key, a NUL, the value, a NUL.
+class ConfigPair {
+ public:
+  ConfigPair(const char* key, const char* value);
+
+  [[nodiscard]] const char* key() const { return texts_.get(); }
+  [[nodiscard]] const char* value() const { return texts_.get() + value_at_; }
+
+  /// Adds a line feed and a further value.
+  void join(const char* value);
+
+ private:
+  TextBlock texts_;
+  std::uint32_t value_at_;
+  std::uint32_t size_;
+};
+
+class PairIndex;
+
+/// A named block: its pairs in the order in which each key first appeared, and its nested blocks.
+/// Keys are unique without regard to the case of ASCII letters.
+class ConfigBlock {
+ public:
+  explicit ConfigBlock(const char* name);
+  ~ConfigBlock();
+  ConfigBlock(const ConfigBlock&) = delete;
+  ConfigBlock& operator=(const ConfigBlock&) = delete;
+
+  [[nodiscard]] const char* name() const { return name_.get(); }
+
+  /// Adds copies of key and value as a new pair, or joins the value to the pair that has the key.
+  void add_pair(const char* key, const char* value);
+
+  /// The value of a key, or null.
+  [[nodiscard]] const char* find_value(const char* key) const;
+
+  [[nodiscard]] std::uint32_t pair_count() const {
+    return static_cast<std::uint32_t>(pairs_.size());
+  }
+  [[nodiscard]] const ConfigPair& pair(std::uint32_t index) const;
+
+  [[nodiscard]] std::uint32_t child_count() const {
+    return static_cast<std::uint32_t>(children_.size());
+  }
+  [[nodiscard]] ConfigBlock& child(std::uint32_t index) const;
+
+  /// Takes a nested block, as the last one, and gives it back.
+  ConfigBlock& add_child(std::unique_ptr<ConfigBlock> child);
+
+ private:
+  friend class ConfigFile;
+
+  [[nodiscard]] std::size_t find_pair(const char* key) const;
+
+  TextBlock name_;
+  std::vector<ConfigPair> pairs_;
+  std::vector<std::unique_ptr<ConfigBlock>> children_;
+  std::unique_ptr<PairIndex> index_;  ///< null while the pairs are few
+};
+
+class ConfigFile {
+ public:
+  ConfigFile() = default;
+  ~ConfigFile() { clear(); }
+  ConfigFile(const ConfigFile&) = delete;
+  ConfigFile& operator=(const ConfigFile&) = delete;
+
+  /// Reads a stream opened in text mode, in place of what the object holds. 0, or -1 at the first
+  /// line in error; the blocks completed before it stay.
+  int read(std::FILE* stream);
+
+  /// Writes the canonical layout: the version, then each block with its pairs before its children,
+  /// a tab for each level. Always 0.
+  int write(std::FILE* stream) const;
+
+  /// Releases version and blocks.
+  void clear();
+
+  /// The version, or null when there is none.
+  [[nodiscard]] const char* version() const { return version_.get(); }
+  void set_version(const char* version);
+
+  [[nodiscard]] std::uint32_t block_count() const {
+    return static_cast<std::uint32_t>(blocks_.size());
+  }
+  [[nodiscard]] ConfigBlock& block(std::uint32_t index) const;
+  [[nodiscard]] const char* block_name(std::uint32_t index) const { return block(index).name(); }
+  [[nodiscard]] std::uint32_t pair_count(std::uint32_t index) const {
+    return block(index).pair_count();
+  }
+  [[nodiscard]] const char* value(std::uint32_t index, const char* key) const {
+    return block(index).find_value(key);
+  }
+
+  /// Takes a block, as the last one, and gives it back.
+  ConfigBlock& add_block(std::unique_ptr<ConfigBlock> block);
+
+ private:
+  TextBlock version_;
+  std::vector<std::unique_ptr<ConfigBlock>> blocks_;
+};

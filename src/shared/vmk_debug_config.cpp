@@ -1,0 +1,140 @@
+#include "shared/include/vmk_debug_config.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+
+#include "shared/include/searchpath.h"
+#include "shared/include/vmk_debug.h"
+#include "shared/include/vmk_errmsg.h"
+
+namespace {
+
+constexpr char CONFIGURATION[] = "config/debug.cfg";
+constexpr int PIECE_SIZE = 1024;
+constexpr char BLANKS[] = " \t";
+
+ReportSite here(int line = __builtin_LINE()) { return {".\\vmk_debug", line}; }
+
+std::int32_t line_counter = 0;
+
+template <typename Action>
+void with_memory(ReportSite site, Action action) {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    assertion_report(site, "out of memory for debug subsystem");
+  }
+}
+
+/// Cuts the next word out of a text in place; null when there is none.
+char* cut_word(char*& text) {
+  char* const word = text + std::strspn(text, BLANKS);
+  if (*word == '\0') return nullptr;
+  text = word + std::strcspn(word, BLANKS);
+  if (*text != '\0') *text++ = '\0';
+  return word;
+}
+
+}  // namespace
+
+// ---- Entries ----------------------------------------------------------------------------------
+
+DebugModuleEntry::DebugModuleEntry(const char* name)
+    : name_(static_cast<char*>(std::malloc(std::strlen(name) + 1))) {
+  if (name_ == nullptr) assertion_report(here(), "not enough memory for debug subsystem");
+  std::memcpy(name_.get(), name, std::strlen(name) + 1);
+}
+
+void DebugModuleEntry::dump() const {
+  for (const std::int32_t line : lines_) std::fprintf(stderr, "%d ", static_cast<int>(line));
+}
+
+bool DebugModuleEntry::has_line(std::int32_t line) const {
+  return std::any_of(lines_.begin(), lines_.end(), [this, line](std::int32_t enabled) {
+    return enabled == wildcard_line_ || enabled == line;
+  });
+}
+
+void DebugModuleEntry::add_line(std::int32_t line) {
+  with_memory(here(), [&] { lines_.push_back(line); });
+}
+
+// ---- Table ------------------------------------------------------------------------------------
+
+void DebugModuleTable::dump() const {
+  if (entries_.empty()) return;
+  std::fputs("DEBUG Debugging\n", stderr);
+  for (const auto& entry : entries_) {
+    std::fprintf(stderr, " module %s:", entry->name());
+    entry->dump();
+    std::fputs("\n", stderr);
+  }
+}
+
+bool DebugModuleTable::is_enabled(const char* module, std::int32_t line) const {
+  return std::any_of(entries_.begin(), entries_.end(), [=](const auto& entry) {
+    return std::strcmp(entry->name(), module) == 0 && entry->has_line(line);
+  });
+}
+
+DebugModuleEntry& DebugModuleTable::entry_of(const char* module) {
+  const auto found = std::find_if(entries_.begin(), entries_.end(), [=](const auto& entry) {
+    return std::strcmp(entry->name(), module) == 0;
+  });
+  if (found != entries_.end()) return **found;
+  with_memory(here(), [&] { entries_.push_back(std::make_unique<DebugModuleEntry>(module)); });
+  return *entries_.back();
+}
+
+int DebugModuleTable::load(std::FILE* stream) {
+  entries_.clear();
+  char piece[PIECE_SIZE];
+  for (line_counter = 1; std::fgets(piece, sizeof piece, stream) != nullptr; ++line_counter) {
+    if (*piece == '#') continue;
+    if (char* end = std::strrchr(piece, '\n')) *end = '\0';
+    char* rest = piece;
+    const char* const module = cut_word(rest);
+    if (module == nullptr) {
+      report(BEGIN_ERROR, here(), "error at line %d\n", static_cast<int>(line_counter));
+      return -1;
+    }
+    const char* const number = cut_word(rest);
+    entry_of(module).add_line(number != nullptr ? decimal_value(number) : ALL_LINES);
+  }
+  return 0;
+}
+
+// ---- Initialisation ---------------------------------------------------------------------------
+
+namespace {
+
+RuntimeDebugTable& process_table() {
+  static RuntimeDebugTable table;
+  return table;
+}
+
+bool ask_process_table(const char* module, std::int32_t line) {
+  return process_table().is_enabled(module, line);
+}
+
+void load_by_path(DebugModuleTable& table, const char* path) {
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "r"), std::fclose);
+  if (stream == nullptr) {
+    std::perror("fopen failed");
+    report(WRITE_ERROR, here(), "debugging disabled, continuing...");
+  } else if (table.load(stream.get()) < 0) {
+    report(CLOSE_ERROR, here(), "error loading runtime debugging, continuing...");
+  }
+}
+
+}  // namespace
+
+int dll_init_debug() {
+  RuntimeDebugTable& table = process_table();
+  char path[PATH_BUFFER_SIZE];
+  if (search_path->resolve(CONFIGURATION, path, SEARCH_ALL) == nullptr) return 0;
+  load_by_path(table, path);
+  install_debug_table(ask_process_table);
+  return 0;
+}

@@ -1,0 +1,370 @@
+#include "shared/include/zarvoparser.h"
+
+#include <algorithm>
+#include <cstring>
+#include <new>
+#include <utility>
+
+#include "shared/include/dynstore.h"
+#include "shared/include/vmk_errmsg.h"
+
+namespace {
+
+constexpr std::int32_t LINE_BUFFER_SIZE = 4096;
+constexpr std::size_t NOT_FOUND = static_cast<std::size_t>(-1);
+/// From this many pairs on a block looks its keys up in an index.
+constexpr std::size_t INDEXED_PAIRS = 16;
+
+ReportSite here(int line = __builtin_LINE()) { return {".\\zarvoparser", line}; }
+
+[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, "out of memory"); }
+
+/// Runs an action that may exhaust memory, which nothing here survives.
+template <typename Action>
+void with_memory(ReportSite site, Action action) {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    stop_without_memory(site);
+  }
+}
+
+template <typename Item>
+const Item& checked(ReportSite site, const std::vector<Item>& items, std::uint32_t index) {
+  if (index >= items.size()) {
+    assertion_report(site, "out of bounds access. %d>=%d", static_cast<int>(index),
+                     static_cast<int>(items.size()));
+  }
+  return items[index];
+}
+
+}  // namespace
+
+// ---- Pairs ------------------------------------------------------------------------------------
+
+ConfigPair::ConfigPair(const char* key, const char* value) {
+  const std::size_t key_size = std::strlen(key) + 1;
+  const std::size_t value_size = std::strlen(value) + 1;
+  value_at_ = static_cast<std::uint32_t>(key_size);
+  size_ = static_cast<std::uint32_t>(key_size + value_size);
+  if (key_size + value_size > UINT32_MAX) stop_without_memory(here());
+  texts_.reset(static_cast<char*>(std::malloc(size_)));
+  if (texts_ == nullptr) stop_without_memory(here());
+  std::memcpy(texts_.get(), key, key_size);
+  std::memcpy(texts_.get() + value_at_, value, value_size);
+}
+
+void ConfigPair::join(const char* value) {
+  const std::size_t added = std::strlen(value) + 1;
+  void* grown = size_ + added <= UINT32_MAX ? std::realloc(texts_.get(), size_ + added) : nullptr;
+  if (grown == nullptr) stop_without_memory(here());
+  static_cast<void>(texts_.release());
+  texts_.reset(static_cast<char*>(grown));
+  // The line feed takes the place of the NUL.
+  texts_[size_ - 1] = '\n';
+  std::memcpy(texts_.get() + size_, value, added);
+  size_ += static_cast<std::uint32_t>(added);
+}
+
+/// Finds pairs by key in constant time: a hash table of their positions, open addressing.
+class PairIndex {
+ public:
+  [[nodiscard]] std::size_t find(const char* key, const std::vector<ConfigPair>& pairs) const {
+    for (std::size_t slot = first_slot(key); slots_[slot] != 0; slot = (slot + 1) & mask()) {
+      const std::size_t position = slots_[slot] - 1;
+      if (equals_ignoring_case(pairs[position].key(), key)) return position;
+    }
+    return NOT_FOUND;
+  }
+
+  /// Takes the pairs that came since the last call.
+  void update(const std::vector<ConfigPair>& pairs) {
+    if (pairs.size() * 2 > slots_.size()) {
+      slots_.assign(std::max<std::size_t>(slots_.size() * 2, 4 * INDEXED_PAIRS), 0);
+      indexed_ = 0;
+    }
+    for (; indexed_ < pairs.size(); ++indexed_) {
+      std::size_t slot = first_slot(pairs[indexed_].key());
+      while (slots_[slot] != 0) slot = (slot + 1) & mask();
+      slots_[slot] = static_cast<std::uint32_t>(indexed_ + 1);
+    }
+  }
+
+ private:
+  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
+
+  [[nodiscard]] std::size_t first_slot(const char* key) const {
+    std::uint64_t hash = 14695981039346656037U;
+    for (; *key != '\0'; ++key) {
+      hash = (hash ^ static_cast<unsigned char>(lower_case(*key))) * 1099511628211U;
+    }
+    return static_cast<std::size_t>(hash ^ hash >> 32) & mask();
+  }
+
+  std::vector<std::uint32_t> slots_;  ///< a pair's position plus one; 0 marks a free slot
+  std::size_t indexed_ = 0;
+};
+
+// ---- Blocks -----------------------------------------------------------------------------------
+
+ConfigBlock::ConfigBlock(const char* name)
+    : name_(static_cast<char*>(std::malloc(std::strlen(name) + 1))) {
+  if (name_ == nullptr) stop_without_memory(here());
+  std::memcpy(name_.get(), name, std::strlen(name) + 1);
+}
+
+/// Takes nested blocks apart one by one: a file may nest them deeper than the stack is.
+ConfigBlock::~ConfigBlock() {
+  while (!children_.empty()) {
+    try {
+      children_.reserve(children_.size() + 1);
+    } catch (const std::bad_alloc&) {
+      return;  // The rest is taken apart level by level.
+    }
+    std::vector<std::unique_ptr<ConfigBlock>>& inner = children_.back()->children_;
+    if (inner.empty()) {
+      children_.pop_back();
+      continue;
+    }
+    std::unique_ptr<ConfigBlock> last = std::move(inner.back());
+    inner.pop_back();
+    children_.push_back(std::move(last));
+  }
+}
+
+std::size_t ConfigBlock::find_pair(const char* key) const {
+  if (index_ != nullptr) return index_->find(key, pairs_);
+  const auto found = std::find_if(pairs_.begin(), pairs_.end(), [=](const ConfigPair& pair) {
+    return equals_ignoring_case(pair.key(), key);
+  });
+  return found != pairs_.end() ? static_cast<std::size_t>(found - pairs_.begin()) : NOT_FOUND;
+}
+
+void ConfigBlock::add_pair(const char* key, const char* value) {
+  const std::size_t position = find_pair(key);
+  if (position != NOT_FOUND) {
+    pairs_[position].join(value);
+    return;
+  }
+  with_memory(here(), [&] {
+    // Most blocks have few pairs, and there may be a million blocks.
+    if (pairs_.size() < 4) pairs_.reserve(pairs_.size() + 1);
+    pairs_.emplace_back(key, value);
+    if (pairs_.size() < INDEXED_PAIRS) return;
+    if (index_ == nullptr) index_ = std::make_unique<PairIndex>();
+    index_->update(pairs_);
+  });
+}
+
+const char* ConfigBlock::find_value(const char* key) const {
+  const std::size_t position = find_pair(key);
+  return position != NOT_FOUND ? pairs_[position].value() : nullptr;
+}
+
+const ConfigPair& ConfigBlock::pair(std::uint32_t index) const {
+  return checked(here(), pairs_, index);
+}
+
+ConfigBlock& ConfigBlock::child(std::uint32_t index) const {
+  return *checked(here(), children_, index);
+}
+
+ConfigBlock& ConfigBlock::add_child(std::unique_ptr<ConfigBlock> child) {
+  with_memory(here(), [&] { children_.push_back(std::move(child)); });
+  return *children_.back();
+}
+
+ConfigBlock& ConfigFile::block(std::uint32_t index) const {
+  return *checked(here(), blocks_, index);
+}
+
+ConfigBlock& ConfigFile::add_block(std::unique_ptr<ConfigBlock> block) {
+  with_memory(here(), [&] { blocks_.push_back(std::move(block)); });
+  return *blocks_.back();
+}
+
+void ConfigFile::set_version(const char* version) {
+  const std::size_t size = std::strlen(version) + 1;
+  version_.reset(static_cast<char*>(std::malloc(size)));
+  if (version_ == nullptr) stop_without_memory(here());
+  std::memcpy(version_.get(), version, size);
+}
+
+void ConfigFile::clear() {
+  version_.reset();
+  blocks_.clear();
+}
+
+// ---- Reading ----------------------------------------------------------------------------------
+
+namespace {
+
+/// Reads one stream into a file. Open blocks stand on a stack of their own, so that nesting costs
+/// no stack of the machine's.
+class Reader {
+ public:
+  Reader(std::FILE* stream, ConfigFile& file) : stream_(stream), file_(file) {}
+
+  int read() {
+    while (next_line()) {
+      if (!take_line()) return -1;
+    }
+    if (open_.empty()) return 0;
+    report(BEGIN_ERROR, here(), "line %d : bad format, expecting \"}\" before end of file\n",
+           line_number_);
+    return -1;
+  }
+
+ private:
+  /// Reads the next line that is neither empty nor a comment, and trims it.
+  bool next_line() {
+    for (;;) {
+      std::size_t length = 0;
+      line_ = read_line(stream_, buffer_, sizeof buffer_, length);
+      if (line_.text == nullptr) return false;
+      ++line_number_;
+      char* end = line_.text + length;
+      while (end > line_.text && is_white_space(end[-1])) --end;
+      *end = '\0';
+      start_ = const_cast<char*>(skip_blanks(line_.text));
+      if (*start_ != '\0' && *start_ != '#') return true;
+    }
+  }
+
+  bool take_line() {
+    if (!open_.empty() && *start_ == '}') {
+      close_block();
+      return true;
+    }
+    if (!split_pair()) return false;
+    const bool first = !std::exchange(seen_line_, true);
+    if (first && equals_ignoring_case(key_, "version")) {
+      file_.set_version(value_);
+    } else if (*value_ == '{') {
+      open_block();
+    } else if (!open_.empty()) {
+      open_.back()->add_pair(key_, value_);
+    } else {
+      report(BEGIN_ERROR, here(), "line %d : bad format, key-value pair outside of block\n",
+             line_number_);
+      return false;
+    }
+    return true;
+  }
+
+  /// Cuts the line at its first "=" into key and value.
+  bool split_pair() {
+    char* const equals = std::strchr(start_, '=');
+    char* end = equals;
+    while (end != nullptr && end > start_ && is_white_space(end[-1])) --end;
+    if (equals == nullptr || end == start_) {
+      report(BEGIN_ERROR, here(), "line %d : bad format, expecting xxx = yyy\n", line_number_);
+      return false;
+    }
+    *end = '\0';
+    key_ = start_;
+    value_ = skip_blanks(equals + 1);
+    if (std::strchr(key_, ' ') == nullptr) return true;
+    report(BEGIN_ERROR, here(), "line %d : bad format, expecting single token\n", line_number_);
+    return false;
+  }
+
+  void open_block() {
+    with_memory(here(), [this] { open_.push_back(std::make_unique<ConfigBlock>(key_)); });
+  }
+
+  void close_block() {
+    std::unique_ptr<ConfigBlock> block = std::move(open_.back());
+    open_.pop_back();
+    if (open_.empty()) {
+      file_.add_block(std::move(block));
+    } else {
+      open_.back()->add_child(std::move(block));
+    }
+  }
+
+  std::FILE* stream_;
+  ConfigFile& file_;
+  char buffer_[LINE_BUFFER_SIZE];
+  FileLine line_;
+  int line_number_ = 0;
+  bool seen_line_ = false;
+  char* start_ = nullptr;
+  const char* key_ = nullptr;
+  const char* value_ = nullptr;
+  std::vector<std::unique_ptr<ConfigBlock>> open_;
+};
+
+}  // namespace
+
+int ConfigFile::read(std::FILE* stream) {
+  clear();
+  return Reader(stream, *this).read();
+}
+
+// ---- Writing ----------------------------------------------------------------------------------
+
+namespace {
+
+class Writer {
+ public:
+  explicit Writer(std::FILE* stream) : stream_(stream) {}
+
+  /// Writes a block and all below it, the open ones standing on a stack of their own.
+  void write(const ConfigBlock& top) {
+    open(top);
+    while (!open_.empty()) {
+      Open& last = open_.back();
+      if (last.next_child < last.block->child_count()) {
+        open(last.block->child(last.next_child++));
+      } else {
+        indentation_.drop_back(1);
+        std::fprintf(stream_, "%s}\n", indentation_.str());
+        open_.pop_back();
+      }
+    }
+  }
+
+ private:
+  struct Open {
+    const ConfigBlock* block;
+    std::uint32_t next_child;
+  };
+
+  void open(const ConfigBlock& block) {
+    std::fprintf(stream_, "%s%s = {\n", indentation_.str(), block.name());
+    indentation_.append_char('\t');
+    for (std::uint32_t i = 0; i < block.pair_count(); ++i) write_pair(block.pair(i));
+    with_memory(here(), [&] { open_.push_back({&block, 0}); });
+  }
+
+  /// One line for each value that was joined; nothing for an empty one at the end.
+  void write_pair(const ConfigPair& pair) {
+    if (std::strchr(pair.value(), '\n') == nullptr) {
+      write_line(pair.key(), pair.value());
+      return;
+    }
+    const TextBlock values = copy_text(pair.value());
+    SplitList list;
+    split_at_char(values.get(), '\n', false, list);
+    for (std::int32_t i = 0; i < list.count; ++i) write_line(pair.key(), list.pieces[i]);
+    split_release(list);
+  }
+
+  void write_line(const char* key, const char* value) {
+    std::fprintf(stream_, "%s%s = %s\n", indentation_.str(), key, value);
+  }
+
+  std::FILE* stream_;
+  DynStore indentation_;
+  std::vector<Open> open_;
+};
+
+}  // namespace
+
+int ConfigFile::write(std::FILE* stream) const {
+  if (version_ != nullptr) std::fprintf(stream, "version = %s\n", version_.get());
+  Writer writer(stream);
+  for (const auto& block : blocks_) writer.write(*block);
+  return 0;
+}
