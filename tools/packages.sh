@@ -7,7 +7,7 @@ ensure_packages() {
   shift
   local missing=()
   for package in "$@"; do
-    [ -e "/var/lib/dpkg/info/$package.list" ] || [ -e "/var/lib/dpkg/info/$package:$(dpkg --print-architecture 2>/dev/null).list" ] ||
+    [ "$(dpkg-query -W -f='${db:Status-Status}' "$package" 2>/dev/null)" = installed ] ||
       missing+=("$package")
   done
   [ ${#missing[@]} -eq 0 ] && return 0

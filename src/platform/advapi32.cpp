@@ -27,7 +27,7 @@ std::string full_path(HKEY key, LPCSTR sub_key) {
   return path += sub_key;
 }
 
-LSTATUS give_key(std::string path, REGSAM access, PHKEY result) {
+DWORD give_key(std::string path, REGSAM access, PHKEY result) {
   auto* key = new (std::nothrow) OpenKey{std::move(path), access};
   if (key == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
   *result = reinterpret_cast<HKEY>(key);
@@ -40,44 +40,52 @@ LSTATUS status(DWORD code) { return static_cast<LSTATUS>(code); }
 
 LSTATUS WINAPI RegOpenKeyExA(HKEY key, LPCSTR sub_key, DWORD /*options*/, REGSAM access,
                              PHKEY result) {
-  if (const auto code = scripted_failure(Call::REG_OPEN_KEY_EX)) return status(*code);
-  std::string path = full_path(key, sub_key);
-  if (!current_host().has_key(path)) return ERROR_FILE_NOT_FOUND;
-  return give_key(std::move(path), access, result);
+  return status(answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::REG_OPEN_KEY_EX)) return *code;
+    std::string path = full_path(key, sub_key);
+    if (!current_host().has_key(path)) return ERROR_FILE_NOT_FOUND;
+    return give_key(std::move(path), access, result);
+  }));
 }
 
 LSTATUS WINAPI RegCreateKeyExA(HKEY key, LPCSTR sub_key, DWORD /*reserved*/, LPSTR /*key_class*/,
                                DWORD /*options*/, REGSAM access, void* /*security*/, PHKEY result,
                                LPDWORD /*disposition*/) {
-  if (const auto code = scripted_failure(Call::REG_CREATE_KEY_EX)) return status(*code);
-  std::string path = full_path(key, sub_key);
-  const DWORD created = current_host().create_key(path);
-  if (created != NO_ERROR) return status(created);
-  return give_key(std::move(path), access, result);
+  return status(answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::REG_CREATE_KEY_EX)) return *code;
+    std::string path = full_path(key, sub_key);
+    const DWORD created = current_host().create_key(path);
+    if (created != NO_ERROR) return created;
+    return give_key(std::move(path), access, result);
+  }));
 }
 
 LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LPDWORD type,
                                 LPBYTE data, LPDWORD size) {
-  if (const auto code = scripted_failure(Call::REG_QUERY_VALUE_EX)) return status(*code);
-  if ((opened(key)->access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
-  const RegistryValue* found = current_host().find_value(opened(key)->path, value);
-  if (found == nullptr) return ERROR_FILE_NOT_FOUND;
-  if (type != nullptr) *type = found->type;
-  if (size == nullptr) return data == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
-  const DWORD room = *size;
-  *size = static_cast<DWORD>(found->data.size());
-  if (data == nullptr) return ERROR_SUCCESS;
-  if (room < *size) return ERROR_MORE_DATA;
-  std::copy(found->data.begin(), found->data.end(), data);
-  return ERROR_SUCCESS;
+  return status(answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::REG_QUERY_VALUE_EX)) return *code;
+    if ((opened(key)->access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
+    const RegistryValue* found = current_host().find_value(opened(key)->path, value);
+    if (found == nullptr) return ERROR_FILE_NOT_FOUND;
+    if (type != nullptr) *type = found->type;
+    if (size == nullptr) return data == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
+    const DWORD room = *size;
+    *size = static_cast<DWORD>(found->data.size());
+    if (data == nullptr) return ERROR_SUCCESS;
+    if (room < *size) return ERROR_MORE_DATA;
+    std::copy(found->data.begin(), found->data.end(), data);
+    return ERROR_SUCCESS;
+  }));
 }
 
 LSTATUS WINAPI RegSetValueExA(HKEY key, LPCSTR value, DWORD /*reserved*/, DWORD type,
                               const BYTE* data, DWORD size) {
-  if (const auto code = scripted_failure(Call::REG_SET_VALUE_EX)) return status(*code);
-  if ((opened(key)->access & KEY_SET_VALUE) == 0) return ERROR_ACCESS_DENIED;
-  RegistryValue set{type, std::string(reinterpret_cast<const char*>(data), size)};
-  return status(current_host().set_value(opened(key)->path, value, std::move(set)));
+  return status(answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::REG_SET_VALUE_EX)) return *code;
+    if ((opened(key)->access & KEY_SET_VALUE) == 0) return ERROR_ACCESS_DENIED;
+    RegistryValue set{type, std::string(reinterpret_cast<const char*>(data), size)};
+    return current_host().set_value(opened(key)->path, value, std::move(set));
+  }));
 }
 
 LSTATUS WINAPI RegCloseKey(HKEY key) {

@@ -2,6 +2,7 @@
 #pragma once
 
 #include <cstdint>
+#include <new>
 #include <optional>
 #include <string_view>
 
@@ -50,6 +51,16 @@ enum class Call : std::uint8_t {
 /// The run-time library that a function is found in, in lower case; empty for the functions that
 /// every program is linked with.
 [[nodiscard]] std::string_view library_of(Call call);
+
+/// Runs the body of a call that answers a code; memory that runs out becomes its code.
+template <typename Body>
+[[nodiscard]] DWORD answering_code(Body body) {
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    return ERROR_NOT_ENOUGH_MEMORY;
+  }
+}
 
 /// Asks the current host's script about a call that is being made. Returns the code with which it
 /// is to fail, or nothing; a scripted access violation is raised here.

@@ -10,8 +10,10 @@
 DWORD WINAPI DhcpNotifyConfigChange(LPWSTR /*server*/, LPWSTR adapter, BOOL /*new_address*/,
                                     DWORD position, DWORD address, DWORD mask,
                                     INT /*dhcp_action*/) {
-  if (const auto code = scripted_failure(Call::DHCP_NOTIFY_CONFIG_CHANGE)) return *code;
-  std::string name;
-  for (const WCHAR* wide = adapter; *wide != 0; ++wide) name += static_cast<char>(*wide);
-  return current_host().change_listed_address(name, position, address, mask);
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::DHCP_NOTIFY_CONFIG_CHANGE)) return *code;
+    std::string name;
+    for (const WCHAR* wide = adapter; *wide != 0; ++wide) name += static_cast<char>(*wide);
+    return current_host().change_listed_address(name, position, address, mask);
+  });
 }

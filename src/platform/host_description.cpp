@@ -23,9 +23,12 @@ namespace {
 constexpr std::size_t MAX_HARDWARE_ADDRESS = 8;
 constexpr DWORD MAX_BLANK_SLOTS = 10010;
 
+/// A message of one line: what a file holds of control characters is shown as "?".
 std::string joined(std::initializer_list<std::string_view> pieces) {
   std::string text;
   for (const std::string_view piece : pieces) text += piece;
+  const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
+  std::replace_if(text.begin(), text.end(), is_control, '?');
   return text;
 }
 

@@ -137,64 +137,74 @@ const HostAdapter* find_adapter(DWORD interface_index, DWORD& code) {
 }  // namespace
 
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
-  if (const auto code = scripted_failure(Call::GET_IF_TABLE)) return *code;
-  std::span<const HostAdapter> adapters;
-  if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-  if (!has_room(table, size, table_size<MIB_IFTABLE>(adapters.size()))) {
-    return ERROR_INSUFFICIENT_BUFFER;
-  }
-  MIB_IFROW* const rows = table->table;
-  std::transform(adapters.begin(), adapters.end(), rows,
-                 [](const HostAdapter& adapter) { return adapter.row; });
-  table->dwNumEntries = static_cast<DWORD>(adapters.size());
-  if (order != FALSE) {
-    std::sort(rows, rows + adapters.size(),
-              [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
-  }
-  return NO_ERROR;
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::GET_IF_TABLE)) return *code;
+    std::span<const HostAdapter> adapters;
+    if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
+    if (!has_room(table, size, table_size<MIB_IFTABLE>(adapters.size()))) {
+      return ERROR_INSUFFICIENT_BUFFER;
+    }
+    MIB_IFROW* const rows = table->table;
+    std::transform(adapters.begin(), adapters.end(), rows,
+                   [](const HostAdapter& adapter) { return adapter.row; });
+    table->dwNumEntries = static_cast<DWORD>(adapters.size());
+    if (order != FALSE) {
+      std::sort(rows, rows + adapters.size(),
+                [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
+    }
+    return NO_ERROR;
+  });
 }
 
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
-  if (const auto code = scripted_failure(Call::GET_IP_ADDR_TABLE)) return *code;
-  std::span<const HostAddress> addresses;
-  if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
-  if (!has_room(table, size, table_size<MIB_IPADDRTABLE>(addresses.size()))) {
-    return ERROR_INSUFFICIENT_BUFFER;
-  }
-  // The host's order is the sorted one, and as good as any when no order is asked for.
-  std::transform(addresses.begin(), addresses.end(), table->table, address_row);
-  table->dwNumEntries = static_cast<DWORD>(addresses.size());
-  return NO_ERROR;
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::GET_IP_ADDR_TABLE)) return *code;
+    std::span<const HostAddress> addresses;
+    if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
+    if (!has_room(table, size, table_size<MIB_IPADDRTABLE>(addresses.size()))) {
+      return ERROR_INSUFFICIENT_BUFFER;
+    }
+    // The host's order is the sorted one, and as good as any when no order is asked for.
+    std::transform(addresses.begin(), addresses.end(), table->table, address_row);
+    table->dwNumEntries = static_cast<DWORD>(addresses.size());
+    return NO_ERROR;
+  });
 }
 
 DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
-  if (const auto code = scripted_failure(Call::GET_ADAPTERS_INFO)) return *code;
-  std::span<const HostAdapter> adapters;
-  std::span<const HostAddress> addresses;
-  if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-  if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
-  if (adapters.empty()) return ERROR_NO_DATA;
-  if (!has_room(list, size, InformationList::size(adapters, addresses))) {
-    return ERROR_BUFFER_OVERFLOW;
-  }
-  InformationList(list, adapters.size()).fill(adapters, addresses);
-  return NO_ERROR;
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::GET_ADAPTERS_INFO)) return *code;
+    std::span<const HostAdapter> adapters;
+    std::span<const HostAddress> addresses;
+    if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
+    if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
+    if (adapters.empty()) return ERROR_NO_DATA;
+    if (!has_room(list, size, InformationList::size(adapters, addresses))) {
+      return ERROR_BUFFER_OVERFLOW;
+    }
+    InformationList(list, adapters.size()).fill(adapters, addresses);
+    return NO_ERROR;
+  });
 }
 
 DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULONG context,
                           PULONG instance) {
-  if (const auto code = scripted_failure(Call::ADD_IP_ADDRESS)) return *code;
-  DWORD given = 0;
-  const DWORD code = current_host().add_address(address, mask, interface_index, given);
-  if (code != NO_ERROR) return code;
-  *context = given;
-  *instance = given;
-  return NO_ERROR;
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::ADD_IP_ADDRESS)) return *code;
+    DWORD given = 0;
+    const DWORD code = current_host().add_address(address, mask, interface_index, given);
+    if (code != NO_ERROR) return code;
+    *context = given;
+    *instance = given;
+    return NO_ERROR;
+  });
 }
 
 DWORD WINAPI DeleteIPAddress(ULONG context) {
-  if (const auto code = scripted_failure(Call::DELETE_IP_ADDRESS)) return *code;
-  return current_host().delete_address(context);
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::DELETE_IP_ADDRESS)) return *code;
+    return current_host().delete_address(context);
+  });
 }
 
 DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
@@ -203,9 +213,11 @@ DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
 }
 
 DWORD WINAPI GetIfEntry(PMIB_IFROW row) {
-  if (const auto code = scripted_failure(Call::GET_IF_ENTRY)) return *code;
-  DWORD code = NO_ERROR;
-  const HostAdapter* adapter = find_adapter(row->dwIndex, code);
-  if (adapter != nullptr) *row = adapter->row;
-  return code;
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::GET_IF_ENTRY)) return *code;
+    DWORD code = NO_ERROR;
+    const HostAdapter* adapter = find_adapter(row->dwIndex, code);
+    if (adapter != nullptr) *row = adapter->row;
+    return code;
+  });
 }

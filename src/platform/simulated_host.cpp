@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstring>
+#include <new>
 #include <thread>
 
 namespace {
@@ -203,7 +204,13 @@ DWORD SimulatedHost::insert_address(DWORD address, DWORD mask, DWORD interface_i
   HostAddress entry = {address, mask, interface_index, next_context_++, {}, {}};
   write_dotted(entry.address_text, address);
   write_dotted(entry.mask_text, mask);
-  by_context_[entry.context] = addresses_.emplace(ntohl(address), entry);
+  const auto inserted = addresses_.emplace(ntohl(address), entry);
+  try {
+    by_context_.emplace(entry.context, inserted);
+  } catch (const std::bad_alloc&) {
+    addresses_.erase(inserted);
+    throw;
+  }
   snapshot_is_stale_ = true;
   return entry.context;
 }
@@ -250,8 +257,9 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
     note("slot " + std::to_string(position) + " of " + std::string(adapter) + " = " +
          dotted(address) + "/" + dotted(mask));
   }
-  const auto described = std::find_if(adapters_.begin(), adapters_.end(),
-                                      [=](const auto& it) { return it.name == adapter; });
+  const auto described = std::find_if(adapters_.begin(), adapters_.end(), [=](const auto& it) {
+    return EqualIgnoringCase{}(it.name, adapter);
+  });
   if (described == adapters_.end()) return ERROR_FILE_NOT_FOUND;
   const std::string first_key = std::string(INTERFACES_KEY) + described->name;
   const std::string second_key =

@@ -174,11 +174,11 @@ Adapter::~Adapter() {
 
 int Adapter::read_tcpip_settings() {
   clear_addresses();
-  switch (mechanism_) {
-    case MECHANISM_DHCP_CLIENT: return read_registry_addresses();
-    case MECHANISM_IP_HELPER: return read_interface_addresses();
-    default: return 0;
-  }
+  int result = 0;
+  if (mechanism_ == MECHANISM_DHCP_CLIENT) result = read_registry_addresses();
+  if (mechanism_ == MECHANISM_IP_HELPER) result = read_interface_addresses();
+  if (result != 0) clear_addresses();
+  return result;
 }
 
 int Adapter::append_slot(std::unique_ptr<AddressSlot> entry) {
@@ -229,7 +229,9 @@ int Adapter::read_interface_addresses() {
     return -1;
   }
   for (const MIB_IPADDRROW& row : table_rows(table)) {
-    if (row.dwIndex != index_ || row.dwAddr == 0) continue;
+    if (row.dwIndex != index_) continue;
+    if (grow_address_table() != 0) return fail_no_room(here());
+    if (row.dwAddr == 0) continue;
     std::unique_ptr<AddressSlot> slot(new (std::nothrow) AddressSlot(row.dwAddr, row.dwMask, 0));
     if (append_slot(std::move(slot)) != 0) return -1;
   }
@@ -508,6 +510,12 @@ int Adapter::add_through_service(const char* address_text, const char* mask_text
   }
   if (position >= address_count_) {
     report(BEGIN_ERROR, here(), "Cannot find unused slot to add %s", address_text);
+    return -1;
+  }
+  if (fits_in(address_text, SLOT_TEXT_SIZE) == 0 || fits_in(effective_mask, SLOT_TEXT_SIZE) == 0) {
+    // The slot would hold another text than the service was told.
+    report(BEGIN_ERROR, here(), "address or mask longer than %d characters", SLOT_TEXT_SIZE - 1);
+    report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text, mask_text);
     return -1;
   }
   if (dhcpcsvc_notify_config_change(description_, position, address_text, effective_mask) != 1) {

@@ -3,17 +3,25 @@
 #include <winsock2.h>
 
 #include <algorithm>
+#include <charconv>
+#include <cstring>
 #include <iterator>
 
 #include "shared/include/utils.h"
 
 namespace {
 
-/// The dotted text of a value; stands until the next call.
-const char* dotted(std::uint32_t value) {
-  in_addr address = {};
-  address.s_addr = value;
-  return inet_ntoa(address);
+/// Writes the dotted text of a value, as inet_ntoa gives it; that one wants sockets started on the
+/// oldest hosts, and half the time of a refresh.
+void write_dotted(char (&text)[SLOT_TEXT_SIZE], std::uint32_t value) {
+  unsigned char bytes[sizeof value];
+  std::memcpy(bytes, &value, sizeof bytes);
+  char* at = text;
+  for (const unsigned char byte : bytes) {
+    if (at != text) *at++ = '.';
+    at = std::to_chars(at, std::end(text), byte).ptr;
+  }
+  *at = '\0';
 }
 
 }  // namespace
@@ -42,12 +50,12 @@ void AddressSlot::set_mask(const char* text) {
 
 void AddressSlot::set_address_value(std::uint32_t address) {
   address_ = address;
-  copy_cut(address_text_, dotted(address));
+  write_dotted(address_text_, address);
 }
 
 void AddressSlot::set_mask_value(std::uint32_t mask) {
   mask_ = mask;
-  copy_cut(mask_text_, dotted(mask));
+  write_dotted(mask_text_, mask);
 }
 
 const char* blank_address(std::int32_t /*slot_index*/) { return "0.0.0.0"; }

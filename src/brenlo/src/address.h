@@ -3,6 +3,9 @@
 
 #include <cstdint>
 
+/// The size of a slot's texts, terminator included.
+constexpr int SLOT_TEXT_SIZE = 20;
+
 /// One IPv4 address of an adapter. Values are in network byte order; texts are cut to 19
 /// characters, and the value is that of the cut text. A text that is not an address has the value
 /// 255.255.255.255.
@@ -29,9 +32,9 @@ class AddressSlot {
   [[nodiscard]] bool is_blank() const { return address_ == 0; }
 
  private:
-  char address_text_[20];
+  char address_text_[SLOT_TEXT_SIZE];
   std::uint32_t address_;
-  char mask_text_[20];
+  char mask_text_[SLOT_TEXT_SIZE];
   std::uint32_t mask_;
   std::uint32_t nte_context_;  ///< what AddIPAddress gave; 0 when the tool did not add the address
   std::uint32_t added_here_;   ///< 1 when the tool put the address here through the DHCP client

@@ -3,16 +3,24 @@
 #include <algorithm>
 #include <new>
 
+#include "shared/include/vmk_errmsg.h"
+
 namespace {
+
+ReportSite here(int line = __builtin_LINE()) { return {".\\ip_tables", line}; }
 
 template <typename Table, typename Call>
 FetchedTable<Table> fetch(Call call, bool ask_for_none) {
   FetchedTable<Table> fetched;
   static_cast<void>(call(nullptr, &fetched.size));
   if (fetched.size == 0 && !ask_for_none) return {};
-  // At least one record, so that its count can be read whatever the platform says.
-  fetched.buffer.reset(new (std::nothrow) BYTE[std::max<std::size_t>(fetched.size, sizeof(Table))]);
-  if (fetched.buffer == nullptr) return {};
+  // At least one record, and nothing but zeros, whatever the platform then fills in.
+  fetched.buffer.reset(new (std::nothrow)
+                           BYTE[std::max<std::size_t>(fetched.size, sizeof(Table))]());
+  if (fetched.buffer == nullptr) {
+    report(BEGIN_ERROR, here(), "out of memory");
+    return {};
+  }
   auto* table = reinterpret_cast<Table*>(fetched.buffer.get());
   if (call(table, &fetched.size) != NO_ERROR) return {};
   return fetched;

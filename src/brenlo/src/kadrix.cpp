@@ -51,7 +51,8 @@ class InputLine {
       held_return = c == '\r';
       if (!held_return) add(static_cast<char>(c));
     }
-    return readable_ && (any || c == '\n');
+    // A line that a failing stream cut short is not carried out.
+    return readable_ && std::ferror(stdin) == 0 && (any || c == '\n');
   }
 
   [[nodiscard]] char* text() { return text_; }
@@ -311,19 +312,24 @@ class AddressRun {
   std::int64_t a_, b_, c_, d_;
 };
 
-/// Free physical memory and paging space, in bytes.
-std::uint64_t available_memory() {
+/// What an address of the list takes, in the list and then in the tables of tool and host, in
+/// bytes.
+constexpr std::uint64_t ADDRESS_COST = 512;
+
+/// Whether memory is short of what `count` addresses take. A system that promises memory it does
+/// not have would end the program later; one that does not say is taken at its word.
+bool exceeds_memory(std::size_t count) {
   MEMORYSTATUS status = {};
   status.dwLength = sizeof status;
   GlobalMemoryStatus(&status);
-  return std::uint64_t{status.dwAvailPhys} + status.dwAvailPageFile;
+  const std::uint64_t available = std::uint64_t{status.dwAvailPhys} + status.dwAvailPageFile;
+  return available != 0 && std::uint64_t{count} * ADDRESS_COST > available;
 }
 
-/// The list of the first `count` addresses, or null when it is more than memory holds. A system
-/// that promises memory it does not have would end the program later, so its word is asked first.
+/// The list of the first `count` addresses, or null when it is more than memory holds.
 std::unique_ptr<AddressText[]> make_address_list(const std::int32_t (&start)[4],
                                                  std::size_t count) {
-  if (std::uint64_t{count} * sizeof(AddressText) > available_memory()) return nullptr;
+  if (exceeds_memory(count)) return nullptr;
   std::unique_ptr<AddressText[]> list(new (std::nothrow) AddressText[count]);
   if (list == nullptr) return nullptr;
   AddressRun run(start);

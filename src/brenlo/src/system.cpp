@@ -100,6 +100,7 @@ System::~System() {
 int System::release_adapters() {
   for (std::int32_t i = 0; i < adapter_count_; ++i) adapters_[i].reset();
   adapter_count_ = 0;
+  first_active_ = -1;
   return 0;
 }
 
