@@ -1,10 +1,21 @@
 #include "shared/include/utils.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
 #include <cstdint>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "shared/include/vmk_debug.h"
+#include "shared/include/vmk_errmsg.h"
+#include "tests/support/folder.h"
+#include "tests/support/hosts.h"
 
 namespace {
 
@@ -72,6 +83,286 @@ TEST(DebugModules, AreOffUntilATableAnswersForThem) {
   EXPECT_FALSE(other.is_enabled(935));
   install_debug_table(nullptr);
   EXPECT_STREQ(kadrix_debug.name(), "kadrix");
+}
+
+// ---- Texts -------------------------------------------------------------------------------------
+
+std::vector<std::string> pieces(SplitList& list) {
+  std::vector<std::string> texts(list.pieces, list.pieces + list.count);
+  split_release(list);
+  return texts;
+}
+
+TEST(Texts, AreTrimmedAndUnescaped) {
+  char text[] = " \t\v\f\r\n a b \n";
+  EXPECT_STREQ(skip_blanks(text), "a b \n");
+  trim(text);
+  EXPECT_STREQ(text, "a b");
+  char escaped[] = "a\\nb\\tc\\sd\\re\\\\n\\x\\";
+  EXPECT_STREQ(unescape(escaped), "a\nb\tc d\re\\\\n\\x\\");
+  char zero[] = "a\\0b";
+  EXPECT_EQ(std::string(unescape(zero), 3), std::string("a\0b", 3));
+}
+
+TEST(Texts, AreSplitAtACharacter) {
+  struct Case {
+    const char* text;
+    std::vector<std::string> all;
+    std::vector<std::string> full;
+  };
+  for (const auto& [text, all, full] :
+       {Case{"a,,b", {"a", "", "b"}, {"a", "b"}}, Case{"a,b,", {"a", "b"}, {"a", "b"}},
+        Case{",a", {"", "a"}, {"a"}}, Case{"", {}, {}}, Case{",,", {"", ""}, {}}}) {
+    SplitList list;
+    std::string copy = text;
+    EXPECT_EQ(split_at_char(copy.data(), ',', false, list), 0);
+    EXPECT_EQ(pieces(list), all) << text;
+    copy = text;
+    split_at_char(copy.data(), ',', true, list);
+    EXPECT_EQ(pieces(list), full) << text;
+    EXPECT_EQ(list.count, 0);
+  }
+}
+
+TEST(Texts, AreSplitAtAText) {
+  struct Case {
+    const char* text;
+    const char* separator;
+    int result;
+    std::vector<std::string> expected;
+  };
+  for (const auto& [text, separator, result, expected] :
+       {Case{"x::y", "::", 1, {"x", "y"}}, Case{"x::", "::", 0, {"x"}}, Case{"", "::", 1, {""}},
+        Case{"::", "::", 0, {""}}, Case{"x:y", "::", 1, {"x:y"}}, Case{"x:", "::", 1, {"x:"}},
+        Case{"::x", "::", 1, {"", "x"}}, Case{"aab", "ab", 0, {"a"}},
+        Case{"aaab", "aab", 1, {"aaab"}}}) {
+    SplitList list;
+    std::string copy = text;
+    EXPECT_EQ(split_at_text(copy.data(), separator, list), result) << text;
+    EXPECT_EQ(pieces(list), expected) << text;
+  }
+}
+
+TEST(Texts, HaveTheirBlanksNormalised) {
+  struct Case {
+    const char* text;
+    unsigned flags;
+    const char* stops;
+    const char* expected;
+  };
+  for (const auto& [text, flags, stops, expected] :
+       {Case{"  a   \"x  y\"\t", QUOTE_DOUBLE, nullptr, "a \"x  y\""},
+        Case{"a b # c", 0, "#", "a b"}, Case{"a '#  b' # c", QUOTE_SINGLE, "#", "a '#  b'"},
+        Case{"{a  {b  }  }  c", BRACKET_CURLY, nullptr, "{a  {b  }  } c"},
+        Case{"(a  [b", BRACKET_ROUND | BRACKET_SQUARE, nullptr, "(a  [b"},
+        Case{"a\\  b\\", ESCAPE_BACKSLASH, nullptr, "a\\  b\\"},
+        Case{"\t`a\t\tb`  `", QUOTE_BACK, nullptr, "`a\t\tb` `"}, Case{" \t ", 127, "", ""}}) {
+    std::string copy = text;
+    EXPECT_EQ(normalize_blanks(copy.data(), flags, stops), 0);
+    EXPECT_STREQ(copy.c_str(), expected) << text;
+  }
+}
+
+TEST(Texts, AreMeasuredAndTurned) {
+  EXPECT_EQ(has_unprintable("abc~\n", 4), 0);
+  EXPECT_EQ(has_unprintable("abc~\n", 5), 1);
+  EXPECT_EQ(has_unprintable("\x80", 1), 1);
+  EXPECT_EQ(has_unprintable("\n", 0), 0);
+  EXPECT_EQ(fits_in("abc", 4), 1);
+  EXPECT_EQ(fits_in("abc", 3), 0);
+  EXPECT_EQ(fits_in("", 0), 0);
+  char path[] = "C:\\Work/X\xC4";
+  EXPECT_EQ(normalize_path(path), 0);
+  EXPECT_STREQ(path, "c:/work/x\xC4");
+  to_backslashes(path);
+  EXPECT_STREQ(path, "c:\\work\\x\xC4");
+  to_slashes(path);
+  EXPECT_STREQ(path, "c:/work/x\xC4");
+  EXPECT_EQ(normalize_path(nullptr), -1);
+  EXPECT_EQ(to_slashes(nullptr), -1);
+  EXPECT_EQ(to_backslashes(nullptr), -1);
+  char types[16];
+  file_type_list(types, sizeof types);
+  EXPECT_STREQ(types, "{*.ztcl {ZARVO ");
+}
+
+TEST(HexBytes, AreReadInEveryGrouping) {
+  const std::string mac("\x00\x0C\x29\x3E\x5B\x01", 6);
+  struct Case {
+    const char* text;
+    std::string bytes;
+  };
+  for (const auto& [text, bytes] :
+       {Case{"00-0C-29-3E-5B-01", mac}, Case{"00:0c:29:3e:5b:01", mac}, Case{"000C293E5B01", mac},
+        Case{"0 c 29 3e 5b 1", mac}, Case{"ABC", "\xAB\x0C"}, Case{"", ""}, Case{"--\n:", ""}}) {
+    std::string copy = text;
+    std::int32_t length = -1;
+    EXPECT_EQ(hex_to_bytes(copy.data(), length), 0);
+    EXPECT_EQ(copy.substr(0, static_cast<std::size_t>(length)), bytes) << text;
+  }
+  std::string bad = "00.0C";
+  std::int32_t length = -1;
+  EXPECT_EQ(hex_to_bytes(bad.data(), length), -1);
+  EXPECT_EQ(length, -1);
+  EXPECT_EQ(held_lines().front(), "ERROR @ utils:# - bad Hex string token .0C");
+}
+
+TEST(Ranges, TurnIntoFlagsAndBack) {
+  struct Case {
+    const char* ranges;
+    const char* flags;  // positions 1 to 9
+    const char* back;
+  };
+  for (const auto& [ranges, expected, back] :
+       {Case{"1-3,5,7-9", "111010111", "1-3,5,7-9"}, Case{"0-3,99", "111000000", "1-3"},
+        Case{"-2", "110000000", "1-2"}, Case{"4-", "000100000", "4"}, Case{"5-4", "000000000", ""},
+        Case{" 6 ,1-2-3,x", "000001000", "6"}, Case{"1-99999999999", "111111111", "1-9"},
+        Case{"", "000000000", ""}, Case{"0,10", "000000000", ""}}) {
+    std::uint8_t flags[10] = {};
+    EXPECT_EQ(ranges_to_flags(ranges, flags, 9, 2), 0);
+    std::string shown;
+    for (int i = 1; i <= 9; ++i) shown += flags[i] == 2 ? '1' : '0';
+    EXPECT_EQ(shown, expected) << ranges;
+    DynStore text;
+    flags_to_ranges(flags, 9, text, 2);
+    EXPECT_STREQ(text.str(), back);
+    flags_to_ranges(flags, 9, text, 1);
+    EXPECT_STREQ(text.str(), "");
+  }
+}
+
+// ---- Files -------------------------------------------------------------------------------------
+
+TEST(Lines, AreReadWholeAtAnyLength) {
+  const std::string line(10000, 'x');
+  const std::string full(4095, 'y');
+  std::string text = "a\r\n\n" + line + "\n" + full + "\n" + full + "\n";
+  text += std::string("b\0c\nlast", 8);
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+      fmemopen(text.data(), text.size(), "r"), std::fclose);
+  char buffer[4096];
+  std::vector<std::string> lines;
+  for (;;) {
+    std::size_t length = 0;
+    const FileLine read = read_line(stream.get(), buffer, sizeof buffer, length);
+    if (read.text == nullptr) break;
+    EXPECT_EQ(length, std::strlen(read.text));
+    lines.emplace_back(read.text);
+  }
+  EXPECT_EQ(lines, (std::vector<std::string>{"a\r", "", line, full, full, "b", "last"}));
+}
+
+TEST(Lines, OfATinyBufferAndOfAFailingStream) {
+  char text[] = "ab\ncd";
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(fmemopen(text, 5, "r"), std::fclose);
+  char buffer[1];
+  std::size_t length = 0;
+  EXPECT_STREQ(read_line(stream.get(), buffer, 1, length).text, "ab");
+  EXPECT_STREQ(read_line(stream.get(), buffer, 1, length).text, "cd");
+  EXPECT_EQ(read_line(stream.get(), buffer, 1, length).text, nullptr);
+
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> folder(std::fopen("/tmp", "r"),
+                                                               std::fclose);
+  errno = 0;
+  char room[64];
+  EXPECT_EQ(read_line(folder.get(), room, sizeof room, length).text, nullptr);
+  errno = 0;
+  EXPECT_THAT(held_lines(), testing::ElementsAre("ERROR @ utils:# - cannot read file.",
+                                                 "      @ utils:# - fgets: Is a directory"));
+  EXPECT_EXIT(
+      {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        static_cast<void>(read_line(stdin, room, 0, length));
+      },
+      testing::ExitedWithCode(3), "assertion failed - buflen 0 <= 0\n$");
+}
+
+TEST(IdenticalFiles, LoseTheFirst) {
+  const TestFolder folder;
+  struct Case {
+    const char* a;
+    const char* b;
+    bool removed;
+  };
+  for (const auto& [a, b, removed] :
+       {Case{"one\ntwo\n", "one\ntwo\n", true}, Case{"one\ntwo\n", "one\ntwa\n", false},
+        Case{"one\n", "one\ntwo\n", false}, Case{"", "", true}}) {
+    const std::string path_a = folder.write("a", a);
+    const std::string path_b = folder.write("b", b);
+    EXPECT_EQ(remove_if_identical(path_a.c_str(), path_b.c_str()), 0);
+    EXPECT_EQ(std::filesystem::exists(path_a), !removed) << a << b;
+    EXPECT_TRUE(std::filesystem::exists(path_b));
+  }
+  const std::string path = folder.write("a", "");
+  errno = 0;
+  EXPECT_EQ(remove_if_identical(path.c_str(), (folder.path() + "/none").c_str()), -1);
+  errno = 0;
+  EXPECT_EQ(held_lines().back(), "      @ utils:# - fopen: No such file or directory");
+  EXPECT_EQ(remove_if_identical(path.c_str(), folder.path().c_str()), -1);
+  errno = 0;
+  EXPECT_TRUE(std::filesystem::exists(path));
+}
+
+// ---- Time, names, reports ----------------------------------------------------------------------
+
+TEST(Time, IsAddedAndTakenAway) {
+  EXPECT_EQ(elapsed_ms({12, 100000}, {10, 900000}), 1200);
+  EXPECT_EQ(elapsed_ms({10, 900000}, {12, 100000}), -1200);
+  TimeValue time = {1, 600000};
+  add_ms(time, 1500);
+  EXPECT_EQ(time.seconds, 3);
+  EXPECT_EQ(time.microseconds, 100000);
+  const TimeValue now = current_time();
+  EXPECT_EQ(now.microseconds % 1000, 0);
+  EXPECT_LE(static_cast<std::uint32_t>(now_ms() - static_cast<std::uint32_t>(now.seconds) * 1000U),
+            10000U);
+}
+
+TEST(Names, AreResolvedAsFarAsAllowed) {
+  const TestHost host("os = {user = \"operator\"}");
+  char user[9];
+  EXPECT_EQ(get_user_name(user, sizeof user), 0);
+  EXPECT_STREQ(user, "operator");
+  EXPECT_EQ(get_user_name(user, 8), -1);
+  EXPECT_STREQ(user, "");
+  EXPECT_EQ(get_user_name(nullptr, 8), -1);
+
+  std::uint32_t address = 0;
+  EXPECT_EQ(resolve_ipv4("10.0.0.1", address), 0);
+  EXPECT_EQ(address, inet_addr("10.0.0.1"));
+  errmsg_begin();
+  EXPECT_FALSE(set_name_lookup(false));
+  EXPECT_EQ(resolve_ipv4("localhost", address), -1);
+  EXPECT_STREQ(errmsg_compose(), "");
+  EXPECT_TRUE(set_name_lookup(true));
+  EXPECT_EQ(resolve_ipv4("localhost", address), 0);
+  EXPECT_EQ(address, inet_addr("127.0.0.1"));
+  EXPECT_EQ(resolve_ipv4("no such name.invalid", address), -1);
+  EXPECT_EQ(held_lines().front(), "ERROR @ utils:# - illegal address or name no such name.invalid");
+
+  sockaddr_in6 address6 = {};
+  EXPECT_EQ(ipv6_supported(), 1);
+  EXPECT_EQ(resolve_ipv6("::1", address6), 0);
+  EXPECT_EQ(address6.sin6_addr.s6_addr[15], 1);
+  EXPECT_EQ(resolve_ipv6("no address", address6), -1);
+  EXPECT_EQ(held_lines().front(),
+            "ERROR @ utils:# - cannot resolve to IPv6 address, or incorrect IPv6 address format");
+}
+
+TEST(Dumps, LineUpTheirColumns) {
+  EXPECT_EQ(written_by([] { hex_dump("0123456789ab\x7F\x80 z~", 17, "p: "); }),
+            "INFO  @ - p: 30 31 32 33  34 35 36 37  38 39 61 62   0123456789ab\n"
+            "INFO  @ - p: 7F 80 20 7A  7E                         .. z~\n");
+  const std::string prefix(300, 'p');
+  EXPECT_EQ(written_by([&] { hex_dump("A", 1, prefix.c_str()); }),
+            "INFO  @ - " + std::string(203, 'p') + "41 " + std::string(37, ' ') + "A\n");
+}
+
+TEST(Reports, OfSeveralLinesKeepTheirOrder) {
+  EXPECT_EQ(report_lines("first\nsecond\n\nfourth"), 0);
+  EXPECT_THAT(held_lines(),
+              testing::ElementsAre("WARN  @ utils:# - first", "      @ utils:# - second",
+                                   "      @ utils:# - ", "      @ utils:# - fourth"));
 }
 
 }  // namespace

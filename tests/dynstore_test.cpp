@@ -1,0 +1,143 @@
+#include "shared/include/dynstore.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <string>
+
+#include "tests/support/hosts.h"
+
+namespace {
+
+int blocks = 0;
+std::size_t last_size = 0;
+
+void* counted_allocate(std::size_t size) {
+  ++blocks;
+  last_size = size;
+  return std::malloc(size);
+}
+
+const MemoryOperations COUNTED = {std::calloc, counted_allocate, std::free, std::realloc,
+                                  std::free};
+
+class DynStoreTest : public testing::Test {
+ protected:
+  DynStoreTest() { blocks = 0; }
+
+  int append(std::size_t count) { return store_.append_str(std::string(count, 'x').c_str()); }
+
+  DynStore store_{COUNTED};
+};
+
+TEST_F(DynStoreTest, TheInlineAreaIsFreeOfAllocation) {
+  EXPECT_EQ(store_.length(), 0);
+  EXPECT_EQ(store_.capacity(), 1024);
+  append(1023);
+  EXPECT_EQ(blocks, 0);
+  append(1);
+  EXPECT_EQ(blocks, 1);
+  EXPECT_EQ(store_.capacity(), 2048);
+  EXPECT_EQ(store_.offset(), 0);
+  EXPECT_EQ(store_.str(), std::string(1024, 'x'));
+  store_.clear();
+  EXPECT_EQ(store_.capacity(), 2048);
+  EXPECT_STREQ(store_.str(), "");
+}
+
+TEST_F(DynStoreTest, GrowsToTheNeedOrByAStep) {
+  append(5000);
+  EXPECT_EQ(store_.capacity(), 5001);
+  append(1);
+  EXPECT_EQ(store_.capacity(), 6025);
+}
+
+TEST_F(DynStoreTest, RepeatedGrowthTakesABlockAStepAndNoMore) {
+  for (int i = 0; i < 100 * 1024; ++i) store_.append_char('a');
+  EXPECT_EQ(blocks, 100);
+  blocks = 0;
+  DynStore front(COUNTED);
+  for (int i = 0; i < 100 * 1024; ++i) front.prepend_char('a');
+  EXPECT_EQ(front.length(), 100 * 1024);
+  EXPECT_LE(blocks, 100);
+}
+
+TEST_F(DynStoreTest, PrependsIntoTheFrontRoomOrMovesTheText) {
+  store_.append_str("0123456789");
+  store_.prepend_str("abc");
+  EXPECT_STREQ(store_.str(), "abc0123456789");
+  EXPECT_EQ(store_.offset(), 0);
+  EXPECT_EQ(store_.drop_front(5), 0);
+  EXPECT_EQ(store_.offset(), 5);
+  store_.prepend_str("xyz");
+  EXPECT_EQ(store_.offset(), 2);
+  EXPECT_STREQ(store_.str(), "xyz23456789");
+  // Growth keeps the front room there was.
+  store_.prepend_str(std::string(2000, '-').c_str());
+  EXPECT_EQ(store_.offset(), 2);
+  EXPECT_EQ(store_.str(), std::string(2000, '-') + "xyz23456789");
+  EXPECT_EQ(last_size, 2012U + 2002U);
+}
+
+TEST_F(DynStoreTest, TurnsNumbersIntoText) {
+  store_.append_int(-5);
+  store_.append_uint(4294967295U);
+  store_.append_int64(INT64_MIN);
+  store_.append_long(-1);
+  store_.append_ulong(7);
+  store_.prepend_int(-6);
+  store_.prepend_uint(4000000000U);
+  store_.prepend_long(1);
+  store_.prepend_ulong(2);
+  store_.prepend_int64(INT64_MAX);
+  EXPECT_STREQ(store_.str(),
+               "9223372036854775807214000000000-6-54294967295-9223372036854775808-17");
+  store_.set_format("%s/%d", "a", 5);
+  store_.append_format("%05d", 42);
+  EXPECT_STREQ(store_.str(), "a/500042");
+  store_.set_format("%20000d", 1);
+  EXPECT_EQ(store_.length(), 16383);
+}
+
+TEST_F(DynStoreTest, RemovesAndRefuses) {
+  store_.append_str(" \tabcdefg\t ");
+  store_.trim_leading_blanks();
+  store_.trim_trailing_blanks();
+  EXPECT_STREQ(store_.str(), "abcdefg");
+  EXPECT_EQ(store_.erase(2, 3), 0);
+  EXPECT_STREQ(store_.str(), "abfg");
+  EXPECT_EQ(store_.erase(2, 3), -1);
+  EXPECT_EQ(store_.erase(-1, 1), -1);
+  EXPECT_EQ(store_.erase(1, INT32_MAX), -1);
+  EXPECT_EQ(store_.drop_front(5), -1);
+  EXPECT_EQ(store_.drop_back(5), -1);
+  EXPECT_EQ(store_.drop_back(1), 0);
+  EXPECT_STREQ(store_.str(), "abf");
+  store_.set_format(" \t ");
+  store_.trim_trailing_blanks();
+  EXPECT_STREQ(store_.str(), "");
+}
+
+TEST_F(DynStoreTest, Dumps) {
+  store_.append("a\0b", 3);
+  EXPECT_EQ(store_.length(), 3);
+  store_.drop_front(1);
+  EXPECT_EQ(written_by([this] { store_.dump(); }),
+            "  params: offset=1, len=3, alloc=1024\n  str = \"\"\n");
+}
+
+void* no_block(std::size_t /*size*/) { return nullptr; }
+
+TEST(DynStoreDeathTest, EndsWithoutMemory) {
+  const MemoryOperations none = {std::calloc, no_block, std::free, std::realloc, std::free};
+  EXPECT_EXIT(
+      {
+        dup2(STDERR_FILENO, STDOUT_FILENO);
+        DynStore store(none);
+        store.append_str(std::string(1024, 'x').c_str());
+      },
+      testing::ExitedWithCode(3), "\\.\\\\dynstore:[0-9]+: assertion failed - out of memory\n$");
+}
+
+}  // namespace

@@ -1,0 +1,301 @@
+#include "shared/include/searchpath.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <set>
+#include <string>
+
+#include "brenlo/src/system.h"
+#include "shared/include/vmk_debug.h"
+#include "shared/include/vmk_debug_config.h"
+#include "shared/include/vmk_errmsg.h"
+#include "tests/support/folder.h"
+#include "tests/support/hosts.h"
+#include "tests/support/program.h"
+
+namespace {
+
+using testing::ElementsAre;
+
+/// Sets environment variables while it lives; null unsets.
+class Environment {
+ public:
+  void set(const char* name, const char* value) {
+    if (value != nullptr) {
+      setenv(name, value, 1);
+    } else {
+      unsetenv(name);
+    }
+  }
+  Environment() = default;
+  ~Environment() {
+    for (const char* name : {"ZARVO_PRIV_DIR", "HOMEDRIVE", "HOMEPATH", "USERNAME", "ZARVO_DIR"}) {
+      unsetenv(name);
+    }
+  }
+  Environment(const Environment&) = delete;
+  Environment& operator=(const Environment&) = delete;
+};
+
+/// Makes a folder the current one while it lives.
+class CurrentFolder {
+ public:
+  explicit CurrentFolder(const std::string& path) : before_(std::filesystem::current_path()) {
+    std::filesystem::current_path(path);
+  }
+  ~CurrentFolder() { std::filesystem::current_path(before_); }
+  CurrentFolder(const CurrentFolder&) = delete;
+  CurrentFolder& operator=(const CurrentFolder&) = delete;
+
+ private:
+  std::filesystem::path before_;
+};
+
+TEST(PrivateDirectory, IsTheFirstThatApplies) {
+  struct Case {
+    const char* given;
+    const char* priv;
+    const char* drive;
+    const char* home;
+    const char* user;
+    const char* directory;
+  };
+  for (const auto& [given, priv, drive, home, user, directory] :
+       {Case{"D:\\Given", "E:\\x", nullptr, nullptr, nullptr, "d:/given/"},
+        Case{nullptr, "D:\\Work\\Zarvo", nullptr, nullptr, nullptr, "d:/work/zarvo/"},
+        Case{nullptr, "D:\\Work\\", "C:", "\\", "u", "d:/work/"},
+        Case{nullptr, nullptr, "C:", "\\Documents and Settings\\User1", "User1",
+             "c://documents and settings/user1/zarvo/"},
+        Case{nullptr, nullptr, "C:", "\\", "User1", "c:/user1/zarvo/"},
+        Case{nullptr, nullptr, "C:", "/home", "User1", "c:/home/zarvo/"},
+        Case{nullptr, nullptr, "C:", "\\x", nullptr, "c:/zarvo/"},
+        Case{nullptr, nullptr, nullptr, nullptr, nullptr, "c:/zarvo/"}}) {
+    Environment environment;
+    environment.set("ZARVO_PRIV_DIR", priv);
+    environment.set("HOMEDRIVE", drive);
+    environment.set("HOMEPATH", home);
+    environment.set("USERNAME", user);
+    EXPECT_STREQ(SearchPath(given).private_directory(), directory);
+  }
+}
+
+std::string little_endian(std::uint32_t number) {
+  std::string bytes;
+  for (int i = 0; i < 4; ++i) bytes += static_cast<char>(number >> 8 * i);
+  return bytes;
+}
+
+/// A shortcut file to a target, with an ID list.
+std::string shortcut(const std::string& target, std::uint32_t flags = 3) {
+  std::string link = little_endian(0x4C) +
+                     std::string("\x01\x14\x02\0\0\0\0\0\xC0\0\0\0\0\0\0\x46", 16) +
+                     little_endian(flags);
+  link.resize(76);
+  link += std::string("\x05\0list!", 7);
+  link += little_endian(0) + little_endian(0x1C) + std::string(0x14, '\0');
+  link += little_endian(0x10) + std::string(0x0C, 'v');
+  return link + target + '\0';
+}
+
+TEST(Resolution, FollowsFilesLinksAndShortcuts) {
+  const TestFolder folder;
+  const SearchPath search(folder.path().c_str());
+  const auto find = [&](const char* name) -> std::string {
+    char path[PATH_BUFFER_SIZE] = "untouched";
+    errmsg_begin();
+    const char* found = search.resolve(name, path, SEARCH_PRIVATE);
+    return found != nullptr ? found : "none";
+  };
+  const std::string target = folder.write("elsewhere/target.cfg", "x");
+  const std::string here = folder.write("config/here.cfg", "x");
+  EXPECT_EQ(find("config/here.cfg"), here);
+  EXPECT_EQ(find("config"), folder.path() + "/config");
+  static_cast<void>(folder.write("config/link.cfg.lnk", shortcut("C:" + target)));
+  EXPECT_EQ(find("config/link.cfg"), target);
+  static_cast<void>(folder.write("config/Shortcut to debug.cfg.lnk", shortcut(target)));
+  EXPECT_EQ(find("config/debug.cfg"), target);
+  const std::string broken = folder.write("broken.lnk", shortcut(folder.path() + "/none"));
+  EXPECT_EQ(find("broken"), broken);
+  EXPECT_EQ(find("none"), "none");
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ searchpath:# - none not in search path"));
+  EXPECT_EQ(find(std::string(1023, 'n').c_str()), "none");
+  EXPECT_EQ(find(std::string(5000, 'n').c_str()), "none");
+}
+
+TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
+  const TestFolder folder;
+  const SearchPath search(folder.path().c_str());
+  const std::string target = folder.write("target", "x");
+  const std::string whole = shortcut(target);
+  const auto follows = [&](const std::string& link) {
+    const std::string path = folder.write("wanted.lnk", link);
+    char found[PATH_BUFFER_SIZE];
+    return search.resolve("wanted", found, SEARCH_PRIVATE) != nullptr && found == target;
+  };
+  EXPECT_TRUE(follows(whole));
+  for (std::size_t size = 0; size < whole.size(); ++size)
+    EXPECT_FALSE(follows(whole.substr(0, size)));
+  const auto with = [&](std::size_t at, const std::string& bytes) {
+    std::string link = whole;
+    return link.replace(at, bytes.size(), bytes);
+  };
+  constexpr std::size_t INFORMATION = 76 + 7;
+  for (const std::string& link :
+       {with(0, "M"), with(19, "\x47"), with(20, little_endian(1)), with(76, "\xFF\xFF"),
+        with(INFORMATION + 4, little_endian(0xFFFFFFFC)),
+        with(INFORMATION + 4, little_endian(0x7FFFFFFF)),
+        with(INFORMATION + 0x1C, little_endian(0xFFFFFFFF)), shortcut(""),
+        shortcut(std::string(300, '/'))}) {
+    EXPECT_FALSE(follows(link));
+  }
+}
+
+TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
+  const TestFolder folder;
+  const TestHost host("");
+  Environment environment;
+  static_cast<void>(folder.write("private/both", ""));
+  static_cast<void>(folder.write("product/both", ""));
+  static_cast<void>(folder.write("parent/both", ""));
+  static_cast<void>(folder.write("parent/far", ""));
+  static_cast<void>(folder.write("parent/bin/x", ""));
+  const CurrentFolder current(folder.path() + "/parent/bin");
+  const SearchPath search((folder.path() + "/private").c_str());
+  const auto find = [&](const char* name, SearchMode mode) -> std::string {
+    char path[PATH_BUFFER_SIZE];
+    const char* found = search.resolve(name, path, mode);
+    return found != nullptr ? found : "none";
+  };
+  EXPECT_EQ(find("both", SEARCH_PRODUCT), "../both");
+  environment.set("ZARVO_DIR", (folder.path() + "\\Product").c_str());
+  EXPECT_EQ(dll_init_searchpath(), 0);
+  EXPECT_EQ(find("both", SEARCH_ALL), folder.path() + "/private/both");
+  EXPECT_EQ(find("both", SEARCH_PRODUCT), folder.path() + "/product/both");
+  EXPECT_EQ(find("far", SEARCH_ALL), folder.path() + "/parent/bin/../far");
+  EXPECT_EQ(find("far", SEARCH_PRIVATE), "none");
+  environment.set("ZARVO_DIR", "");
+  EXPECT_EQ(dll_init_searchpath(), 0);
+  EXPECT_EQ(find("x", SEARCH_PRODUCT), "./x");
+  environment.set("ZARVO_DIR", nullptr);
+  EXPECT_EQ(dll_init_searchpath(), 0);
+}
+
+TEST(Listing, GivesEveryEntry) {
+  const TestFolder folder;
+  const SearchPath search(folder.path().c_str());
+  static_cast<void>(folder.write("list/a", ""));
+  static_cast<void>(folder.write("list/b", ""));
+  static_cast<void>(folder.write("file", ""));
+  ListingBuffer buffer;
+  auto listing = search.open_listing("list", SEARCH_PRIVATE, buffer);
+  ASSERT_NE(listing, nullptr);
+  std::set<std::string> names = {buffer.entry};
+  while (next_listing_entry(*listing, buffer) == 0) {
+    EXPECT_EQ(buffer.directory, folder.path() + "/list");
+    names.insert(buffer.entry);
+  }
+  EXPECT_THAT(names, ElementsAre(".", "..", "a", "b"));
+  EXPECT_EQ(close_listing(listing), 0);
+  EXPECT_EQ(listing, nullptr);
+  EXPECT_EQ(search.open_listing("none", SEARCH_PRIVATE, buffer), nullptr);
+  EXPECT_EQ(held_lines().front(), "ERROR @ searchpath:# - none not in search path");
+  EXPECT_EQ(search.open_listing("file", SEARCH_PRIVATE, buffer), nullptr);
+  EXPECT_EQ(held_lines().front(),
+            "ERROR @ searchpath:# - error finding files in " + folder.path() + "/file");
+}
+
+// ---- Debug configuration -----------------------------------------------------------------------
+
+TEST(DebugConfiguration, SwitchesModulesAndLines) {
+  struct Case {
+    std::string text;
+    int result;
+    const char* dump;
+    const char* report;  // or null
+  };
+  for (const auto& [text, result, dump, report] :
+       {Case{"system 935\nsystem\n", 0, "DEBUG Debugging\n module system:935 -1 \n", nullptr},
+        Case{"#c\n\tsystem\t12 more\nadapter -5", 0,
+             "DEBUG Debugging\n module system:12 \n module adapter:-5 \n", nullptr},
+        Case{"a\nb 2\n \t\nc\n", -1, "DEBUG Debugging\n module a:-1 \n module b:2 \n",
+             "ERROR @ vmk_debug:# - error at line 3"},
+        Case{"#\n\n", -1, "", "ERROR @ vmk_debug:# - error at line 2"}, Case{"", 0, "", nullptr}}) {
+    const TestFolder folder;
+    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
+        std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
+    RuntimeDebugTable table;
+    errmsg_begin();
+    EXPECT_EQ(table.load(stream.get()), result);
+    EXPECT_EQ(written_by([&] { table.dump(); }), dump) << text;
+    if (report != nullptr) {
+      EXPECT_THAT(held_lines(), ElementsAre(report));
+    }
+    EXPECT_TRUE(table.is_valid());
+  }
+  RuntimeDebugTable table;
+  std::string longer = "system " + std::string(1100, ' ') + "7";
+  table.load(std::unique_ptr<std::FILE, int (*)(std::FILE*)>(
+                 fmemopen(longer.data(), longer.size(), "r"), std::fclose)
+                 .get());
+  EXPECT_TRUE(table.is_enabled("system", 5));
+  EXPECT_TRUE(table.is_enabled("7", 5));
+  EXPECT_FALSE(table.is_enabled("System", 5));
+}
+
+/// The process-wide search path's private directory is fixed before main, so this runs in a process
+/// of its own that the environment leads to the folder.
+TEST(DebugConfiguration, IsInstalledFromTheSearchPath) {
+  const TestFolder folder;
+  const auto run = [&](const char* test) {
+    std::FILE* pipe = popen(
+        ("ZARVO_PRIV_DIR=" + folder.path() + " " +
+         std::filesystem::read_symlink("/proc/self/exe").string() +
+         " --gtest_also_run_disabled_tests --gtest_filter=InnerProcess.DISABLED_" + test + " 2>&1")
+            .c_str(),
+        "r");
+    std::string output;
+    char piece[4096];
+    while (std::fgets(piece, sizeof piece, pipe) != nullptr) output += piece;
+    EXPECT_EQ(pclose(pipe), 0) << output;
+    return normalised(output);
+  };
+  run("NothingInstalled");
+  static_cast<void>(folder.write("config/debug.cfg", "system\nsearchpath 1\n"));
+  EXPECT_NE(run("SystemOn").find("DEBUG @ system:# - adapter = \"E100B1\""), std::string::npos);
+  static_cast<void>(folder.write("config/debug.cfg", "searchpath\n\n"));
+  const std::string said = run("SearchOn");
+  for (const char* text :
+       {"ERROR @ vmk_debug:# - error loading runtime debugging, continuing...\n"
+        "      @ vmk_debug:# - error at line 2\n",
+        "DEBUG @ searchpath:# - searching for config/debug.cfg\n",
+        "DEBUG @ searchpath:# -     looking in ", "DEBUG @ searchpath:# -     found.\n"}) {
+    EXPECT_NE(said.find(text), std::string::npos) << text << said;
+  }
+}
+
+TEST(InnerProcess, DISABLED_NothingInstalled) {
+  errmsg_begin();
+  EXPECT_EQ(dll_init_debug(), 0);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ searchpath:# - config/debug.cfg not in search path"));
+  EXPECT_FALSE(system_debug.is_enabled(1));
+}
+
+TEST(InnerProcess, DISABLED_SystemOn) {
+  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
+  EXPECT_EQ(dll_init_debug(), 0);
+  EXPECT_TRUE(system_debug.is_enabled(1));
+  EXPECT_FALSE(adapter_debug.is_enabled(1));
+  char address[200];
+  EXPECT_EQ(get_host_address_from_bindings(address), 0);
+}
+
+TEST(InnerProcess, DISABLED_SearchOn) {
+  EXPECT_EQ(dll_init_debug(), 0);
+  EXPECT_EQ(dll_init_debug(), 0);
+}
+
+}  // namespace
