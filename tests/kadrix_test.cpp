@@ -36,7 +36,9 @@ TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
            {"\xFF\xFE\x01\nquit\n", "$$", bad + "\xFF\xFE\x01\n" + DONE},
            {"%s%n%d\nquit\n", "$$", bad + "%s%n%d\n" + DONE},
        }) {
-    const Outcome outcome = run_program({{}, {}, input});
+    struct Run run;
+    run.input = input;
+    const Outcome outcome = run_program(run);
     EXPECT_EQ(outcome.output, output) << input.substr(0, 80);
     EXPECT_EQ(normalised(outcome.errors), errors) << input.substr(0, 80);
     EXPECT_EQ(outcome.status, 0);

@@ -5,6 +5,7 @@
 //   %env NAME=VALUE        sets an environment variable
 //   %arguments A B         starts the program with arguments
 //   %host FILE             starts it on a host description below hosts/
+//   %libraries A B         on a Windows runtime: the stand-ins that lie beside the program
 //   %status N              expects this exit status instead of 0
 //   | LINE                 adds a line to the description (the default one unless %host names one;
 //                          with "%host none" there is no other line)
@@ -33,9 +34,12 @@ struct Session {
   Run run;
   std::string host;
   std::string description;
+  std::string libraries = "none";
   std::string output;
   std::string errors;
   int status = 0;
+  bool both =
+      false;  ///< played on a Windows runtime too, where tests/windows/host.toml is laid out
 };
 
 std::ostream& operator<<(std::ostream& stream, const Session& session) {
@@ -61,6 +65,8 @@ void add_line(Session& session, std::string line) {
     add_arguments(session, line);
   } else if (take_prefix(line, "%host ")) {
     session.host = line;
+  } else if (take_prefix(line, "%libraries ")) {
+    session.libraries = line;
   } else if (take_prefix(line, "%status ")) {
     session.status = std::stoi(line);
   } else if (take_prefix(line, "| ") || line == "|") {
@@ -91,16 +97,25 @@ std::vector<Session> read_sessions(std::istream& stream, const std::string& file
   return sessions;
 }
 
+/// The runtime that the program runs on: KADRIX_RUNTIME names a command that takes the stand-ins,
+/// comma-separated, and the program's arguments. Without it the program runs on this machine.
+const char* windows_runtime() { return std::getenv("KADRIX_RUNTIME"); }
+
+/// The sessions of tests/windows are for both; the others need a host of their own.
 std::vector<Session> all_sessions() {
   std::vector<std::filesystem::path> files;
-  for (const auto& entry : std::filesystem::directory_iterator(ROOT + "/tests/sessions")) {
-    files.push_back(entry.path());
+  for (const char* folder : {"/tests/sessions", "/tests/windows"}) {
+    if (windows_runtime() != nullptr && folder == std::string("/tests/sessions")) continue;
+    for (const auto& entry : std::filesystem::directory_iterator(ROOT + folder)) {
+      if (entry.path().extension() == ".session") files.push_back(entry.path());
+    }
   }
   std::sort(files.begin(), files.end());
   std::vector<Session> sessions;
   for (const auto& file : files) {
     std::ifstream stream(file);
     for (Session& session : read_sessions(stream, file.filename().string())) {
+      session.both = file.parent_path().filename() == "windows";
       sessions.push_back(std::move(session));
     }
   }
@@ -114,7 +129,10 @@ class DescriptionFile {
       : path_(std::filesystem::temp_directory_path() /
               ("kadrix-session-" + std::to_string(getpid()) + ".toml")) {
     std::ofstream stream(path_);
-    if (session.host.empty()) stream << read_file(ROOT + "/hosts/default.toml");
+    if (session.host.empty()) {
+      stream << read_file(ROOT +
+                          (session.both ? "/tests/windows/host.toml" : "/hosts/default.toml"));
+    }
     stream << session.description;
   }
   ~DescriptionFile() { std::filesystem::remove(path_); }
@@ -133,15 +151,33 @@ void replace_first(std::string& text, const std::string& what, const char* by) {
   }
 }
 
+/// A text of the Windows runtime, whose lines all end in CR LF, with the line ends of this machine.
+std::string with_plain_line_ends(const std::string& text) {
+  std::string plain;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const bool ends = text[i] == '\r' && i + 1 < text.size() && text[i + 1] == '\n';
+    if (text[i] == '\n' && (i == 0 || text[i - 1] != '\r')) plain += "<no CR>";
+    if (!ends) plain += text[i];
+  }
+  return plain;
+}
+
 Outcome play(const Session& session) {
   const DescriptionFile description(session);
   Run run = session.run;
-  if (!session.description.empty()) {
+  if (windows_runtime() != nullptr) {
+    run.program = windows_runtime();
+    run.arguments.insert(run.arguments.begin(), session.libraries);
+  } else if (session.both || !session.description.empty()) {
     run.environment.push_back("ZARVO_HOST=" + description.path());
   } else if (!session.host.empty()) {
     run.environment.push_back("ZARVO_HOST=" + ROOT + "/hosts/" + session.host);
   }
   Outcome outcome = run_program(run);
+  if (windows_runtime() != nullptr) {
+    outcome.output = with_plain_line_ends(outcome.output);
+    outcome.errors = with_plain_line_ends(outcome.errors);
+  }
   for (std::string* text : {&outcome.output, &outcome.errors}) {
     *text = normalised(*text);
     replace_first(*text, description.path(), "HOST");
@@ -176,6 +212,7 @@ INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()),
 
 // The harness itself must notice a session that says something else.
 TEST(SessionHarness, NoticesWrongTextStreamAndStatus) {
+  if (windows_runtime() != nullptr) GTEST_SKIP() << "the harness is the same";
   const std::string right = "=== right\n$quit\nINFO  @ - done.\n";
   for (const char* wrong :
        {"=== text\n$quit\nINFO  @ - done\n", "=== stream\n$quit\n>INFO  @ - done.\n",

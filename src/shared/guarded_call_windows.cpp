@@ -11,16 +11,12 @@ using JumpBuffer = void* [5];
 JumpBuffer* landing = nullptr;
 DWORD guarded_thread = 0;
 
-/// Debuggers and languages use exceptions below this severity among themselves.
-constexpr DWORD FIRST_ERROR_CODE = 0xC0000000;
-
 [[noreturn]] void leave_call() { __builtin_longjmp(*landing, 1); }
 
-/// Sends the faulting thread to leave_call instead of jumping out of the dispatcher, whose frames
-/// must not be skipped.
-LONG CALLBACK divert_fault(EXCEPTION_POINTERS* fault) {
-  if (landing == nullptr || GetCurrentThreadId() != guarded_thread ||
-      fault->ExceptionRecord->ExceptionCode < FIRST_ERROR_CODE) {
+/// The last to be asked about an exception, after every handler of the library's own. Sends the
+/// thread to leave_call instead of jumping out of the dispatcher, whose frames must not be skipped.
+LONG WINAPI divert_fault(EXCEPTION_POINTERS* fault) {
+  if (landing == nullptr || GetCurrentThreadId() != guarded_thread) {
     return EXCEPTION_CONTINUE_SEARCH;
   }
   CONTEXT& context = *fault->ContextRecord;
@@ -30,7 +26,7 @@ LONG CALLBACK divert_fault(EXCEPTION_POINTERS* fault) {
   context.Rsp = (context.Rsp & ~static_cast<ULONG_PTR>(15)) - 40;
   context.Rip = target;
 #else
-  context.Esp = static_cast<DWORD>((context.Esp & ~static_cast<ULONG_PTR>(15)) - 20);
+  context.Esp = (context.Esp & ~static_cast<DWORD>(15)) - 20;
   context.Eip = static_cast<DWORD>(target);
 #endif
   return EXCEPTION_CONTINUE_EXECUTION;
@@ -39,17 +35,9 @@ LONG CALLBACK divert_fault(EXCEPTION_POINTERS* fault) {
 }  // namespace
 
 bool guarded_call(void (*function)(void* argument), void* argument) {
-  // Bound at run time: the oldest hosts have no vectored handlers, and there the call goes
-  // unguarded.
-  const HMODULE kernel = GetModuleHandleA("kernel32");
-  const auto add = reinterpret_cast<decltype(&AddVectoredExceptionHandler)>(
-      reinterpret_cast<void*>(GetProcAddress(kernel, "AddVectoredExceptionHandler")));
-  const auto remove = reinterpret_cast<decltype(&RemoveVectoredExceptionHandler)>(
-      reinterpret_cast<void*>(GetProcAddress(kernel, "RemoveVectoredExceptionHandler")));
-  void* const handler = add != nullptr ? add(1, divert_fault) : nullptr;
-
   JumpBuffer buffer;
-  JumpBuffer* const outer = landing;
+  JumpBuffer* const outer_landing = landing;
+  const LPTOP_LEVEL_EXCEPTION_FILTER outer_filter = SetUnhandledExceptionFilter(divert_fault);
   volatile bool returned = false;
   if (__builtin_setjmp(buffer) == 0) {
     landing = &buffer;
@@ -57,7 +45,7 @@ bool guarded_call(void (*function)(void* argument), void* argument) {
     function(argument);
     returned = true;
   }
-  landing = outer;
-  if (handler != nullptr && remove != nullptr) remove(handler);
+  landing = outer_landing;
+  SetUnhandledExceptionFilter(outer_filter);
   return returned;
 }

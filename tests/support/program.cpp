@@ -43,7 +43,7 @@ std::string contents(const File& file) {
     const std::size_t equals = setting.find('=');
     setenv(setting.substr(0, equals).c_str(), setting.substr(equals + 1).c_str(), 1);
   }
-  std::string program = KADRIX_PROGRAM;
+  std::string program = run.program;
   std::vector<std::string> arguments = run.arguments;
   std::vector<char*> pointers = {program.data()};
   for (std::string& argument : arguments) pointers.push_back(argument.data());

@@ -5,6 +5,7 @@
 #include <vector>
 
 struct Run {
+  std::string program = KADRIX_PROGRAM;
   std::vector<std::string> arguments;
   std::vector<std::string> environment;  ///< NAME=VALUE; the program sees no other ZARVO_ variable
   std::string input;
