@@ -171,7 +171,9 @@ TEST(Configuration, TakesDepthAndBreadth) {
   EXPECT_EQ(read(file, deep), 0);
   std::string broad = "a = {\n";
   for (int i = 0; i < 100000; ++i) broad += "key" + std::to_string(i) + " = " + "v\n";
-  EXPECT_EQ(read(file, broad + "k = " + std::string(10'000'000, 'x') + "\n}\n"), 0);
+  std::string longest = "k = ";
+  longest.resize(10'000'000, 'x');
+  EXPECT_EQ(read(file, broad + longest + "\n}\n"), 0);
   EXPECT_EQ(file.pair_count(0), 100001U);
   EXPECT_STREQ(file.value(0, "KEY99999"), "v");
   EXPECT_EQ(file.block_count(), 1U);

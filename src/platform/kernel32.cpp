@@ -84,6 +84,10 @@ FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {
     SetLastError(*code);
     return nullptr;
   }
+  if (library == nullptr) {
+    SetLastError(ERROR_INVALID_HANDLE);
+    return nullptr;
+  }
   const char* library_name = reinterpret_cast<const Library*>(library)->name;
   if (current_host().has_function(library_name, name)) {
     if (const FARPROC function = library_function(library_name, name)) return function;

@@ -14,7 +14,7 @@
 namespace {
 
 constexpr int USER_NAME_SIZE = 1024;
-constexpr DWORD MAX_LONG_PATH = 260;
+constexpr int MAX_LONG_PATH = 260;
 constexpr std::size_t MAX_SHORTCUT_SIZE = std::size_t{16} << 20;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\searchpath", line}; }
@@ -120,6 +120,7 @@ SearchPath::~SearchPath() {
 const char* search_path_user() { return shared != nullptr ? shared->user_name.get() : ""; }
 
 int dll_init_searchpath() {
+  if (shared == nullptr) return 0;  // called before the program's static state was made
   shared->product_directory.reset();
   if (const char* given = std::getenv("ZARVO_DIR")) {
     shared->product_directory = *given != '\0' ? given_directory(given) : copy_directory("./");
@@ -229,9 +230,12 @@ using LongPathFunction = DWORD(WINAPI*)(LPCSTR path, LPSTR long_path, DWORD size
 
 /// The long form of a path. Hosts that are too old to know long forms apart give the path itself.
 bool long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
-  static const auto get = reinterpret_cast<LongPathFunction>(
-      reinterpret_cast<void*>(GetProcAddress(LoadLibraryA("kernel32"), "GetLongPathNameA")));
+  const HMODULE kernel = LoadLibraryA("kernel32");
+  const auto get = kernel == nullptr ? nullptr
+                                     : reinterpret_cast<LongPathFunction>(reinterpret_cast<void*>(
+                                           GetProcAddress(kernel, "GetLongPathNameA")));
   if (get == nullptr) {
+    if (fits_in(path, MAX_LONG_PATH) == 0) return false;
     copy_cut(result, path);
     return true;
   }
@@ -244,8 +248,12 @@ bool long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
 
 /// Replaces the path of a shortcut by that of its target; false leaves it as it is.
 bool follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
+  // A file that is not there is no error, and the log reports errno.
+  const int kept_errno = errno;
   ShortcutFile file;
-  if (!file.read(path)) return false;
+  const bool is_read = file.read(path);
+  errno = kept_errno;
+  if (!is_read) return false;
   const char* target = file.target();
   if (target == nullptr || *target == '\0' || !long_path(target, path)) return false;
   if (searchpath_debug.is_enabled(__LINE__))
@@ -273,7 +281,6 @@ bool exists(const char* path) {
   const int kept_errno = errno;
   struct stat status;
   const bool found = stat(path, &status) == 0;
-  // A file that is not there is no error, and the log reports errno.
   errno = kept_errno;
   return found;
 }
@@ -307,7 +314,7 @@ struct SearchName {
 
   explicit SearchName(const char* name) { copy_cut(text, name); }
 
-  void become_link() { std::strcat(text, ".lnk"); }
+  void become_link() { std::memcpy(text + std::strlen(text), ".lnk", sizeof ".lnk"); }
 
   void become_shortcut_to() {
     char* slash = std::strrchr(text, '/');
@@ -386,8 +393,13 @@ int next_listing_entry(DirectoryListing& listing, ListingBuffer& buffer) {
   return 0;
 }
 
+DirectoryListing::~DirectoryListing() {
+  if (find_handle != INVALID_HANDLE_VALUE) FindClose(find_handle);
+}
+
 int close_listing(std::unique_ptr<DirectoryListing>& listing) {
   if (FindClose(listing->find_handle) == FALSE) return -1;
+  listing->find_handle = INVALID_HANDLE_VALUE;
   listing.reset();
   return 0;
 }

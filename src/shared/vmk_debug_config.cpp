@@ -92,7 +92,11 @@ int DebugModuleTable::load(std::FILE* stream) {
   char piece[PIECE_SIZE];
   for (line_counter = 1; std::fgets(piece, sizeof piece, stream) != nullptr; ++line_counter) {
     if (*piece == '#') continue;
-    if (char* end = std::strrchr(piece, '\n')) *end = '\0';
+    if (char* end = std::strrchr(piece, '\n')) {
+      // As everywhere, a carriage return before the line's end goes with it.
+      if (end > piece && end[-1] == '\r') --end;
+      *end = '\0';
+    }
     char* rest = piece;
     const char* const module = cut_word(rest);
     if (module == nullptr) {
@@ -104,6 +108,8 @@ int DebugModuleTable::load(std::FILE* stream) {
   }
   return 0;
 }
+
+RuntimeDebugTable::~RuntimeDebugTable() { install_debug_table(nullptr); }
 
 // ---- Initialisation ---------------------------------------------------------------------------
 
@@ -119,7 +125,7 @@ bool ask_process_table(const char* module, std::int32_t line) {
 }
 
 void load_by_path(DebugModuleTable& table, const char* path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "r"), std::fclose);
+  const File stream = open_for_reading(path, "r");
   if (stream == nullptr) {
     std::perror("fopen failed");
     report(WRITE_ERROR, here(), "debugging disabled, continuing...");
@@ -133,6 +139,7 @@ void load_by_path(DebugModuleTable& table, const char* path) {
 int dll_init_debug() {
   RuntimeDebugTable& table = process_table();
   char path[PATH_BUFFER_SIZE];
+  if (search_path == nullptr) return 0;  // called before the program's static state was made
   if (search_path->resolve(CONFIGURATION, path, SEARCH_ALL) == nullptr) return 0;
   load_by_path(table, path);
   install_debug_table(ask_process_table);

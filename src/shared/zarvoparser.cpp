@@ -117,7 +117,7 @@ ConfigBlock::ConfigBlock(const char* name)
 ConfigBlock::~ConfigBlock() {
   while (!children_.empty()) {
     try {
-      children_.reserve(children_.size() + 1);
+      if (children_.size() == children_.capacity()) children_.reserve(2 * children_.size());
     } catch (const std::bad_alloc&) {
       return;  // The rest is taken apart level by level.
     }

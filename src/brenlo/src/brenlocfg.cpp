@@ -66,7 +66,7 @@ std::unique_ptr<ExclusionEntry> make_entry(ExclusionKind kind, const char* text)
 }  // namespace
 
 int ExclusionList::load(const char* path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "r"), std::fclose);
+  const File stream = open_for_reading(path, "r");
   if (stream == nullptr) {
     begin_system_error(here(), "fopen");
     report(ADD_WARN, here(), "cannot open file %s.", path);

@@ -24,9 +24,14 @@ struct ListingBuffer {
 
 /// A directory being listed; owned by the caller from open_listing to close_listing.
 struct DirectoryListing {
-  HANDLE find_handle;
-  char directory[PATH_BUFFER_SIZE];
-  SearchMode mode;
+  DirectoryListing() = default;
+  ~DirectoryListing();
+  DirectoryListing(const DirectoryListing&) = delete;
+  DirectoryListing& operator=(const DirectoryListing&) = delete;
+
+  HANDLE find_handle = INVALID_HANDLE_VALUE;
+  char directory[PATH_BUFFER_SIZE] = "";
+  SearchMode mode = SEARCH_ALL;
 };
 
 class SearchPath {

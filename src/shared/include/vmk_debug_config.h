@@ -68,7 +68,11 @@ class DebugModuleTable : public DebugObject {
   std::list<std::unique_ptr<DebugModuleEntry>> entries_;
 };
 
-class RuntimeDebugTable : public DebugModuleTable {};
+/// The table of the whole process; takes itself away from the modules when it is destroyed.
+class RuntimeDebugTable : public DebugModuleTable {
+ public:
+  ~RuntimeDebugTable() override;
+};
 
 /// Reads "config/debug.cfg" from the search path into the process-wide table and installs it for
 /// every module. Without such a file nothing is installed, and the search path's report stays held.

@@ -46,7 +46,8 @@ class ConfigBlock {
 
   [[nodiscard]] const char* name() const { return name_.get(); }
 
-  /// Adds copies of key and value as a new pair, or joins the value to the pair that has the key.
+  /// Adds copies of key and value, which must not be the block's own, as a new pair, or joins the
+  /// value to the pair that has the key.
   void add_pair(const char* key, const char* value);
 
   /// The value of a key, or null.
