@@ -13,6 +13,9 @@ struct CallRow {
 /// In the order of the enumeration.
 constexpr CallRow CALLS[] = {
     {"AddIPAddress", "iphlpapi"},
+    {"CloseHandle", ""},
+    {"CreatePipe", ""},
+    {"CreateProcessA", ""},
     {"DeleteIPAddress", "iphlpapi"},
     {"DhcpNotifyConfigChange", "dhcpcsvc"},
     {"FindClose", ""},
@@ -37,13 +40,18 @@ constexpr CallRow CALLS[] = {
     {"GlobalMemoryStatus", ""},
     {"LoadLibraryA", ""},
     {"MultiByteToWideChar", ""},
+    {"ReadFile", ""},
     {"RegCloseKey", ""},
     {"RegCreateKeyExA", ""},
     {"RegOpenKeyExA", ""},
     {"RegQueryValueExA", ""},
     {"RegSetValueExA", ""},
+    {"RpcStringFreeA", ""},
+    {"SetHandleInformation", ""},
     {"SetIfEntry", "iphlpapi"},
     {"Sleep", ""},
+    {"UuidCreate", ""},
+    {"UuidToStringA", ""},
     {"WSAStartup", ""},
 };
 static_assert(std::size(CALLS) == static_cast<std::size_t>(Call::WSA_STARTUP) + 1);

@@ -1,5 +1,7 @@
 #include "shared/include/utils.h"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
@@ -285,16 +287,11 @@ int scan_quad(const char* text, std::int32_t (&numbers)[4]) {
   return count;
 }
 
-namespace {
-
-/// The value of a hexadecimal digit, -1 for any other character.
 int hex_value(char c) {
   if (is_digit(c)) return c - '0';
   const char letter = lower_case(c);
   return letter >= 'a' && letter <= 'f' ? letter - 'a' + 10 : -1;
 }
-
-}  // namespace
 
 int hex_to_bytes(char* text, std::int32_t& length) {
   // The bytes go over the front of the text; each consumes at least one character.
@@ -446,12 +443,19 @@ FileLine read_line(std::FILE* stream, char* buffer, std::int32_t buffer_length,
   return line;
 }
 
+File open_for_reading(const char* path, const char* mode) {
+  struct stat status;
+  if (stat(path, &status) == 0 && S_ISDIR(status.st_mode)) {
+    errno = EACCES;
+    return {nullptr, std::fclose};
+  }
+  return {std::fopen(path, mode), std::fclose};
+}
+
 namespace {
 
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
 File open_text(ReportSite site, const char* path) {
-  File file(std::fopen(path, "r"), std::fclose);
+  File file = open_for_reading(path, "r");
   if (file == nullptr) {
     begin_system_error(site, "fopen");
     report(ADD_WARN, site, "cannot open %s", path);
@@ -679,6 +683,63 @@ int resolve_ipv6(const char* text, sockaddr_in6& address) {
   if (look_up_ipv6(text, address)) return 0;
   report(BEGIN_ERROR, here(), "cannot resolve to IPv6 address, or incorrect IPv6 address format");
   return -1;
+}
+
+// ---- Addresses as object identifiers ----------------------------------------------------------
+
+namespace {
+
+/// Reads the four bytes of an address; false when one is out of range.
+bool read_address_bytes(const char* text, std::uint8_t (&bytes)[4]) {
+  if (!is_digit(*text) && *text != '.') return false;
+  const TextBlock copy = copy_text(text);
+  SplitList pieces;
+  split_at_char(copy.get(), '.', true, pieces);
+  const std::int32_t first = pieces.count > 4 ? 1 : 0;
+  bool in_range = true;
+  for (std::int32_t i = 0; i < 4; ++i) {
+    const bool given = first + i < pieces.count;
+    const std::int32_t value = given ? decimal_value(pieces.pieces[first + i]) : 0;
+    in_range = in_range && value >= 0 && value <= 255;
+    bytes[i] = static_cast<std::uint8_t>(value);
+  }
+  split_release(pieces);
+  return in_range;
+}
+
+}  // namespace
+
+int ipv4_text_to_oid(const char* text, Oid& oid) {
+  std::uint8_t bytes[4];
+  if (!read_address_bytes(text, bytes)) return -1;
+  oid.clear();
+  for (const std::uint8_t byte : bytes) oid.append_id(byte);
+  return 0;
+}
+
+int ipv4_text_to_address(const char* text, std::uint32_t& address) {
+  std::uint8_t bytes[4];
+  if (!read_address_bytes(text, bytes)) return -1;
+  std::memcpy(&address, bytes, sizeof address);
+  return 0;
+}
+
+int oid_to_ipv4(const Oid& oid, std::uint32_t& address) {
+  std::uint8_t bytes[4];
+  for (std::int32_t i = 0; i < 4; ++i) {
+    if (oid.at(i) > 255) return -1;
+    bytes[i] = static_cast<std::uint8_t>(oid.at(i));
+  }
+  std::memcpy(&address, bytes, sizeof address);
+  return 0;
+}
+
+int ipv4_to_oid(std::uint32_t address, Oid& oid) {
+  std::uint8_t bytes[4];
+  std::memcpy(bytes, &address, sizeof bytes);
+  oid.clear();
+  for (const std::uint8_t byte : bytes) oid.append_id(byte);
+  return 0;
 }
 
 // ---- Reports ----------------------------------------------------------------------------------

@@ -8,6 +8,7 @@
 #include <new>
 
 #include "brenlo/src/ip_tables.h"
+#include "brenlo/src/netsh.h"
 #include "brenlo/src/utils.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_dhcpcsvc.h"
@@ -640,6 +641,78 @@ std::uint32_t find_nte_context(const char* address_text) {
          address = address->Next) {
       if (field_text(address->IpAddress.String) == address_text) return address->Context;
     }
+  }
+  return 0;
+}
+
+// ---- IPv6 -------------------------------------------------------------------------------------
+
+bool Adapter::has_ipv6_key(const char* address_text) const {
+  DynStore path;
+  for (const char* piece : {"SYSTEM\\CurrentControlSet\\Services\\Tcpip6\\Parameters\\Interfaces\\",
+                            static_cast<const char*>(name_), "\\Addresses\\", address_text}) {
+    path.append_str(piece);
+  }
+  HKEY key = nullptr;
+  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.str(), 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
+    return false;
+  }
+  RegCloseKey(key);
+  return true;
+}
+
+int Adapter::add_ipv6_address(const char* address_text) {
+  const bool is_new = !has_ipv6_key(address_text);
+  const CommandResult result = run_netsh("add", connection_name_, address_text);
+  if (result == CommandResult::FAILED) {
+    read_connection_name(name_, connection_name_, sizeof connection_name_);
+  }
+  if (result != CommandResult::SUCCEEDED) return -1;
+  if (is_new) record_ipv6_address(address_text);
+  return 0;
+}
+
+/// Enters an address that the tool added; without memory for its entry it is the tool's no longer.
+void Adapter::record_ipv6_address(const char* address_text) {
+  std::uint16_t groups[8];
+  parse_ipv6_groups(address_text, groups);
+  if (grow_ipv6_table() != 0) {
+    fail_no_room(here());
+    return;
+  }
+  auto* const slot = new (std::nothrow) Ipv6Slot(groups);
+  if (slot == nullptr) {
+    fail_memory(here());
+    fail_no_room(here());
+    return;
+  }
+  ipv6_addresses_.get()[ipv6_count_++] = slot;
+}
+
+int Adapter::delete_ipv6_address(const char* address_text) {
+  std::uint16_t groups[8];
+  parse_ipv6_groups(address_text, groups);
+  std::int32_t position = 0;
+  if (find_ipv6_slot(groups, position) == 0) return 0;
+  const CommandResult result = run_netsh("del", connection_name_, address_text);
+  if (result == CommandResult::NOT_STARTED) return -1;
+  Ipv6Slot** const slots = ipv6_addresses_.get();
+  delete slots[position];
+  std::move(slots + position + 1, slots + ipv6_count_, slots + position);
+  slots[--ipv6_count_] = nullptr;
+  if (result == CommandResult::FAILED) {
+    read_connection_name(name_, connection_name_, sizeof connection_name_);
+    return -1;
+  }
+  Sleep(1);
+  return 0;
+}
+
+int Adapter::find_ipv6_slot(const std::uint16_t (&groups)[8], std::int32_t& position) const {
+  for (std::int32_t i = 0; i < ipv6_count_; ++i) {
+    if (std::memcmp(ipv6_addresses_.get()[i]->groups(), groups, sizeof groups) != 0) continue;
+    position = i;
+    return 1;
   }
   return 0;
 }

@@ -118,6 +118,16 @@ class Adapter {
   /// Removes an address that the tool added.
   int delete_address(const char* address_text);
 
+  /// Add and delete an IPv6 address by running netsh for the adapter's connection. The table lists
+  /// what the tool added and the host did not have before; a delete works on nothing else (0). A
+  /// command that fails has the connection's name read again.
+  int add_ipv6_address(const char* address_text);
+  int delete_ipv6_address(const char* address_text);
+
+  /// 1 and the position of the first entry with these groups, or 0.
+  [[nodiscard]] int find_ipv6_slot(const std::uint16_t (&groups)[8], std::int32_t& position) const;
+  [[nodiscard]] std::int32_t ipv6_count() const { return ipv6_count_; }
+
   /// Removes an address whoever added it, as far as the mechanism allows.
   int purge_address(const char* address_text);
 
@@ -139,6 +149,8 @@ class Adapter {
   int delete_through_service(const char* address_text);
   int delete_from_interface(const char* address_text, bool any_owner);
   void remove_slot(std::int32_t position);
+  [[nodiscard]] bool has_ipv6_key(const char* address_text) const;
+  void record_ipv6_address(const char* address_text);
 
   std::uint32_t mechanism_;
   char name_[NAME_SIZE];

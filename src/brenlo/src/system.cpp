@@ -1,5 +1,7 @@
 #include "brenlo/src/system.h"
 
+#include <rpc.h>
+
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
@@ -368,6 +370,132 @@ int System::pad_blank_addresses(const char* name, std::int32_t count) {
     return -1;
   }
   return adapter->count_blank_slots();
+}
+
+int System::add_ipv6_address(const char* name, const char* address) {
+  return change_ipv6_address(name, address, &Adapter::add_ipv6_address);
+}
+
+int System::delete_ipv6_address(const char* name, const char* address) {
+  return change_ipv6_address(name, address, &Adapter::delete_ipv6_address);
+}
+
+int System::change_ipv6_address(const char* name, const char* address, AdapterOperation operation) {
+  constexpr int ATTEMPTS = 3;
+  Adapter* adapter = find_adapter(name, true);
+  if (adapter == nullptr) return fail_no_adapter(here(), name);
+  for (int attempt = 0; attempt < ATTEMPTS; ++attempt) {
+    if ((adapter->*operation)(address) == 0) return 1;
+  }
+  return 0;
+}
+
+// ---- Hardware identity ------------------------------------------------------------------------
+
+namespace {
+
+enum class IdentitySource { NONE, UUID, ADAPTERS };
+
+struct ReleaseRow {
+  const char* release;
+  IdentitySource source;
+};
+
+constexpr ReleaseRow RELEASES[] = {
+    {"95", IdentitySource::UUID},         {"98", IdentitySource::UUID},
+    {"Me", IdentitySource::ADAPTERS},     {"NT 5.0", IdentitySource::ADAPTERS},
+    {"NT 5.1", IdentitySource::ADAPTERS}, {"NT 5.2", IdentitySource::ADAPTERS},
+    {"NT 6.0", IdentitySource::ADAPTERS}, {"NT 6.1", IdentitySource::ADAPTERS},
+};
+
+/// NT 4.0 names its adapters' hardware addresses from its fourth service pack on.
+IdentitySource nt4_source(const char* version) {
+  constexpr char PREFIX[] = "Service Pack ";
+  const bool given = std::strncmp(version, PREFIX, sizeof PREFIX - 1) == 0;
+  const std::int32_t pack = given ? decimal_value(version + sizeof PREFIX - 1) : 0;
+  return pack < 4 ? IdentitySource::UUID : IdentitySource::ADAPTERS;
+}
+
+IdentitySource identity_source(const OsIdentity& identity) {
+  if (equals_ignoring_case(identity.release, "NT 4.0")) return nt4_source(identity.version);
+  for (const ReleaseRow& row : RELEASES) {
+    if (equals_ignoring_case(identity.release, row.release)) return row.source;
+  }
+  return IdentitySource::NONE;
+}
+
+/// A UUID's text, given back to the RPC runtime at the end of its scope; null when there is none.
+class UuidText {
+ public:
+  explicit UuidText(const UUID& uuid) {
+    UUID copy = uuid;  // the platform asks for one that it could change
+    if (UuidToStringA(&copy, &text_) != RPC_S_OK) text_ = nullptr;
+  }
+  ~UuidText() {
+    if (text_ != nullptr) RpcStringFreeA(&text_);
+  }
+  UuidText(const UuidText&) = delete;
+  UuidText& operator=(const UuidText&) = delete;
+
+  [[nodiscard]] const char* get() const { return reinterpret_cast<const char*>(text_); }
+
+ private:
+  RPC_CSTR text_ = nullptr;
+};
+
+}  // namespace
+
+int make_uuid_hardware_address(const std::uint8_t*& address) {
+  static std::uint8_t buffer[6];
+  UUID uuid = {};
+  if (UuidCreate(&uuid) == RPC_S_UUID_NO_ADDRESS) {
+    report(BEGIN_ERROR, here(), "UuidCreate failed.");
+    return -1;
+  }
+  const UuidText text(uuid);
+  if (text.get() == nullptr) {
+    report(BEGIN_ERROR, here(), "UuidToString failed.");
+    return -1;
+  }
+  const char* digits = std::strrchr(text.get(), '-');
+  if (digits == nullptr) {
+    report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text.get());
+    return -1;
+  }
+  ++digits;
+  for (std::uint8_t& byte : buffer) {
+    // A group that is too short reads as zeros, and not beyond its end.
+    int value = 0;
+    for (int i = 0; i < 2 && *digits != '\0'; ++i)
+      value = value << 4 | std::max(hex_value(*digits++), 0);
+    byte = static_cast<std::uint8_t>(value);
+  }
+  address = buffer;
+  return 0;
+}
+
+int System::get_system_hardware_addresses(const std::uint8_t* (&addresses)[MAX_ADAPTERS]) const {
+  OsIdentity identity;
+  uname(identity);
+  const IdentitySource source = identity_source(identity);
+  if (source == IdentitySource::NONE) {
+    report(WRITE_ERROR, here(),
+           "unsupported windows platform %s - must be 9x, Me, NT4, 2000, XP, 2003, Vista, 7",
+           identity.release);
+    return -1;
+  }
+  if (source == IdentitySource::UUID) {
+    if (make_uuid_hardware_address(addresses[0]) == 0) return 1;
+    report(ADD_WARN, here(), "cannot determine the hardware address for system.");
+    return -1;
+  }
+  int count = 0;
+  for (std::int32_t i = 0; i < adapter_count_; ++i) {
+    const Adapter* adapter = adapters_[i].get();
+    if (adapter == nullptr || is_excluded(*adapter)) continue;
+    addresses[count++] = adapter->hardware_address();
+  }
+  return count;
 }
 
 // ---- Report -----------------------------------------------------------------------------------

@@ -61,6 +61,16 @@ class System {
   int delete_address(const char* name, const char* address);
   int purge_address(const char* name, const char* address);
 
+  /// Add and delete an IPv6 address, trying up to three times. 1 when an attempt succeeded, 0 when
+  /// none did, -1 when the adapter was not found.
+  int add_ipv6_address(const char* name, const char* address);
+  int delete_ipv6_address(const char* name, const char* address);
+
+  /// Gives the hardware addresses by which the host is recognised: those of the adapters that are
+  /// not excluded, or on older releases one made from a UUID. The pointers stand while the System
+  /// does, the one from a UUID until the next is made. Returns their number, or -1.
+  int get_system_hardware_addresses(const std::uint8_t* (&addresses)[MAX_ADAPTERS]) const;
+
   /// Appends blank entries to an adapter's registry lists. Returns its number of blank slots
   /// afterwards, or -1.
   int pad_blank_addresses(const char* name, std::int32_t count);
@@ -85,6 +95,7 @@ class System {
   int discover_interfaces();
   void take_adapter(std::unique_ptr<Adapter> adapter);
   void count_operation();
+  int change_ipv6_address(const char* name, const char* address, AdapterOperation operation);
   int remove_address(const char* name, const char* address, AdapterOperation operation);
 
   std::int32_t mechanism_ = MECHANISM_NONE;
@@ -92,6 +103,10 @@ class System {
   std::unique_ptr<Adapter> adapters_[MAX_ADAPTERS];
   std::int32_t first_active_ = -1;
 };
+
+/// Makes a 6-byte hardware address from the last group of a fresh UUID, in a buffer that every call
+/// overwrites. 0 and the address, or -1 after a report.
+int make_uuid_hardware_address(const std::uint8_t*& address);
 
 /// The two lookups behind System::get_host_address: through the TCP/IP binding list of the NT
 /// family, and in the network transport key of the 95 family. 0 or -1.

@@ -59,6 +59,7 @@ typedef INT_PTR(WINAPI* FARPROC)();
 #define ERROR_NOT_SUPPORTED 50
 #define ERROR_DEV_NOT_EXIST 55
 #define ERROR_INVALID_PARAMETER 87
+#define ERROR_BROKEN_PIPE 109
 #define ERROR_BUFFER_OVERFLOW 111
 #define ERROR_INSUFFICIENT_BUFFER 122
 #define ERROR_MOD_NOT_FOUND 126
@@ -124,6 +125,59 @@ void WINAPI Sleep(DWORD milliseconds);
 
 int WINAPI MultiByteToWideChar(UINT code_page, DWORD flags, LPCSTR text, int length, LPWSTR wide,
                                int wide_size);
+
+// Pipes and processes.
+typedef struct _SECURITY_ATTRIBUTES {
+  DWORD nLength;
+  LPVOID lpSecurityDescriptor;
+  BOOL bInheritHandle;
+} SECURITY_ATTRIBUTES, *LPSECURITY_ATTRIBUTES;
+
+#define HANDLE_FLAG_INHERIT 0x00000001
+#define STARTF_USESHOWWINDOW 0x00000001
+#define STARTF_USESTDHANDLES 0x00000100
+#define SW_HIDE 0
+
+typedef struct _STARTUPINFOA {
+  DWORD cb;
+  LPSTR lpReserved;
+  LPSTR lpDesktop;
+  LPSTR lpTitle;
+  DWORD dwX;
+  DWORD dwY;
+  DWORD dwXSize;
+  DWORD dwYSize;
+  DWORD dwXCountChars;
+  DWORD dwYCountChars;
+  DWORD dwFillAttribute;
+  DWORD dwFlags;
+  WORD wShowWindow;
+  WORD cbReserved2;
+  LPBYTE lpReserved2;
+  HANDLE hStdInput;
+  HANDLE hStdOutput;
+  HANDLE hStdError;
+} STARTUPINFOA, *LPSTARTUPINFOA;
+
+typedef struct _PROCESS_INFORMATION {
+  HANDLE hProcess;
+  HANDLE hThread;
+  DWORD dwProcessId;
+  DWORD dwThreadId;
+} PROCESS_INFORMATION, *LPPROCESS_INFORMATION;
+
+BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
+                       DWORD size);
+BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags);
+
+/// Starts a program with its standard handles and no other descriptor. The command line is split by
+/// the platform's rules; a backslash in the program's path is a slash.
+BOOL WINAPI CreateProcessA(LPCSTR application, LPSTR command_line, LPSECURITY_ATTRIBUTES process,
+                           LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags,
+                           LPVOID environment, LPCSTR directory, LPSTARTUPINFOA startup,
+                           LPPROCESS_INFORMATION information);
+BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size, LPVOID overlapped);
+BOOL WINAPI CloseHandle(HANDLE handle);
 
 // Files. A path that begins with a drive letter means the path of this machine without it.
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size);

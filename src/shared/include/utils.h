@@ -20,6 +20,7 @@
 #include <string_view>
 
 #include "shared/include/dynstore.h"
+#include "shared/include/oid.h"
 
 /// For blocks of the C allocator.
 struct FreeBlock {
@@ -107,6 +108,9 @@ int normalize_path(char* text);
 
 // ---- Numbers ----------------------------------------------------------------------------------
 
+/// The value of a hexadecimal digit, -1 for any other character.
+[[nodiscard]] int hex_value(char c);
+
 /// Reads a decimal number at `*text`: leading white space, an optional sign, digits. On success
 /// stores it, moves `*text` behind it and returns true; a number beyond 32 bits becomes the nearest
 /// one within. Without digits returns false and changes nothing.
@@ -132,6 +136,12 @@ int ranges_to_flags(const char* ranges, std::uint8_t* flags, std::int32_t n, std
 int flags_to_ranges(const std::uint8_t* flags, std::int32_t n, DynStore& text, std::uint8_t mask);
 
 // ---- Files ------------------------------------------------------------------------------------
+
+using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+
+/// Opens a file for reading; null, with errno set, when it cannot be opened or is a directory,
+/// which some systems open and then cannot read.
+[[nodiscard]] File open_for_reading(const char* path, const char* mode);
 
 /// A line of a file: in the caller's buffer, or in the block when it did not fit.
 struct FileLine {
@@ -187,6 +197,22 @@ int resolve_ipv4(const char* text, std::uint32_t& address);
 /// The IPv6 socket address of a text. 0, or -1 after a report.
 int resolve_ipv6(const char* text, sockaddr_in6& address);
 
+// ---- Addresses as object identifiers -----------------------------------------------------------
+//
+// Addresses are in network byte order. 0, or -1 for what is no address: the target is then
+// unchanged.
+
+/// Read up to four numbers from 0 to 255 separated by full stops, missing ones 0; of five or more
+/// the first is left out. The identifier becomes exactly the four numbers.
+int ipv4_text_to_oid(const char* text, Oid& oid);
+int ipv4_text_to_address(const char* text, std::uint32_t& address);
+
+/// The first four sub-identifiers, 0 beyond the end; each must be at most 255.
+int oid_to_ipv4(const Oid& oid, std::uint32_t& address);
+
+/// Always 0.
+int ipv4_to_oid(std::uint32_t address, Oid& oid);
+
 // ---- Reports ----------------------------------------------------------------------------------
 
 /// Writes bytes as INFO lines of 12, in hexadecimal and as characters, each behind the prefix (cut
@@ -196,5 +222,6 @@ void hex_dump(const void* bytes, std::int32_t n, const char* prefix);
 /// Holds a text of several lines as one ERROR message that shows them in order. 0 or -1.
 int report_lines(const char* text);
 
-/// Writes the script editor's table of file types, as Tcl lists, cut to `size` bytes. Always 0.
+/// Writes the script editor's table of file types, as Tcl lists, cut to `size` (at least 1) bytes.
+/// Always 0.
 int file_type_list(char* buffer, std::size_t size);

@@ -1,0 +1,218 @@
+// Stands in for kernel32: pipes and processes. A child is a real one; it gets its standard handles
+// and no other descriptor, and it is nobody's child once it runs, so that no zombie stays.
+
+#include <fcntl.h>
+#include <linux/close_range.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <new>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <windows.h>
+
+#include "platform/calls.h"
+#include "platform/errno_keeper.h"
+
+namespace {
+
+/// What a HANDLE of these functions points to: a descriptor, or -1 for a process or thread.
+struct OpenHandle {
+  int descriptor;
+  bool inheritable;
+};
+
+OpenHandle* opened(HANDLE handle) { return static_cast<OpenHandle*>(handle); }
+
+BOOL refuse(DWORD code) {
+  SetLastError(code);
+  return FALSE;
+}
+
+HANDLE new_handle(int descriptor, bool inheritable) {
+  return new (std::nothrow) OpenHandle{descriptor, inheritable};
+}
+
+/// Splits a command line by the platform's rules: backslashes count only before a double quote.
+std::vector<std::string> split_arguments(std::string_view line) {
+  std::vector<std::string> arguments;
+  std::size_t at = 0;
+  for (;;) {
+    while (at < line.size() && (line[at] == ' ' || line[at] == '\t')) ++at;
+    if (at == line.size()) return arguments;
+    std::string argument;
+    bool quoted = false;
+    for (; at < line.size() && (quoted || (line[at] != ' ' && line[at] != '\t')); ++at) {
+      std::size_t backslashes = 0;
+      while (at < line.size() && line[at] == '\\') {
+        ++backslashes;
+        ++at;
+      }
+      const bool quote = at < line.size() && line[at] == '"';
+      argument.append(quote ? backslashes / 2 : backslashes, '\\');
+      if (quote && backslashes % 2 == 0) {
+        quoted = !quoted;
+      } else if (at < line.size() && (quoted || (line[at] != ' ' && line[at] != '\t'))) {
+        argument += line[at];
+      } else {
+        break;
+      }
+    }
+    arguments.push_back(std::move(argument));
+  }
+}
+
+bool is_program(const std::string& path) { return access(path.c_str(), X_OK) == 0; }
+
+std::string with_slashes(std::string path) {
+  std::replace(path.begin(), path.end(), '\\', '/');
+  return path;
+}
+
+/// The program and its arguments. An unquoted program path may hold blanks: as on the platform, the
+/// shortest beginning that names a program is it.
+std::vector<std::string> find_program(const std::string& line) {
+  std::vector<std::string> arguments;
+  if (line.starts_with('"')) {
+    arguments = split_arguments(line);
+  } else {
+    for (std::size_t end = line.find(' ');; end = line.find(' ', end + 1)) {
+      const std::string path = with_slashes(line.substr(0, end));
+      if (is_program(path)) {
+        arguments = split_arguments(end == std::string::npos ? "" : line.substr(end));
+        arguments.insert(arguments.begin(), path);
+        break;
+      }
+      if (end == std::string::npos) return {};
+    }
+  }
+  if (!arguments.empty()) arguments[0] = with_slashes(arguments[0]);
+  return arguments;
+}
+
+int descriptor_of(HANDLE handle) { return handle != nullptr ? opened(handle)->descriptor : -1; }
+
+/// Puts a descriptor in a standard one's place; without one, nothing.
+void place(int descriptor, int standard) {
+  const int source = descriptor >= 0 ? descriptor : open("/dev/null", O_RDWR | O_CLOEXEC);
+  if (source == standard) {
+    fcntl(source, F_SETFD, 0);
+  } else {
+    dup2(source, standard);
+  }
+}
+
+/// Runs in the new process; comes back only by telling `status` why it could not start.
+[[noreturn]] void become(char* const* arguments, const STARTUPINFOA& startup, int status) {
+  place(descriptor_of(startup.hStdInput), STDIN_FILENO);
+  place(descriptor_of(startup.hStdOutput), STDOUT_FILENO);
+  place(descriptor_of(startup.hStdError), STDERR_FILENO);
+  // Whatever else this process has open, its own parent's gifts too, ends with the exec.
+  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
+  execv(arguments[0], arguments);
+  const int why = errno;
+  [[maybe_unused]] const ssize_t told = write(status, &why, sizeof why);
+  _exit(127);
+}
+
+/// Starts a process that is not this one's child; false when it could not be started.
+bool start(char* const* arguments, const STARTUPINFOA& startup) {
+  int status[2];
+  if (pipe2(status, O_CLOEXEC) != 0) return false;
+  const pid_t between = fork();
+  if (between == 0) {
+    if (fork() == 0) become(arguments, startup, status[1]);
+    _exit(0);
+  }
+  close(status[1]);
+  int why = 0;
+  bool started = between > 0;
+  if (started) {
+    while (waitpid(between, nullptr, 0) < 0 && errno == EINTR) {
+    }
+    // The end comes without a word when the program took the process over.
+    started = read(status[0], &why, sizeof why) == 0;
+  }
+  close(status[0]);
+  return started;
+}
+
+}  // namespace
+
+BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
+                       DWORD /*size*/) {
+  const ErrnoKeeper keeper;
+  if (const auto code = scripted_failure(Call::CREATE_PIPE)) return refuse(*code);
+  int ends[2];
+  if (pipe2(ends, O_CLOEXEC) != 0) return refuse(ERROR_NOT_ENOUGH_MEMORY);
+  const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
+  *read_end = new_handle(ends[0], inheritable);
+  *write_end = new_handle(ends[1], inheritable);
+  if (*read_end != nullptr && *write_end != nullptr) return TRUE;
+  close(ends[0]);
+  close(ends[1]);
+  delete opened(*read_end);
+  delete opened(*write_end);
+  return refuse(ERROR_NOT_ENOUGH_MEMORY);
+}
+
+BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
+  if (const auto code = scripted_failure(Call::SET_HANDLE_INFORMATION)) return refuse(*code);
+  if ((mask & HANDLE_FLAG_INHERIT) != 0) {
+    opened(handle)->inheritable = (flags & HANDLE_FLAG_INHERIT) != 0;
+  }
+  return TRUE;
+}
+
+BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
+                           LPSECURITY_ATTRIBUTES /*process*/, LPSECURITY_ATTRIBUTES /*thread*/,
+                           BOOL /*inherit*/, DWORD /*flags*/, LPVOID /*environment*/,
+                           LPCSTR /*directory*/, LPSTARTUPINFOA startup,
+                           LPPROCESS_INFORMATION information) {
+  const ErrnoKeeper keeper;
+  if (const auto code = scripted_failure(Call::CREATE_PROCESS)) return refuse(*code);
+  for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
+    if (handle != nullptr && !opened(handle)->inheritable) return refuse(ERROR_INVALID_HANDLE);
+  }
+  try {
+    std::vector<std::string> arguments = find_program(command_line);
+    if (arguments.empty()) return refuse(ERROR_FILE_NOT_FOUND);
+    std::vector<char*> pointers;
+    pointers.reserve(arguments.size() + 1);
+    for (std::string& argument : arguments) pointers.push_back(argument.data());
+    pointers.push_back(nullptr);
+    if (!start(pointers.data(), *startup)) return refuse(ERROR_FILE_NOT_FOUND);
+  } catch (const std::bad_alloc&) {
+    return refuse(ERROR_NOT_ENOUGH_MEMORY);
+  }
+  *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
+  return TRUE;
+}
+
+BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,
+                     LPVOID /*overlapped*/) {
+  const ErrnoKeeper keeper;
+  if (const auto code = scripted_failure(Call::READ_FILE)) return refuse(*code);
+  ssize_t length = 0;
+  do {
+    length = read(opened(file)->descriptor, buffer, size);
+  } while (length < 0 && errno == EINTR);
+  *read_size = length > 0 ? static_cast<DWORD>(length) : 0;
+  if (length < 0) return refuse(ERROR_INVALID_HANDLE);
+  return length > 0 ? TRUE : refuse(ERROR_BROKEN_PIPE);
+}
+
+BOOL WINAPI CloseHandle(HANDLE handle) {
+  const ErrnoKeeper keeper;
+  const auto code = scripted_failure(Call::CLOSE_HANDLE);
+  if (handle != nullptr) {
+    if (opened(handle)->descriptor >= 0) close(opened(handle)->descriptor);
+    delete opened(handle);
+  }
+  return code ? refuse(*code) : TRUE;
+}
