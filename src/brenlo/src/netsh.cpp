@@ -1,5 +1,6 @@
 #include "brenlo/src/netsh.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -103,7 +104,8 @@ TextBlock read_pipe_output(std::size_t& length, HANDLE write_end, HANDLE read_en
   while (text != nullptr && ReadFile(read_end, chunk, sizeof chunk, &size, nullptr) != FALSE &&
          size > 0) {
     if (length + size + 1 > capacity) {
-      capacity += READ_STEP;
+      // By a step at first; a child that prints megabytes must not have them copied each time.
+      capacity += std::max(READ_STEP, capacity / 2);
       void* const grown = std::realloc(text.get(), capacity);
       if (grown == nullptr) return nullptr;
       static_cast<void>(text.release());
