@@ -165,7 +165,7 @@ int Oid::parse(const char* text) {
 }
 
 void Oid::make_text_room(std::int32_t size) {
-  if (size <= text_capacity_) return;
+  if (text_ != nullptr && size <= text_capacity_) return;
   void* const block = std::realloc(text_, static_cast<std::size_t>(size));
   if (block == nullptr) assertion_report(here(), "not enough memory");
   text_ = static_cast<char*>(block);
