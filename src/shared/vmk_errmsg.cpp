@@ -10,6 +10,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 
 const MemoryOperations STANDARD_MEMORY = {std::calloc, std::malloc, std::free, std::realloc,
                                           std::free};
@@ -17,7 +18,6 @@ const MemoryOperations STANDARD_MEMORY = {std::calloc, std::malloc, std::free, s
 namespace {
 
 constexpr char MODULE[] = ".\\vmk_errmsg";
-constexpr int INITIAL_CAPACITY = 128;
 constexpr int GROWTH_STEP = 128;
 constexpr int SYSTEM_TEXT_SIZE = 8192;
 constexpr int NOTICE_LENGTH = sizeof OUT_OF_MEMORY_NOTICE - 1;
@@ -38,19 +38,18 @@ struct ReportState {
 
 ReportState report_state;
 
-MessagePiece empty_piece(const MemoryOperations& memory) {
-  char* text = static_cast<char*>(memory.allocate(INITIAL_CAPACITY));
-  if (text != nullptr) text[0] = '\0';
-  return {text, 0, text != nullptr ? INITIAL_CAPACITY : 0};
-}
-
 }  // namespace
 
 // ---- MessageLog -------------------------------------------------------------------------------
 
+MessagePiece MessageLog::empty_piece(FirstBlock& block) {
+  block[0] = '\0';
+  return {block, 0, FIRST_BLOCK_SIZE};
+}
+
 MessageLog::MessageLog(const MemoryOperations& memory) : memory_(memory) {
-  for (MessagePiece& piece : pieces_) piece = empty_piece(memory_);
-  output_ = empty_piece(memory_);
+  for (std::size_t i = 0; i < std::size(pieces_); ++i) pieces_[i] = empty_piece(first_blocks_[i]);
+  output_ = empty_piece(first_blocks_[std::size(pieces_)]);
   reserve_ = memory_.allocate(DIAGNOSTIC_RESERVE_SIZE);
   if (reserve_ == nullptr) assertion_report(here(), "not enough memory for diagnostics");
 }
@@ -58,8 +57,10 @@ MessageLog::MessageLog(const MemoryOperations& memory) : memory_(memory) {
 MessageLog::~MessageLog() {
   piece_count_ = 0;
   memory_.release(reserve_);
-  memory_.release_resized(output_.text);
-  for (const MessagePiece& piece : pieces_) memory_.release_resized(piece.text);
+  if (is_grown(output_)) memory_.release_resized(output_.text);
+  for (const MessagePiece& piece : pieces_) {
+    if (is_grown(piece)) memory_.release_resized(piece.text);
+  }
 }
 
 void MessageLog::begin() {
@@ -69,13 +70,15 @@ void MessageLog::begin() {
 /// Resizes the piece's block; when memory is short, gives the reserve back once and tries again.
 bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
   const auto size = static_cast<std::size_t>(capacity);
-  void* block = memory_.resize(piece.text, size);
+  void* grown = is_grown(piece) ? piece.text : nullptr;
+  void* block = memory_.resize(grown, size);
   if (block == nullptr && reserve_ != nullptr) {
     memory_.release(reserve_);
     reserve_ = nullptr;
-    block = memory_.resize(piece.text, size);
+    block = memory_.resize(grown, size);
   }
   if (block == nullptr) return false;
+  if (grown == nullptr) std::memcpy(block, piece.text, FIRST_BLOCK_SIZE);
   piece.text = static_cast<char*>(block);
   piece.capacity = capacity;
   return true;
@@ -86,7 +89,7 @@ int MessageLog::push(const char* text) {
   if (piece_count_ == MAX_MESSAGE_PIECES) return -1;
   MessagePiece& piece = pieces_[piece_count_];
   const auto length = static_cast<std::int32_t>(std::strlen(text));
-  const bool fits = piece.text != nullptr && piece.capacity > length + 1;
+  const bool fits = piece.capacity > length + 1;
   if (!fits && !grow(piece, length + 1 + GROWTH_STEP)) return -1;
   std::memcpy(piece.text, text, static_cast<std::size_t>(length) + 1);
   piece.length = length;
@@ -95,7 +98,7 @@ int MessageLog::push(const char* text) {
 }
 
 bool MessageLog::make_room(std::int32_t need) {
-  return (output_.text != nullptr && output_.capacity > need) || grow(output_, need + GROWTH_STEP);
+  return output_.capacity > need || grow(output_, need + GROWTH_STEP);
 }
 
 bool MessageLog::append(const MessagePiece& piece) {
@@ -120,7 +123,7 @@ bool MessageLog::append_notice() {
 const char* MessageLog::compose() {
   owes_notice_ = false;
   output_.length = 0;
-  if (output_.text != nullptr) output_.text[0] = '\0';
+  output_.text[0] = '\0';
   for (std::int32_t i = piece_count_ - 1; i >= 0; --i) {
     const std::int32_t start = output_.length;
     if (!append(pieces_[i])) break;
@@ -132,7 +135,7 @@ const char* MessageLog::compose() {
     if (output_.length == 0) return OUT_OF_MEMORY_NOTICE;
     owes_notice_ = true;
   }
-  return output_.text != nullptr ? output_.text : OUT_OF_MEMORY_NOTICE;
+  return output_.text;
 }
 
 // ---- Formatting -------------------------------------------------------------------------------
@@ -231,8 +234,10 @@ void errmsg_begin() { message_log.begin(); }
 
 void errmsg_set_location(const char* path, std::int32_t line) {
   const char* backslash = std::strrchr(path, '\\');
-  std::snprintf(report_state.file, sizeof report_state.file, "%s",
-                backslash != nullptr ? backslash + 1 : path);
+  const char* name = backslash != nullptr ? backslash + 1 : path;
+  const std::size_t length = std::min(std::strlen(name), sizeof report_state.file - 1);
+  std::memcpy(report_state.file, name, length);
+  report_state.file[length] = '\0';
   report_state.line = line;
 }
 

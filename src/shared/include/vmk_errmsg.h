@@ -24,15 +24,15 @@ struct MemoryOperations {
 
 extern const MemoryOperations STANDARD_MEMORY;
 
-/// A growable text: `length` characters and a NUL in a block of `capacity` bytes. The text is null
-/// only while no block could be had for it.
+/// A growable text: `length` characters and a NUL in a block of `capacity` bytes.
 struct MessagePiece {
   char* text;
   std::int32_t length;
   std::int32_t capacity;
 };
 
-/// Holds the pieces of one message and composes them. Owns its blocks; not copyable.
+/// Holds the pieces of one message and composes them. Owns its blocks; not copyable. The blocks
+/// that the texts start with are part of the log, so that short messages never wait for memory.
 class MessageLog {
  public:
   /// Allocates the reserve; without it the process ends with an assertion report.
@@ -62,6 +62,11 @@ class MessageLog {
   [[nodiscard]] bool enabled() const { return enabled_ > 0; }
 
  private:
+  static constexpr std::int32_t FIRST_BLOCK_SIZE = 128;
+  using FirstBlock = char[FIRST_BLOCK_SIZE];
+
+  static MessagePiece empty_piece(FirstBlock& block);
+  static bool is_grown(const MessagePiece& piece) { return piece.capacity > FIRST_BLOCK_SIZE; }
   bool grow(MessagePiece& piece, std::int32_t capacity);
   bool make_room(std::int32_t need);
   bool append(const MessagePiece& piece);
@@ -72,6 +77,7 @@ class MessageLog {
   std::int32_t piece_count_ = 0;
   MessagePiece pieces_[MAX_MESSAGE_PIECES];
   MessagePiece output_;
+  FirstBlock first_blocks_[MAX_MESSAGE_PIECES + 1];
   void* reserve_;
   bool owes_notice_ = false;
 };
