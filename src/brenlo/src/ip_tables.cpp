@@ -15,14 +15,14 @@ FetchedTable<Table> fetch(Call call, bool ask_for_none) {
   static_cast<void>(call(nullptr, &fetched.size));
   if (fetched.size == 0 && !ask_for_none) return {};
   // At least one record, and nothing but zeros, whatever the platform then fills in.
-  fetched.buffer.reset(new (std::nothrow)
-                           BYTE[std::max<std::size_t>(fetched.size, sizeof(Table))]());
+  const std::size_t records =
+      std::max<std::size_t>(1, (fetched.size + sizeof(Table) - 1) / sizeof(Table));
+  fetched.buffer.reset(new (std::nothrow) Table[records]());
   if (fetched.buffer == nullptr) {
     report(BEGIN_ERROR, here(), "out of memory");
     return {};
   }
-  auto* table = reinterpret_cast<Table*>(fetched.buffer.get());
-  if (call(table, &fetched.size) != NO_ERROR) return {};
+  if (call(fetched.buffer.get(), &fetched.size) != NO_ERROR) return {};
   return fetched;
 }
 

@@ -11,10 +11,10 @@
 
 template <typename Table>
 struct FetchedTable {
-  std::unique_ptr<BYTE[]> buffer;  ///< null when the table could not be fetched
-  ULONG size = 0;                  ///< bytes that the platform says it filled
+  std::unique_ptr<Table[]> buffer;  ///< room for the size; null when the table could not be fetched
+  ULONG size = 0;                   ///< bytes that the platform says it filled
 
-  [[nodiscard]] const Table* get() const { return reinterpret_cast<const Table*>(buffer.get()); }
+  [[nodiscard]] const Table* get() const { return buffer.get(); }
 };
 
 /// Both sorted: addresses in ascending order, interfaces by index.
