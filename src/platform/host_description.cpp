@@ -16,6 +16,11 @@
 #include "platform/registry.h"
 
 #define TOML_EXCEPTIONS 0
+// Without the parts of the library that bring the stream classes and their locales into the
+// program.
+#define TOML_ENABLE_FORMATTERS 0
+#define TOML_FLOAT_CHARCONV 1
+#define TOML_INT_CHARCONV 1
 #include <toml++/toml.h>
 
 namespace {
