@@ -50,9 +50,7 @@ class InformationList {
   InformationList(IP_ADAPTER_INFO* entries, std::size_t count)
       : entries_(entries),
         count_(count),
-        node_(reinterpret_cast<IP_ADDR_STRING*>(entries + count)) {
-    std::memset(static_cast<void*>(entries), 0, count * sizeof *entries);
-  }
+        node_(reinterpret_cast<IP_ADDR_STRING*>(entries + count)) {}
 
   void fill(std::span<const HostAdapter> adapters, std::span<const HostAddress> addresses) {
     for (std::size_t i = 0; i < count_; ++i) {
@@ -91,6 +89,7 @@ class InformationList {
   }
 
   void fill_entry(IP_ADAPTER_INFO& entry, const HostAdapter& adapter) {
+    entry = {};
     copy_text(entry.AdapterName, adapter.name);
     copy_text(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
                                                   adapter.row.dwDescrLen));

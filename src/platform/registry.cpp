@@ -1,6 +1,8 @@
 #include "platform/registry.h"
 
 #include <algorithm>
+#include <cstdint>
+#include <cstring>
 
 namespace {
 
@@ -15,10 +17,20 @@ bool EqualIgnoringCase::operator()(std::string_view a, std::string_view b) const
 }
 
 std::size_t HashIgnoringCase::operator()(std::string_view name) const {
-  // The letters' case bit is left out; names that differ in nothing else but punctuation may share
-  // a hash, which equality then tells apart.
-  std::size_t hash = name.size();
-  for (const char c : name) hash = hash * 31 + (static_cast<unsigned char>(c) | 0x20U);
+  // Eight characters at a time: paths are long. The letters' case bit is set everywhere; names that
+  // differ in nothing else but punctuation may share a hash, which equality then tells apart.
+  constexpr std::uint64_t CASE_BITS = 0x2020202020202020;
+  constexpr std::uint64_t SPREAD = 0x9E3779B97F4A7C15;
+  std::uint64_t hash = name.size();
+  std::size_t at = 0;
+  const auto mix = [&](std::size_t count) {
+    std::uint64_t part = 0;
+    std::memcpy(&part, name.data() + at, count);
+    hash = (hash ^ (part | CASE_BITS)) * SPREAD;
+    hash ^= hash >> 32;
+  };
+  for (; name.size() - at >= sizeof CASE_BITS; at += sizeof CASE_BITS) mix(sizeof CASE_BITS);
+  mix(name.size() - at);
   return hash;
 }
 
@@ -33,36 +45,32 @@ bool Registry::has_key(std::string_view path) const {
 
 const RegistryValue* Registry::find_value(std::string_view path, std::string_view name) const {
   const auto key = keys_.find(path);
-  if (key == keys_.end()) return nullptr;
-  const auto value = key->second.find(name);
-  return value != key->second.end() ? &value->second : nullptr;
+  return key != keys_.end() ? key->second.find(name) : nullptr;
 }
 
-Registry::Values& Registry::values_of(std::string_view path) {
-  const auto key = keys_.find(path);
-  return key != keys_.end() ? key->second : keys_[std::string(path)];
+Registry::Key& Registry::key(std::string_view path) {
+  const auto found = keys_.find(path);
+  return found != keys_.end() ? found->second : keys_[std::string(path)];
 }
 
-void Registry::create_key(std::string_view path) { values_of(path); }
-
-void Registry::set_value(std::string_view path, std::string_view name, RegistryValue value) {
-  Values& values = values_of(path);
-  const auto found = values.find(name);
-  if (found != values.end()) {
-    found->second = std::move(value);
-  } else {
-    values.emplace(name, std::move(value));
+const RegistryValue* Registry::Key::find(std::string_view name) const {
+  for (const auto& [held, value] : values_) {
+    if (EqualIgnoringCase{}(held, name)) return &value;
   }
+  return nullptr;
 }
 
-void Registry::set_text(std::string_view path, std::string_view name, std::string_view text) {
-  set_value(path, name, text_value(text));
+void Registry::Key::set(std::string_view name, RegistryValue value) {
+  for (auto& [held, old] : values_) {
+    if (!EqualIgnoringCase{}(held, name)) continue;
+    old = std::move(value);
+    return;
+  }
+  values_.emplace_back(name, std::move(value));
 }
 
-void Registry::erase_value(std::string_view path, std::string_view name) {
-  Values& values = values_of(path);
-  const auto found = values.find(name);
-  if (found != values.end()) values.erase(found);
+void Registry::Key::erase(std::string_view name) {
+  std::erase_if(values_, [=](const auto& it) { return EqualIgnoringCase{}(it.first, name); });
 }
 
 RegistryValue text_value(std::string_view text) {

@@ -7,6 +7,7 @@
 #include <string_view>
 #include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/host.h"
 
@@ -22,26 +23,26 @@ struct HashIgnoringCase {
 
 class Registry {
  public:
+  /// The values of one key. A key has a handful, which are looked through one by one.
+  class Key {
+   public:
+    [[nodiscard]] const RegistryValue* find(std::string_view name) const;
+    void set(std::string_view name, RegistryValue value);
+    void erase(std::string_view name);
+
+   private:
+    std::vector<std::pair<std::string, RegistryValue>> values_;
+  };
+
   /// True for a key that was created, and for every key above one.
   [[nodiscard]] bool has_key(std::string_view path) const;
   [[nodiscard]] const RegistryValue* find_value(std::string_view path, std::string_view name) const;
 
-  void create_key(std::string_view path);
-
-  /// Create the key when it does not exist.
-  void set_value(std::string_view path, std::string_view name, RegistryValue value);
-  void set_text(std::string_view path, std::string_view name, std::string_view text);
-
-  void erase_value(std::string_view path, std::string_view name);
+  /// The key of a path, created when it does not exist. Stands as long as the registry.
+  Key& key(std::string_view path);
 
  private:
-  template <typename Mapped>
-  using ByName = std::unordered_map<std::string, Mapped, HashIgnoringCase, EqualIgnoringCase>;
-  using Values = ByName<RegistryValue>;
-
-  Values& values_of(std::string_view path);
-
-  ByName<Values> keys_;
+  std::unordered_map<std::string, Key, HashIgnoringCase, EqualIgnoringCase> keys_;
 };
 
 /// A REG_SZ value.

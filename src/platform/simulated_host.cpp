@@ -69,6 +69,12 @@ MIB_IFROW interface_row(const AdapterDescription& adapter) {
   return row;
 }
 
+std::string joined(std::string_view first, std::string_view second, std::string_view third = {}) {
+  std::string text;
+  text.reserve(first.size() + second.size() + third.size());
+  return text.append(first).append(second).append(third);
+}
+
 /// Replaces the string at a position of a REG_MULTI_SZ value's data and gives the one that stood
 /// there; nothing when the list is shorter.
 std::optional<std::string> replace_string(std::string& data, DWORD position,
@@ -90,19 +96,18 @@ std::optional<std::string> replace_string(std::string& data, DWORD position,
 
 // ---- Laying out -------------------------------------------------------------------------------
 
-SimulatedHost::SimulatedHost(const HostDescription& description)
-    : version_(description.version),
-      user_(description.user),
+SimulatedHost::SimulatedHost(HostDescription description)
+    : version_(std::move(description.version)),
+      user_(std::move(description.user)),
       sleeps_(description.sleep),
-      libraries_(description.libraries) {
+      libraries_(std::move(description.libraries)) {
   adapters_.reserve(description.adapters.size());
-  for (const AdapterDescription& adapter : description.adapters) describe_adapter(adapter);
+  for (AdapterDescription& adapter : description.adapters) describe_adapter(adapter);
   describe_registry(description);
   for (const FaultDescription& fault : description.faults) scripts_.push_back({fault});
 }
 
-void SimulatedHost::describe_adapter(const AdapterDescription& adapter) {
-  adapters_.push_back({adapter.name, adapter.gateways, interface_row(adapter)});
+void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
   StringListValue addresses;
   StringListValue masks;
   for (const AddressDescription& address : adapter.addresses) {
@@ -115,37 +120,40 @@ void SimulatedHost::describe_adapter(const AdapterDescription& adapter) {
     masks.add(BLANK);
   }
 
-  const std::string key = std::string(INTERFACES_KEY) + adapter.name;
-  registry_.set_value(key, "IPAddress", addresses.take());
-  registry_.set_value(key, "SubnetMask", masks.take());
-  registry_.set_value(key, "DefaultGateway", list_value(adapter.gateways));
+  Registry::Key& interface = registry_.key(joined(INTERFACES_KEY, adapter.name));
+  interface.set("IPAddress", addresses.take());
+  interface.set("SubnetMask", masks.take());
+  interface.set("DefaultGateway", list_value(adapter.gateways));
   if (adapter.connection) {
-    registry_.set_text(std::string(NETWORK_KEY) + adapter.name + "\\Connection", "Name",
-                       *adapter.connection);
+    registry_.key(joined(NETWORK_KEY, adapter.name, "\\Connection"))
+        .set("Name", text_value(*adapter.connection));
   }
+  adapters_.push_back({adapter.name, std::move(adapter.gateways), interface_row(adapter)});
 }
 
-void SimulatedHost::describe_registry(const HostDescription& description) {
+void SimulatedHost::describe_registry(HostDescription& description) {
   if (version_.platform_id == VER_PLATFORM_WIN32_WINDOWS) {
     const auto addressed =
         std::find_if(description.adapters.begin(), description.adapters.end(),
                      [](const AdapterDescription& it) { return !it.addresses.empty(); });
     if (addressed != description.adapters.end()) {
-      registry_.set_text(NET_TRANS_KEY, "IpAddress", dotted(addressed->addresses.front().address));
+      registry_.key(NET_TRANS_KEY)
+          .set("IpAddress", text_value(dotted(addressed->addresses.front().address)));
     }
   } else {
     StringListValue bindings;
     for (const AdapterDescription& adapter : description.adapters) {
       if (adapter.bound) bindings.add("\\Device\\" + adapter.name);
     }
-    registry_.set_value(LINKAGE_KEY, "Bind", bindings.take());
+    registry_.key(LINKAGE_KEY).set("Bind", bindings.take());
   }
-  for (const std::string& key : description.registry_keys) registry_.create_key(key);
-  for (const RegistryDescription& value : description.registry) {
+  for (const std::string& key : description.registry_keys) registry_.key(key);
+  for (RegistryDescription& value : description.registry) {
+    Registry::Key& key = registry_.key(value.path);
     if (value.value) {
-      registry_.set_value(value.path, value.name, *value.value);
+      key.set(value.name, std::move(*value.value));
     } else {
-      registry_.erase_value(value.path, value.name);
+      key.erase(value.name);
     }
   }
 }
@@ -275,8 +283,8 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
   if (!before || !replace_string(new_masks.data, position, dotted(mask))) {
     return ERROR_INVALID_PARAMETER;
   }
-  registry_.set_value(key, "IPAddress", std::move(new_addresses));
-  registry_.set_value(key, "SubnetMask", std::move(new_masks));
+  registry_.key(key).set("IPAddress", std::move(new_addresses));
+  registry_.key(key).set("SubnetMask", std::move(new_masks));
 
   const DWORD index = described->row.dwIndex;
   const auto [first, last] = addresses_.equal_range(ntohl(inet_addr(before->c_str())));
@@ -289,13 +297,13 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
 
 DWORD SimulatedHost::create_key(std::string_view path) {
   if (keeps_diary_) note("create " + std::string(path));
-  registry_.create_key(path);
+  registry_.key(path);
   return NO_ERROR;
 }
 
 DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, RegistryValue value) {
   if (keeps_diary_) note("set " + std::string(path) + "\\" + std::string(name));
-  registry_.set_value(path, name, std::move(value));
+  registry_.key(path).set(name, std::move(value));
   return NO_ERROR;
 }
 

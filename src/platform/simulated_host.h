@@ -13,7 +13,7 @@
 
 class SimulatedHost final : public Host {
  public:
-  explicit SimulatedHost(const HostDescription& description);
+  explicit SimulatedHost(HostDescription description);
 
   [[nodiscard]] const HostVersion& version() const override { return version_; }
   [[nodiscard]] const std::string& user_name() const override { return user_; }
@@ -56,8 +56,8 @@ class SimulatedHost final : public Host {
     std::uint64_t calls = 0;
   };
 
-  void describe_adapter(const AdapterDescription& adapter);
-  void describe_registry(const HostDescription& description);
+  void describe_adapter(AdapterDescription& adapter);
+  void describe_registry(HostDescription& description);
   DWORD insert_address(DWORD address, DWORD mask, DWORD interface_index);
   void erase_address(Addresses::iterator address);
   [[nodiscard]] HostAdapter* find_adapter(DWORD interface_index);
