@@ -55,10 +55,12 @@ class Fixture {
   std::unique_ptr<Adapter> adapter_;
 };
 
-std::string registry_list(const SimulatedHost& host, const char* value) {
-  const auto* found = host.find_value(
-      "System\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1", value);
-  std::string text = found != nullptr ? found->data : "none";
+std::string registry_list(SimulatedHost& host, const char* value) {
+  const RegistryValue* found = nullptr;
+  const DWORD code = host.find_value(
+      "System\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1", value,
+      found);
+  std::string text = code == NO_ERROR ? found->data : "none";
   std::replace(text.begin(), text.end(), '\0', ',');
   return text;
 }

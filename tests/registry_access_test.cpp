@@ -82,8 +82,9 @@ TEST(RegistryAccess, WritesListsAndCreatesTheirKey) {
   const TestHost host(VALUES);
   EXPECT_EQ(write_multi_sz_value("Software\\New\\Deep", "list", "a\0b\0", 5), 0);
   const RegistryValue expected = {REG_MULTI_SZ, std::string("a\0b\0\0", 5)};
-  ASSERT_NE(host->find_value("software\\new\\deep", "LIST"), nullptr);
-  EXPECT_EQ(*host->find_value("software\\new\\deep", "LIST"), expected);
+  const RegistryValue* written = nullptr;
+  ASSERT_EQ(host->find_value("software\\new\\deep", "LIST", written), NO_ERROR);
+  EXPECT_EQ(*written, expected);
 }
 
 TEST(RegistryAccess, EachFailingCallHasItsWords) {

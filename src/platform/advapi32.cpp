@@ -43,7 +43,7 @@ LSTATUS WINAPI RegOpenKeyExA(HKEY key, LPCSTR sub_key, DWORD /*options*/, REGSAM
   return status(answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::REG_OPEN_KEY_EX)) return *code;
     std::string path = full_path(key, sub_key);
-    if (!current_host().has_key(path)) return ERROR_FILE_NOT_FOUND;
+    if (const DWORD code = current_host().find_key(path); code != NO_ERROR) return code;
     return give_key(std::move(path), access, result);
   }));
 }
@@ -65,8 +65,9 @@ LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LP
   return status(answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::REG_QUERY_VALUE_EX)) return *code;
     if ((opened(key)->access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
-    const RegistryValue* found = current_host().find_value(opened(key)->path, value);
-    if (found == nullptr) return ERROR_FILE_NOT_FOUND;
+    const RegistryValue* found = nullptr;
+    const DWORD code = current_host().find_value(opened(key)->path, value, found);
+    if (code != NO_ERROR) return code;
     if (type != nullptr) *type = found->type;
     if (size == nullptr) return data == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
     const DWORD room = *size;

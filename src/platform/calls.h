@@ -8,6 +8,8 @@
 
 #include <windows.h>
 
+#include "platform/errno_keeper.h"
+
 enum class Call : std::uint8_t {
   ADD_IP_ADDRESS,
   CLOSE_HANDLE,
@@ -63,6 +65,7 @@ enum class Call : std::uint8_t {
 /// Runs the body of a call that answers a code; memory that runs out becomes its code.
 template <typename Body>
 [[nodiscard]] DWORD answering_code(Body body) {
+  const ErrnoKeeper keeper;
   try {
     return body();
   } catch (const std::bad_alloc&) {

@@ -1,5 +1,6 @@
 // What the layer asks of a machine. The answers are in the platform's terms: rows, contexts, codes
-// (0 for success). Spans and pointers stand until the host is next asked to change something.
+// (0 for success). Spans and pointers stand until the same is asked again, or the host is asked to
+// change something.
 #pragma once
 
 #include <memory>
@@ -70,10 +71,11 @@ class HostView {
   /// The addresses of all adapters, in ascending order.
   [[nodiscard]] virtual DWORD read_addresses(std::span<const HostAddress>& addresses) = 0;
 
-  /// Registry paths are relative to HKEY_LOCAL_MACHINE; their names ignore case.
-  [[nodiscard]] virtual bool has_key(std::string_view path) const = 0;
-  [[nodiscard]] virtual const RegistryValue* find_value(std::string_view path,
-                                                        std::string_view name) const = 0;
+  /// Registry paths are relative to HKEY_LOCAL_MACHINE; their names ignore case. What the registry
+  /// does not hold is answered with 2 (ERROR_FILE_NOT_FOUND).
+  [[nodiscard]] virtual DWORD find_key(std::string_view path) = 0;
+  [[nodiscard]] virtual DWORD find_value(std::string_view path, std::string_view name,
+                                         const RegistryValue*& value) = 0;
 };
 
 /// A machine that can be changed too.

@@ -207,8 +207,10 @@ DWORD WINAPI DeleteIPAddress(ULONG context) {
 }
 
 DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
-  if (const auto code = scripted_failure(Call::SET_IF_ENTRY)) return *code;
-  return current_host().set_admin_status(row->dwIndex, row->dwAdminStatus);
+  return answering_code([=]() -> DWORD {
+    if (const auto code = scripted_failure(Call::SET_IF_ENTRY)) return *code;
+    return current_host().set_admin_status(row->dwIndex, row->dwAdminStatus);
+  });
 }
 
 DWORD WINAPI GetIfEntry(PMIB_IFROW row) {

@@ -34,18 +34,21 @@ std::size_t HashIgnoringCase::operator()(std::string_view name) const {
   return hash;
 }
 
-bool Registry::has_key(std::string_view path) const {
-  if (path.empty() || keys_.contains(path)) return true;
-  return std::any_of(keys_.begin(), keys_.end(), [=](const auto& key) {
+DWORD Registry::find_key(std::string_view path) const {
+  if (path.empty() || keys_.contains(path)) return NO_ERROR;
+  const bool above = std::any_of(keys_.begin(), keys_.end(), [=](const auto& key) {
     const std::string_view below = key.first;
     return below.size() > path.size() && below[path.size()] == '\\' &&
            EqualIgnoringCase{}(below.substr(0, path.size()), path);
   });
+  return above ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
-const RegistryValue* Registry::find_value(std::string_view path, std::string_view name) const {
+DWORD Registry::find_value(std::string_view path, std::string_view name,
+                           const RegistryValue*& value) const {
   const auto key = keys_.find(path);
-  return key != keys_.end() ? key->second.find(name) : nullptr;
+  value = key != keys_.end() ? key->second.find(name) : nullptr;
+  return value != nullptr ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
 Registry::Key& Registry::key(std::string_view path) {

@@ -34,9 +34,11 @@ class Registry {
     std::vector<std::pair<std::string, RegistryValue>> values_;
   };
 
-  /// True for a key that was created, and for every key above one.
-  [[nodiscard]] bool has_key(std::string_view path) const;
-  [[nodiscard]] const RegistryValue* find_value(std::string_view path, std::string_view name) const;
+  /// A key that was created, and every key above one, is found; what is not is answered with 2
+  /// (ERROR_FILE_NOT_FOUND).
+  [[nodiscard]] DWORD find_key(std::string_view path) const;
+  [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
+                                 const RegistryValue*& value) const;
 
   /// The key of a path, created when it does not exist. Stands as long as the registry.
   Key& key(std::string_view path);

@@ -3,55 +3,20 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <bit>
-#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <new>
-#include <thread>
+
+#include "platform/adapter_keys.h"
+#include "platform/exact_wait.h"
+#include "platform/ipv4.h"
 
 namespace {
 
-constexpr std::string_view INTERFACES_KEY =
-    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
-constexpr std::string_view LINKAGE_KEY = "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage";
-constexpr std::string_view NETWORK_KEY =
-    "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\";
 constexpr std::string_view NET_TRANS_KEY =
     "System\\CurrentControlSet\\Services\\Class\\NetTrans\\0001";
 constexpr char BLANK[] = "0.0.0.0";
 constexpr DWORD STATUS_UP = 1;
-
-/// Writes the dotted text of a value in network byte order.
-void write_dotted(char (&text)[16], DWORD value) {
-  BYTE bytes[4];
-  std::memcpy(bytes, &value, sizeof bytes);
-  char* at = text;
-  for (const BYTE byte : bytes) {
-    if (byte >= 100) *at++ = static_cast<char>('0' + byte / 100);
-    if (byte >= 10) *at++ = static_cast<char>('0' + byte / 10 % 10);
-    *at++ = static_cast<char>('0' + byte % 10);
-    *at++ = '.';
-  }
-  at[-1] = '\0';
-}
-
-std::string dotted(DWORD value) {
-  char text[16];
-  write_dotted(text, value);
-  return text;
-}
-
-/// Whether a host may have the address: not of this network (0), loopback, multicast or beyond.
-bool is_host_address(DWORD address) {
-  const std::uint32_t first = ntohl(address) >> 24;
-  return first != 0 && first != 127 && first < 224;
-}
-
-bool is_mask(DWORD mask) {
-  const std::uint32_t bits = ntohl(mask);
-  return std::countl_one(bits) == std::popcount(bits);
-}
 
 MIB_IFROW interface_row(const AdapterDescription& adapter) {
   MIB_IFROW row = {};
@@ -67,12 +32,6 @@ MIB_IFROW interface_row(const AdapterDescription& adapter) {
   row.dwDescrLen = static_cast<DWORD>(length);
   std::memcpy(row.bDescr, adapter.description.data(), length);
   return row;
-}
-
-std::string joined(std::string_view first, std::string_view second, std::string_view third = {}) {
-  std::string text;
-  text.reserve(first.size() + second.size() + third.size());
-  return text.append(first).append(second).append(third);
 }
 
 /// Replaces the string at a position of a REG_MULTI_SZ value's data and gives the one that stood
@@ -120,14 +79,8 @@ void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
     masks.add(BLANK);
   }
 
-  Registry::Key& interface = registry_.key(joined(INTERFACES_KEY, adapter.name));
-  interface.set("IPAddress", addresses.take());
-  interface.set("SubnetMask", masks.take());
-  interface.set("DefaultGateway", list_value(adapter.gateways));
-  if (adapter.connection) {
-    registry_.key(joined(NETWORK_KEY, adapter.name, "\\Connection"))
-        .set("Name", text_value(*adapter.connection));
-  }
+  enter_interface(registry_, adapter.name, addresses.take(), masks.take(), adapter.gateways);
+  if (adapter.connection) enter_connection(registry_, adapter.name, *adapter.connection);
   adapters_.push_back({adapter.name, std::move(adapter.gateways), interface_row(adapter)});
 }
 
@@ -141,11 +94,11 @@ void SimulatedHost::describe_registry(HostDescription& description) {
           .set("IpAddress", text_value(dotted(addressed->addresses.front().address)));
     }
   } else {
-    StringListValue bindings;
+    BindingList bindings;
     for (const AdapterDescription& adapter : description.adapters) {
-      if (adapter.bound) bindings.add("\\Device\\" + adapter.name);
+      if (adapter.bound) bindings.add(adapter.name);
     }
-    registry_.key(LINKAGE_KEY).set("Bind", bindings.take());
+    bindings.enter(registry_);
   }
   for (const std::string& key : description.registry_keys) registry_.key(key);
   for (RegistryDescription& value : description.registry) {
@@ -191,10 +144,11 @@ DWORD SimulatedHost::read_addresses(std::span<const HostAddress>& addresses) {
   return NO_ERROR;
 }
 
-bool SimulatedHost::has_key(std::string_view path) const { return registry_.has_key(path); }
+DWORD SimulatedHost::find_key(std::string_view path) { return registry_.find_key(path); }
 
-const RegistryValue* SimulatedHost::find_value(std::string_view path, std::string_view name) const {
-  return registry_.find_value(path, name);
+DWORD SimulatedHost::find_value(std::string_view path, std::string_view name,
+                                const RegistryValue*& value) {
+  return registry_.find_value(path, name, value);
 }
 
 HostAdapter* SimulatedHost::find_adapter(DWORD interface_index) {
@@ -269,14 +223,14 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
     return EqualIgnoringCase{}(it.name, adapter);
   });
   if (described == adapters_.end()) return ERROR_FILE_NOT_FOUND;
-  const std::string first_key = std::string(INTERFACES_KEY) + described->name;
-  const std::string second_key =
-      "SYSTEM\\CurrentControlSet\\Services\\" + described->name + "\\Parameters\\Tcpip";
-  const std::string& key =
-      registry_.find_value(first_key, "IPAddress") != nullptr ? first_key : second_key;
-  const RegistryValue* addresses = registry_.find_value(key, "IPAddress");
-  const RegistryValue* masks = registry_.find_value(key, "SubnetMask");
-  if (addresses == nullptr || masks == nullptr) return ERROR_FILE_NOT_FOUND;
+  const RegistryValue* addresses = nullptr;
+  const RegistryValue* masks = nullptr;
+  std::string key = interface_key(described->name);
+  if (registry_.find_value(key, "IPAddress", addresses) != NO_ERROR) {
+    key = "SYSTEM\\CurrentControlSet\\Services\\" + described->name + "\\Parameters\\Tcpip";
+    if (registry_.find_value(key, "IPAddress", addresses) != NO_ERROR) return ERROR_FILE_NOT_FOUND;
+  }
+  if (registry_.find_value(key, "SubnetMask", masks) != NO_ERROR) return ERROR_FILE_NOT_FOUND;
   RegistryValue new_addresses = *addresses;
   RegistryValue new_masks = *masks;
   const auto before = replace_string(new_addresses.data, position, dotted(address));
@@ -308,7 +262,7 @@ DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, Reg
 }
 
 void SimulatedHost::sleep(DWORD milliseconds) {
-  if (sleeps_) std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
+  if (sleeps_) wait_exactly(milliseconds);
 }
 
 std::optional<ScriptedFault> SimulatedHost::next_fault(Call call) {

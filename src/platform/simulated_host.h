@@ -22,9 +22,9 @@ class SimulatedHost final : public Host {
                                   std::string_view function) const override;
   [[nodiscard]] DWORD read_adapters(std::span<const HostAdapter>& adapters) override;
   [[nodiscard]] DWORD read_addresses(std::span<const HostAddress>& addresses) override;
-  [[nodiscard]] bool has_key(std::string_view path) const override;
-  [[nodiscard]] const RegistryValue* find_value(std::string_view path,
-                                                std::string_view name) const override;
+  [[nodiscard]] DWORD find_key(std::string_view path) override;
+  [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
+                                 const RegistryValue*& value) override;
 
   /// Refuses an unknown interface (55), what is not an address of a host or not a mask (87), and an
   /// address that the host has already (5010).

@@ -1,0 +1,37 @@
+#include "platform/adapter_keys.h"
+
+namespace {
+
+constexpr std::string_view INTERFACES_KEY =
+    "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+constexpr std::string_view LINKAGE_KEY = "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage";
+constexpr std::string_view NETWORK_KEY =
+    "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\";
+
+std::string joined(std::string_view first, std::string_view second, std::string_view third = {}) {
+  std::string text;
+  text.reserve(first.size() + second.size() + third.size());
+  return text.append(first).append(second).append(third);
+}
+
+}  // namespace
+
+std::string interface_key(std::string_view adapter) { return joined(INTERFACES_KEY, adapter); }
+
+void enter_interface(Registry& registry, std::string_view adapter, RegistryValue addresses,
+                     RegistryValue masks, const std::vector<std::string>& gateways) {
+  Registry::Key& key = registry.key(interface_key(adapter));
+  key.set("IPAddress", std::move(addresses));
+  key.set("SubnetMask", std::move(masks));
+  key.set("DefaultGateway", list_value(gateways));
+}
+
+void enter_connection(Registry& registry, std::string_view adapter, std::string_view name) {
+  registry.key(joined(NETWORK_KEY, adapter, "\\Connection")).set("Name", text_value(name));
+}
+
+void BindingList::add(std::string_view adapter) { bindings_.add(joined("\\Device\\", adapter)); }
+
+void BindingList::enter(Registry& registry) {
+  registry.key(LINKAGE_KEY).set("Bind", bindings_.take());
+}

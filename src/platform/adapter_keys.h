@@ -1,0 +1,28 @@
+// Where the registry keeps what it holds of a host's adapters.
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "platform/registry.h"
+
+/// The path of the key with an adapter's TCP/IP parameters.
+[[nodiscard]] std::string interface_key(std::string_view adapter);
+
+/// Enters the lists of an adapter: its addresses with their masks, and its gateways.
+void enter_interface(Registry& registry, std::string_view adapter, RegistryValue addresses,
+                     RegistryValue masks, const std::vector<std::string>& gateways);
+
+/// Enters the name under which the system shows an adapter.
+void enter_connection(Registry& registry, std::string_view adapter, std::string_view name);
+
+/// The TCP/IP service's list of the adapters that it is bound to, in the making.
+class BindingList {
+ public:
+  void add(std::string_view adapter);
+  void enter(Registry& registry);
+
+ private:
+  StringListValue bindings_;
+};

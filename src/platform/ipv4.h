@@ -1,0 +1,16 @@
+// IPv4 addresses and masks as the layer's hosts hold them: in network byte order.
+#pragma once
+
+#include <string>
+
+#include <windows.h>
+
+/// Writes the dotted text of a value.
+void write_dotted(char (&text)[16], DWORD value);
+[[nodiscard]] std::string dotted(DWORD value);
+
+/// Whether a host may have the address: not of this network (0), loopback, multicast or beyond.
+[[nodiscard]] bool is_host_address(DWORD address);
+
+/// Whether no bit follows a clear one.
+[[nodiscard]] bool is_mask(DWORD mask);

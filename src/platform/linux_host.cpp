@@ -1,0 +1,502 @@
+#include "platform/linux_host.h"
+
+#include <arpa/inet.h>
+#include <linux/if.h>
+#include <linux/if_addr.h>
+#include <linux/if_arp.h>
+#include <linux/if_link.h>
+#include <linux/ip.h>
+#include <pwd.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <bit>
+#include <cstdio>
+#include <cstring>
+#include <tuple>
+
+#include "platform/adapter_keys.h"
+#include "platform/exact_wait.h"
+#include "platform/ipv4.h"
+
+namespace {
+
+/// How often a reading is begun again that changes of the host spoil.
+constexpr int MAX_READINGS = 10;
+
+constexpr DWORD STATUS_UP = 1;
+constexpr DWORD STATUS_DOWN = 2;
+constexpr DWORD TYPE_OTHER = 1;
+constexpr DWORD TYPE_POINT_TO_POINT = 23;
+constexpr DWORD TYPE_WIRELESS = 71;
+constexpr DWORD TYPE_TUNNEL = 131;
+
+struct CodeOfError {
+  int error;
+  DWORD code;
+};
+
+constexpr CodeOfError CODES[] = {
+    {0, NO_ERROR},
+    {EPERM, ERROR_ACCESS_DENIED},
+    {EACCES, ERROR_ACCESS_DENIED},
+    {EADDRNOTAVAIL, ERROR_NOT_FOUND},
+    {EAFNOSUPPORT, ERROR_NOT_SUPPORTED},
+    {EBUSY, ERROR_BUSY},
+    {EEXIST, ERROR_OBJECT_ALREADY_EXISTS},
+    {EINTR, ERROR_RETRY},
+    {EINVAL, ERROR_INVALID_PARAMETER},
+    {EMFILE, ERROR_TOO_MANY_OPEN_FILES},
+    {ENFILE, ERROR_TOO_MANY_OPEN_FILES},
+    {ENOBUFS, ERROR_NO_SYSTEM_RESOURCES},
+    {ENODEV, ERROR_DEV_NOT_EXIST},
+    {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
+    {EOPNOTSUPP, ERROR_NOT_SUPPORTED},
+    {EPROTONOSUPPORT, ERROR_NOT_SUPPORTED},
+    {ERANGE, ERROR_INVALID_PARAMETER},
+};
+
+DWORD code_of(int error) {
+  const auto* found = std::find_if(std::begin(CODES), std::end(CODES),
+                                   [=](const CodeOfError& row) { return row.error == error; });
+  return found != std::end(CODES) ? found->code : ERROR_UNEXP_NET_ERR;
+}
+
+struct TypeOfHardware {
+  unsigned hardware;
+  DWORD type;
+};
+
+constexpr TypeOfHardware TYPES[] = {
+    {ARPHRD_ETHER, MIB_IF_TYPE_ETHERNET},
+    {ARPHRD_LOOPBACK, MIB_IF_TYPE_LOOPBACK},
+    {ARPHRD_PPP, TYPE_POINT_TO_POINT},
+    {ARPHRD_TUNNEL, TYPE_TUNNEL},
+    {ARPHRD_TUNNEL6, TYPE_TUNNEL},
+    {ARPHRD_SIT, TYPE_TUNNEL},
+    {ARPHRD_IPGRE, TYPE_TUNNEL},
+    {ARPHRD_IP6GRE, TYPE_TUNNEL},
+    {ARPHRD_IEEE80211, TYPE_WIRELESS},
+    {ARPHRD_IEEE80211_PRISM, TYPE_WIRELESS},
+    {ARPHRD_IEEE80211_RADIOTAP, TYPE_WIRELESS},
+};
+
+/// A wireless interface is an Ethernet to the kernel's tables; only its drivers know it.
+bool is_wireless(const std::string& name) {
+  const std::string folder = "/sys/class/net/" + name;
+  return access((folder + "/phy80211").c_str(), F_OK) == 0 ||
+         access((folder + "/wireless").c_str(), F_OK) == 0;
+}
+
+DWORD interface_type(const ifinfomsg& link, const std::string& name) {
+  const auto* found = std::find_if(std::begin(TYPES), std::end(TYPES),
+                                   [&](const auto& row) { return row.hardware == link.ifi_type; });
+  if (found == std::end(TYPES)) {
+    return (link.ifi_flags & IFF_POINTOPOINT) != 0 ? TYPE_POINT_TO_POINT : TYPE_OTHER;
+  }
+  if (found->type == MIB_IF_TYPE_ETHERNET && is_wireless(name)) return TYPE_WIRELESS;
+  return found->type;
+}
+
+HostAdapter adapter_of(const nlmsghdr& message) {
+  const auto& link = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
+  const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
+  HostAdapter adapter = {};
+  if (const nlattr* name = attributes[IFLA_IFNAME]) adapter.name = mnl_attr_get_str(name);
+  MIB_IFROW& row = adapter.row;
+  row.dwIndex = static_cast<DWORD>(link.ifi_index);
+  row.dwType = interface_type(link, adapter.name);
+  row.dwMtu = number_in(attributes[IFLA_MTU]);
+  row.dwAdminStatus = (link.ifi_flags & IFF_UP) != 0 ? STATUS_UP : STATUS_DOWN;
+  row.dwOperStatus = (link.ifi_flags & IFF_RUNNING) != 0 ? STATUS_UP : STATUS_DOWN;
+  if (const nlattr* hardware = attributes[IFLA_ADDRESS]) {
+    // Of a longer address the end: that is where interfaces differ.
+    const std::size_t length = mnl_attr_get_payload_len(hardware);
+    const std::size_t kept = std::min(length, sizeof row.bPhysAddr);
+    const auto* bytes = static_cast<const BYTE*>(mnl_attr_get_payload(hardware));
+    std::copy_n(bytes + (length - kept), kept, row.bPhysAddr);
+    row.dwPhysAddrLen = static_cast<DWORD>(kept);
+  }
+  const std::size_t length = std::min(adapter.name.size(), sizeof row.bDescr);
+  row.dwDescrLen = static_cast<DWORD>(length);
+  std::memcpy(row.bDescr, adapter.name.data(), length);
+  return adapter;
+}
+
+DWORD mask_of(DWORD prefix_length) {
+  return prefix_length == 0 ? 0 : htonl(~std::uint32_t{0} << (32 - prefix_length));
+}
+
+/// The name that goes with the effective user, or its number where none does.
+std::string effective_user() {
+  const passwd* entry = getpwuid(geteuid());
+  return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
+}
+
+HostVersion kernel_version() {
+  utsname kernel = {};
+  uname(&kernel);
+  HostVersion version;
+  unsigned major = 0;
+  unsigned minor = 0;
+  std::sscanf(kernel.release, "%u.%u", &major, &minor);
+  version.major = major;
+  version.minor = minor;
+  version.service_pack = std::string("Linux ") + kernel.release;
+  return version;
+}
+
+}  // namespace
+
+LinuxHost::LinuxHost() : version_(kernel_version()), user_(effective_user()) {}
+
+bool LinuxHost::has_library(std::string_view library) const { return library != "dhcpcsvc"; }
+
+bool LinuxHost::has_function(std::string_view /*library*/, std::string_view /*function*/) const {
+  return true;
+}
+
+/// Visits all that a request shows. Before each reading, also one begun again because the host
+/// changed meanwhile, `begin` is called.
+template <typename Begin, typename Visit>
+int LinuxHost::dump(RtRequest& request, Begin begin, Visit visit) {
+  int error = EINTR;
+  for (int i = 0; error == EINTR && i < MAX_READINGS; ++i) {
+    begin();
+    error = requests_.exchange(request, visit);
+  }
+  return error;
+}
+
+// ---- Addresses --------------------------------------------------------------------------------
+
+/// Brings the addresses up to date by what became of them since the last time; the first time, and
+/// when news were lost, by reading them all.
+DWORD LinuxHost::follow_addresses() {
+  const auto visit = [this](const nlmsghdr& message) { take_news(message); };
+  int error = follows_ ? news_.take(visit) : ENOBUFS;
+  // Should what follows not end well, the next time begins anew.
+  follows_ = false;
+  for (int i = 0; error == ENOBUFS && i < MAX_READINGS; ++i) {
+    error = read_all_addresses();
+    if (error == 0) error = news_.take(visit);
+  }
+  follows_ = error == 0;
+  return code_of(error);
+}
+
+int LinuxHost::read_all_addresses() {
+  // News are heard before the reading begins, so that no change falls between the two.
+  if (const int error = news_.listen(); error != 0) return error;
+  adapters_are_stale_ = true;
+  RtRequest request(RTM_GETADDR, NLM_F_DUMP);
+  request.part<ifaddrmsg>().ifa_family = AF_INET;
+  const int error = dump(
+      request, [this] { ++sweep_; }, [this](const nlmsghdr& message) { take_address(message); });
+  if (error != 0) return error;
+  for (auto it = addresses_.begin(); it != addresses_.end();) {
+    it = it->second.sweep == sweep_ ? std::next(it) : erase_address(it);
+  }
+  return 0;
+}
+
+void LinuxHost::take_news(const nlmsghdr& message) {
+  switch (message.nlmsg_type) {
+    case RTM_NEWADDR:
+    case RTM_DELADDR: take_address(message); break;
+    case RTM_NEWLINK:
+    case RTM_DELLINK: adapters_are_stale_ = true; break;
+    default: break;
+  }
+}
+
+void LinuxHost::take_address(const nlmsghdr& message) {
+  const auto& part = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
+  const auto attributes = attributes_of<IFA_MAX + 1, ifaddrmsg>(message);
+  const DWORD peer = number_in(attributes[IFA_ADDRESS]);
+  const DWORD local = number_in(attributes[IFA_LOCAL], peer);
+  const Place place = {ntohl(local), part.ifa_index, part.ifa_prefixlen, peer};
+  if (message.nlmsg_type == RTM_DELADDR) {
+    const auto found = addresses_.find(place);
+    if (found != addresses_.end()) erase_address(found);
+    return;
+  }
+  Created created;
+  const nlattr* times = attributes[IFA_CACHEINFO];
+  if (times != nullptr && mnl_attr_get_payload_len(times) >= sizeof(ifa_cacheinfo)) {
+    created = static_cast<const ifa_cacheinfo*>(mnl_attr_get_payload(times))->cstamp;
+  }
+  enter_address(place, created);
+}
+
+LinuxHost::Addresses::iterator LinuxHost::enter_address(const Place& place, Created created) {
+  const auto found = addresses_.find(place);
+  if (found != addresses_.end()) {
+    Standing& standing = found->second;
+    if (!standing.created || standing.created == created) {
+      standing.created = created;
+      standing.sweep = sweep_;
+      return found;
+    }
+    erase_address(found);
+  }
+  Standing standing = {{}, created, sweep_};
+  HostAddress& row = standing.row;
+  row = {htonl(place.address),
+         mask_of(place.prefix_length),
+         place.interface_index,
+         next_context_++,
+         {},
+         {}};
+  write_dotted(row.address_text, row.address);
+  write_dotted(row.mask_text, row.mask);
+  // In this order: a context without its address is harmless when memory ends in between.
+  by_context_.emplace(row.context, place);
+  const auto entered = addresses_.emplace(place, standing).first;
+  snapshot_is_stale_ = true;
+  registry_is_stale_ = true;
+  return entered;
+}
+
+LinuxHost::Addresses::iterator LinuxHost::erase_address(Addresses::iterator address) {
+  by_context_.erase(address->second.row.context);
+  snapshot_is_stale_ = true;
+  registry_is_stale_ = true;
+  return addresses_.erase(address);
+}
+
+bool LinuxHost::has_address(std::uint32_t address) const {
+  const auto found = addresses_.lower_bound({address, 0, 0, 0});
+  return found != addresses_.end() && found->first.address == address;
+}
+
+DWORD LinuxHost::read_addresses(std::span<const HostAddress>& addresses) {
+  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
+  if (snapshot_is_stale_) {
+    snapshot_.clear();
+    snapshot_.reserve(addresses_.size());
+    for (const auto& [place, standing] : addresses_) snapshot_.push_back(standing.row);
+    snapshot_is_stale_ = false;
+  }
+  addresses = snapshot_;
+  return NO_ERROR;
+}
+
+int LinuxHost::request_address(std::uint16_t type, unsigned flags, const Place& place) {
+  RtRequest request(type, flags);
+  auto& part = request.part<ifaddrmsg>();
+  part.ifa_family = AF_INET;
+  part.ifa_prefixlen = static_cast<std::uint8_t>(place.prefix_length);
+  part.ifa_index = place.interface_index;
+  request.put(IFA_LOCAL, htonl(place.address));
+  request.put(IFA_ADDRESS, place.peer);
+  const int error = requests_.request(request);
+  if (error == 0) route_news_.close();
+  return error;
+}
+
+DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, DWORD& context) {
+  if (!is_host_address(address) || !is_mask(mask)) return ERROR_INVALID_PARAMETER;
+  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
+  if (has_address(ntohl(address))) return ERROR_OBJECT_ALREADY_EXISTS;
+  const auto prefix_length = static_cast<DWORD>(std::popcount(mask));
+  const Place place = {ntohl(address), interface_index, prefix_length, address};
+  // Entered first: once the kernel has added the address nothing may fail.
+  const auto entered = enter_address(place, std::nullopt);
+  const int error = request_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, place);
+  if (error == 0) {
+    context = entered->second.row.context;
+    return NO_ERROR;
+  }
+  erase_address(entered);
+  // The kernel keeps addresses only for interfaces that IPv4 runs on.
+  if (error == ENOBUFS && !has_ipv4(interface_index)) return ERROR_NOT_SUPPORTED;
+  return code_of(error);
+}
+
+DWORD LinuxHost::delete_address(DWORD context) {
+  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
+  const auto place = by_context_.find(context);
+  if (place == by_context_.end()) return ERROR_NOT_FOUND;
+  const auto standing = addresses_.find(place->second);
+  if (standing == addresses_.end()) return ERROR_NOT_FOUND;
+  int error = promote_secondaries(standing->first.interface_index);
+  if (error == 0) error = request_address(RTM_DELADDR, 0, standing->first);
+  if (error == 0 || error == EADDRNOTAVAIL) erase_address(standing);
+  return code_of(error);
+}
+
+/// Has the kernel keep an interface's secondary addresses when the primary of their subnet goes.
+int LinuxHost::promote_secondaries(DWORD interface_index) {
+  const auto entered = promoting_.insert(interface_index);
+  if (!entered.second) return 0;
+  RtRequest request(RTM_SETLINK, 0);
+  request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
+  nlattr* families = request.begin_nest(IFLA_AF_SPEC);
+  nlattr* family = request.begin_nest(AF_INET);
+  nlattr* settings = request.begin_nest(IFLA_INET_CONF);
+  request.put(IPV4_DEVCONF_PROMOTE_SECONDARIES, 1);
+  request.end_nest(settings);
+  request.end_nest(family);
+  request.end_nest(families);
+  const int error = requests_.request(request);
+  if (error != 0) promoting_.erase(entered.first);
+  return error;
+}
+
+// ---- Adapters ---------------------------------------------------------------------------------
+
+/// Brings the adapters up to date, after the news that the addresses are followed by.
+DWORD LinuxHost::follow_adapters() {
+  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
+  const auto visit = [this](const nlmsghdr& /*message*/) { adapters_are_stale_ = true; };
+  if (!route_news_.is_open() || route_news_.take(visit) != 0) {
+    adapters_are_stale_ = true;
+    if (const int error = route_news_.listen(); error != 0) return code_of(error);
+  }
+  if (!adapters_are_stale_) return NO_ERROR;
+  const int error = read_all_adapters();
+  adapters_are_stale_ = error != 0;
+  registry_is_stale_ = true;
+  return code_of(error);
+}
+
+int LinuxHost::read_all_adapters() {
+  RtRequest links(RTM_GETLINK, NLM_F_DUMP);
+  links.part<ifinfomsg>().ifi_family = AF_UNSPEC;
+  links.put(IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
+  const int error = dump(
+      links, [this] { adapters_.clear(); },
+      [this](const nlmsghdr& message) { adapters_.push_back(adapter_of(message)); });
+  if (error != 0) return error;
+
+  RtRequest routes(RTM_GETROUTE, NLM_F_DUMP);
+  auto& part = routes.part<rtmsg>();
+  part.rtm_family = AF_INET;
+  part.rtm_table = RT_TABLE_MAIN;
+  const auto forget = [this] {
+    for (HostAdapter& adapter : adapters_) adapter.gateways.clear();
+  };
+  return dump(routes, forget, [this](const nlmsghdr& message) { take_route(message); });
+}
+
+/// Notes the gateways of a default route.
+void LinuxHost::take_route(const nlmsghdr& message) {
+  const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(&message));
+  if (route.rtm_dst_len != 0 || route.rtm_table != RT_TABLE_MAIN) return;
+  const auto attributes = attributes_of<RTA_MAX + 1, rtmsg>(message);
+  add_gateway(number_in(attributes[RTA_OIF]), number_in(attributes[RTA_GATEWAY]));
+  const nlattr* paths = attributes[RTA_MULTIPATH];
+  if (paths == nullptr) return;
+  std::size_t left = mnl_attr_get_payload_len(paths);
+  const auto* at = static_cast<const char*>(mnl_attr_get_payload(paths));
+  while (left >= sizeof(rtnexthop)) {
+    const auto& hop = *reinterpret_cast<const rtnexthop*>(at);
+    if (hop.rtnh_len < sizeof hop || hop.rtnh_len > left) return;
+    const auto of_hop = attributes_in<RTA_MAX + 1>(at + sizeof hop, hop.rtnh_len - sizeof hop);
+    add_gateway(static_cast<DWORD>(hop.rtnh_ifindex), number_in(of_hop[RTA_GATEWAY]));
+    const std::size_t step = std::min<std::size_t>(MNL_ALIGN(hop.rtnh_len), left);
+    at += step;
+    left -= step;
+  }
+}
+
+void LinuxHost::add_gateway(DWORD interface_index, DWORD gateway) {
+  if (gateway == 0) return;
+  for (HostAdapter& adapter : adapters_) {
+    if (adapter.row.dwIndex == interface_index) adapter.gateways.push_back(dotted(gateway));
+  }
+}
+
+bool LinuxHost::has_ipv4(DWORD interface_index) {
+  RtRequest request(RTM_GETLINK, NLM_F_ACK);
+  request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
+  bool found = false;
+  const int error = requests_.exchange(request, [&](const nlmsghdr& message) {
+    const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
+    found = attributes_in<AF_INET + 1>(attributes[IFLA_AF_SPEC])[AF_INET] != nullptr;
+  });
+  return error != 0 || found;
+}
+
+DWORD LinuxHost::read_adapters(std::span<const HostAdapter>& adapters) {
+  const DWORD code = follow_adapters();
+  if (code == NO_ERROR) adapters = adapters_;
+  return code;
+}
+
+DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
+  RtRequest request(RTM_SETLINK, 0);
+  auto& part = request.part<ifinfomsg>();
+  part.ifi_index = static_cast<int>(interface_index);
+  part.ifi_change = IFF_UP;
+  part.ifi_flags = status == STATUS_UP ? IFF_UP : 0;
+  return code_of(requests_.request(request));
+}
+
+// ---- Registry ---------------------------------------------------------------------------------
+
+/// Makes the registry anew when adapters or addresses changed since.
+DWORD LinuxHost::lay_out_registry() {
+  if (const DWORD code = follow_adapters(); code != NO_ERROR) return code;
+  if (!registry_is_stale_) return NO_ERROR;
+  // Contexts ascend in the order in which addresses came to stand, the current one first.
+  std::vector<const HostAddress*> rows;
+  rows.reserve(addresses_.size());
+  for (const auto& [place, standing] : addresses_) rows.push_back(&standing.row);
+  std::sort(rows.begin(), rows.end(), [](const HostAddress* a, const HostAddress* b) {
+    return std::tie(a->interface_index, a->context) < std::tie(b->interface_index, b->context);
+  });
+  registry_ = {};
+  BindingList bindings;
+  for (const HostAdapter& adapter : adapters_) {
+    StringListValue addresses;
+    StringListValue masks;
+    auto row = std::lower_bound(rows.begin(), rows.end(), adapter.row.dwIndex,
+                                [](const HostAddress* address, DWORD interface_index) {
+                                  return address->interface_index < interface_index;
+                                });
+    for (; row != rows.end() && (*row)->interface_index == adapter.row.dwIndex; ++row) {
+      addresses.add((*row)->address_text);
+      masks.add((*row)->mask_text);
+    }
+    enter_interface(registry_, adapter.name, addresses.take(), masks.take(), adapter.gateways);
+    enter_connection(registry_, adapter.name, adapter.name);
+    if (adapter.row.dwType != MIB_IF_TYPE_LOOPBACK) bindings.add(adapter.name);
+  }
+  bindings.enter(registry_);
+  registry_is_stale_ = false;
+  return NO_ERROR;
+}
+
+DWORD LinuxHost::find_key(std::string_view path) {
+  const DWORD code = lay_out_registry();
+  return code != NO_ERROR ? code : registry_.find_key(path);
+}
+
+DWORD LinuxHost::find_value(std::string_view path, std::string_view name,
+                            const RegistryValue*& value) {
+  const DWORD code = lay_out_registry();
+  return code != NO_ERROR ? code : registry_.find_value(path, name, value);
+}
+
+DWORD LinuxHost::create_key(std::string_view path) {
+  return find_key(path) == NO_ERROR ? NO_ERROR : ERROR_ACCESS_DENIED;
+}
+
+DWORD LinuxHost::set_value(std::string_view /*path*/, std::string_view /*name*/,
+                           RegistryValue /*value*/) {
+  return ERROR_ACCESS_DENIED;
+}
+
+DWORD LinuxHost::change_listed_address(std::string_view /*adapter*/, DWORD /*position*/,
+                                       DWORD /*address*/, DWORD /*mask*/) {
+  return ERROR_CALL_NOT_IMPLEMENTED;
+}
+
+// ---- The rest ---------------------------------------------------------------------------------
+
+void LinuxHost::sleep(DWORD milliseconds) { wait_exactly(milliseconds); }
+
+std::optional<ScriptedFault> LinuxHost::next_fault(Call /*call*/) { return std::nullopt; }

@@ -1,0 +1,66 @@
+#include "platform/rtnetlink.h"
+
+#include <sys/socket.h>
+
+namespace {
+
+/// The error number of an NLMSG_ERROR or NLMSG_DONE message; 0 when it holds none.
+int error_in(const nlmsghdr& message) {
+  if (mnl_nlmsg_get_payload_len(&message) < sizeof(int)) return 0;
+  return -*static_cast<const int*>(mnl_nlmsg_get_payload(&message));
+}
+
+}  // namespace
+
+int RtSocket::open(int flags, unsigned groups) {
+  close();
+  socket_ = mnl_socket_open2(NETLINK_ROUTE, SOCK_CLOEXEC | flags);
+  if (socket_ == nullptr) return errno;
+  if (mnl_socket_bind(socket_, groups, MNL_SOCKET_AUTOPID) == 0) return 0;
+  const int error = errno;
+  close();
+  return error;
+}
+
+void RtSocket::close() {
+  if (socket_ != nullptr) mnl_socket_close(socket_);
+  socket_ = nullptr;
+}
+
+int RtSocket::receive(std::size_t& length) {
+  for (;;) {
+    const auto received = mnl_socket_recvfrom(socket_, buffer_, sizeof buffer_);
+    if (received >= 0) {
+      length = static_cast<std::size_t>(received);
+      return 0;
+    }
+    if (errno != EINTR) return errno;
+  }
+}
+
+bool RtRequests::Reply::take(const nlmsghdr& message) {
+  if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) interrupted = true;
+  if (message.nlmsg_type != NLMSG_ERROR && message.nlmsg_type != NLMSG_DONE) {
+    return false;
+  }
+  complete = true;
+  error = error_in(message);
+  if (error == 0 && interrupted) error = EINTR;
+  return true;
+}
+
+int RtRequests::send(RtRequest& request) {
+  if (!completed_) {
+    if (const int error = open(0, 0); error != 0) return error;
+    // Lets a dump be narrowed to one table; a kernel that cannot shows them all.
+    const int on = 1;
+    static_cast<void>(
+        mnl_socket_setsockopt(get(), NETLINK_GET_STRICT_CHK, const_cast<int*>(&on), sizeof on));
+  }
+  completed_ = false;
+  request.message().nlmsg_seq = ++sequence_;
+  const auto sent = mnl_socket_sendto(get(), &request.message(), request.message().nlmsg_len);
+  return sent >= 0 ? 0 : errno;
+}
+
+int RtNews::listen() { return open(SOCK_NONBLOCK, groups_); }

@@ -1,0 +1,184 @@
+// Requests to the kernel's rtnetlink interface and news from it, over libmnl. Functions that can
+// fail answer an error number of the system, 0 for success.
+#pragma once
+
+#include <libmnl/libmnl.h>
+#include <linux/netlink.h>
+#include <linux/rtnetlink.h>
+
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+
+/// A request in the making: the part that its type calls for, then attributes, in order.
+class RtRequest {
+ public:
+  RtRequest(std::uint16_t type, unsigned flags) : message_(mnl_nlmsg_put_header(buffer_)) {
+    message_->nlmsg_type = type;
+    message_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
+  }
+  RtRequest(const RtRequest&) = delete;
+  RtRequest& operator=(const RtRequest&) = delete;
+
+  /// The part that follows the header, zeroed.
+  template <typename Part>
+  Part& part() {
+    return *static_cast<Part*>(mnl_nlmsg_put_extra_header(message_, sizeof(Part)));
+  }
+  void put(std::uint16_t attribute, std::uint32_t value) {
+    mnl_attr_put_u32(message_, attribute, value);
+  }
+  /// Attributes put before the nest ends are in it.
+  nlattr* begin_nest(std::uint16_t attribute) { return mnl_attr_nest_start(message_, attribute); }
+  void end_nest(nlattr* nest) { mnl_attr_nest_end(message_, nest); }
+
+  nlmsghdr& message() { return *message_; }
+
+ private:
+  alignas(nlmsghdr) char buffer_[256];
+  nlmsghdr* message_;
+};
+
+/// The attributes of a block by their types below COUNT; null where there is none.
+template <std::size_t COUNT>
+using RtAttributes = std::array<const nlattr*, COUNT>;
+
+template <std::size_t COUNT>
+[[nodiscard]] RtAttributes<COUNT> attributes_in(const void* block, std::size_t size) {
+  RtAttributes<COUNT> found{};
+  const char* const end = static_cast<const char*>(block) + size;
+  const auto* attribute = static_cast<const nlattr*>(block);
+  while (mnl_attr_ok(attribute, static_cast<int>(end - reinterpret_cast<const char*>(attribute)))) {
+    if (mnl_attr_get_type(attribute) < COUNT) found[mnl_attr_get_type(attribute)] = attribute;
+    attribute = mnl_attr_next(attribute);
+  }
+  return found;
+}
+
+/// The attributes behind the part of a message.
+template <std::size_t COUNT, typename Part>
+[[nodiscard]] RtAttributes<COUNT> attributes_of(const nlmsghdr& message) {
+  const auto* block =
+      static_cast<const char*>(mnl_nlmsg_get_payload_offset(&message, sizeof(Part)));
+  const char* end = static_cast<const char*>(mnl_nlmsg_get_payload_tail(&message));
+  return attributes_in<COUNT>(block, block < end ? static_cast<std::size_t>(end - block) : 0);
+}
+
+template <std::size_t COUNT>
+[[nodiscard]] RtAttributes<COUNT> attributes_in(const nlattr* nest) {
+  if (nest == nullptr) return {};
+  return attributes_in<COUNT>(mnl_attr_get_payload(nest), mnl_attr_get_payload_len(nest));
+}
+
+[[nodiscard]] inline std::uint32_t number_in(const nlattr* attribute, std::uint32_t otherwise = 0) {
+  if (attribute == nullptr || mnl_attr_get_payload_len(attribute) < sizeof(std::uint32_t)) {
+    return otherwise;
+  }
+  return mnl_attr_get_u32(attribute);
+}
+
+/// A socket with room for one message of the kernel.
+class RtSocket {
+ public:
+  RtSocket() = default;
+  ~RtSocket() { close(); }
+  RtSocket(const RtSocket&) = delete;
+  RtSocket& operator=(const RtSocket&) = delete;
+
+  [[nodiscard]] bool is_open() const { return socket_ != nullptr; }
+  void close();
+
+ protected:
+  [[nodiscard]] int open(int flags, unsigned groups);
+  [[nodiscard]] mnl_socket* get() const { return socket_; }
+
+  /// Receives one datagram of messages and gives its length in bytes.
+  [[nodiscard]] int receive(std::size_t& length);
+
+  /// Visits the messages of a datagram received; stops when the visit returns false.
+  template <typename Visit>
+  void for_each_message(std::size_t length, Visit visit) const {
+    int left = static_cast<int>(length);
+    const auto* message = reinterpret_cast<const nlmsghdr*>(buffer_);
+    for (; mnl_nlmsg_ok(message, left); message = mnl_nlmsg_next(message, &left)) {
+      if (!visit(*message)) return;
+    }
+  }
+
+ private:
+  mnl_socket* socket_ = nullptr;
+  // The kernel fills a datagram of a dump up to this size.
+  alignas(nlmsghdr) char buffer_[32768];
+};
+
+/// Requests, each answered before the next. Opens its socket when it first needs it, and anew after
+/// an exchange that was not completed.
+class RtRequests : public RtSocket {
+ public:
+  /// Sends a request for a dump, or one that is to be acknowledged, and visits the messages that
+  /// answer it. EINTR: what a dump shows changed meanwhile, so that it may lack something.
+  template <typename Visit>
+  [[nodiscard]] int exchange(RtRequest& request, Visit visit) {
+    if (const int error = send(request); error != 0) return error;
+    Reply reply;
+    while (!reply.complete) {
+      std::size_t length = 0;
+      if (const int error = receive(length); error != 0) return error;
+      for_each_message(length, [&](const nlmsghdr& message) {
+        if (message.nlmsg_seq != sequence_) return true;
+        if (!reply.take(message)) visit(message);
+        return !reply.complete;
+      });
+    }
+    completed_ = true;
+    return reply.error;
+  }
+
+  /// Sends a request that changes something; the kernel's answer.
+  [[nodiscard]] int request(RtRequest& request) {
+    request.message().nlmsg_flags |= NLM_F_ACK;
+    return exchange(request, [](const nlmsghdr& /*message*/) {});
+  }
+
+ private:
+  struct Reply {
+    bool complete = false;
+    bool interrupted = false;
+    int error = 0;
+
+    /// True for a message that is about the exchange and no part of the answer.
+    bool take(const nlmsghdr& message);
+  };
+
+  [[nodiscard]] int send(RtRequest& request);
+
+  bool completed_ = false;
+  std::uint32_t sequence_ = 0;
+};
+
+/// News of the groups (a mask of RTMGRP_ bits) that it listens to.
+class RtNews : public RtSocket {
+ public:
+  explicit RtNews(unsigned groups) : groups_(groups) {}
+
+  [[nodiscard]] int listen();
+
+  /// Visits all news that wait. ENOBUFS: some came when no more could wait, and are lost.
+  template <typename Visit>
+  [[nodiscard]] int take(Visit visit) {
+    for (;;) {
+      std::size_t length = 0;
+      const int error = receive(length);
+      if (error == EAGAIN) return 0;
+      if (error != 0) return error;
+      for_each_message(length, [&](const nlmsghdr& message) {
+        visit(message);
+        return true;
+      });
+    }
+  }
+
+ private:
+  unsigned groups_;
+};
