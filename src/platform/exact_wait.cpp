@@ -6,8 +6,8 @@
 #include <thread>
 
 void wait_exactly(DWORD milliseconds) {
-  // In nanoseconds; a system that refuses waits somewhat longer.
+  // Set once, in nanoseconds, for the only thread there is; a system that refuses waits longer.
   constexpr unsigned long TIMER_SLACK = 1;
-  static_cast<void>(prctl(PR_SET_TIMERSLACK, TIMER_SLACK));
+  [[maybe_unused]] static const int slack_set = prctl(PR_SET_TIMERSLACK, TIMER_SLACK);
   std::this_thread::sleep_for(std::chrono::milliseconds(milliseconds));
 }

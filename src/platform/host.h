@@ -58,7 +58,7 @@ class HostView {
 
   [[nodiscard]] virtual const HostVersion& version() const = 0;
 
-  [[nodiscard]] virtual const std::string& user_name() const = 0;
+  [[nodiscard]] virtual const std::string& user_name() = 0;
 
   /// Whether a library, named in lower case without its extension, is there, and a function in it.
   [[nodiscard]] virtual bool has_library(std::string_view library) const = 0;

@@ -2,19 +2,43 @@
 
 #include <arpa/inet.h>
 
+#include <array>
 #include <bit>
 #include <cstdint>
 #include <cstring>
+
+namespace {
+
+/// The digits of a byte, each followed by a dot.
+struct ByteText {
+  char text[4];
+  std::uint8_t length;
+};
+
+constexpr std::array<ByteText, 256> byte_texts() {
+  std::array<ByteText, 256> texts{};
+  for (unsigned byte = 0; byte < texts.size(); ++byte) {
+    ByteText& text = texts[byte];
+    if (byte >= 100) text.text[text.length++] = static_cast<char>('0' + byte / 100);
+    if (byte >= 10) text.text[text.length++] = static_cast<char>('0' + byte / 10 % 10);
+    text.text[text.length++] = static_cast<char>('0' + byte % 10);
+    text.text[text.length++] = '.';
+  }
+  return texts;
+}
+
+constexpr auto BYTE_TEXTS = byte_texts();
+
+}  // namespace
 
 void write_dotted(char (&text)[16], DWORD value) {
   BYTE bytes[4];
   std::memcpy(bytes, &value, sizeof bytes);
   char* at = text;
   for (const BYTE byte : bytes) {
-    if (byte >= 100) *at++ = static_cast<char>('0' + byte / 100);
-    if (byte >= 10) *at++ = static_cast<char>('0' + byte / 10 % 10);
-    *at++ = static_cast<char>('0' + byte % 10);
-    *at++ = '.';
+    // All four, since a fixed size is quickest; what is too much is written over.
+    std::memcpy(at, BYTE_TEXTS[byte].text, sizeof BYTE_TEXTS[byte].text);
+    at += BYTE_TEXTS[byte].length;
   }
   at[-1] = '\0';
 }

@@ -14,7 +14,7 @@
 #include <bit>
 #include <cstdio>
 #include <cstring>
-#include <tuple>
+#include <new>
 
 #include "platform/adapter_keys.h"
 #include "platform/exact_wait.h"
@@ -149,7 +149,12 @@ HostVersion kernel_version() {
 
 }  // namespace
 
-LinuxHost::LinuxHost() : version_(kernel_version()), user_(effective_user()) {}
+LinuxHost::LinuxHost() : version_(kernel_version()) {}
+
+const std::string& LinuxHost::user_name() {
+  if (user_.empty()) user_ = effective_user();
+  return user_;
+}
 
 bool LinuxHost::has_library(std::string_view library) const { return library != "dhcpcsvc"; }
 
@@ -231,36 +236,31 @@ void LinuxHost::take_address(const nlmsghdr& message) {
 }
 
 LinuxHost::Addresses::iterator LinuxHost::enter_address(const Place& place, Created created) {
-  const auto found = addresses_.find(place);
-  if (found != addresses_.end()) {
+  auto found = addresses_.lower_bound(place);
+  if (found != addresses_.end() && found->first == place) {
     Standing& standing = found->second;
     if (!standing.created || standing.created == created) {
       standing.created = created;
       standing.sweep = sweep_;
       return found;
     }
-    erase_address(found);
+    found = erase_address(found);
   }
-  Standing standing = {{}, created, sweep_};
-  HostAddress& row = standing.row;
-  row = {htonl(place.address),
-         mask_of(place.prefix_length),
-         place.interface_index,
-         next_context_++,
-         {},
-         {}};
-  write_dotted(row.address_text, row.address);
-  write_dotted(row.mask_text, row.mask);
-  // In this order: a context without its address is harmless when memory ends in between.
-  by_context_.emplace(row.context, place);
-  const auto entered = addresses_.emplace(place, standing).first;
+  const DWORD context = next_context_++;
+  const auto entered = addresses_.emplace_hint(found, place, Standing{context, sweep_, created});
+  try {
+    by_context_.emplace_hint(by_context_.end(), context, place);
+  } catch (const std::bad_alloc&) {
+    addresses_.erase(entered);
+    throw;
+  }
   snapshot_is_stale_ = true;
   registry_is_stale_ = true;
   return entered;
 }
 
 LinuxHost::Addresses::iterator LinuxHost::erase_address(Addresses::iterator address) {
-  by_context_.erase(address->second.row.context);
+  by_context_.erase(address->second.context);
   snapshot_is_stale_ = true;
   registry_is_stale_ = true;
   return addresses_.erase(address);
@@ -276,7 +276,15 @@ DWORD LinuxHost::read_addresses(std::span<const HostAddress>& addresses) {
   if (snapshot_is_stale_) {
     snapshot_.clear();
     snapshot_.reserve(addresses_.size());
-    for (const auto& [place, standing] : addresses_) snapshot_.push_back(standing.row);
+    for (const auto& [place, standing] : addresses_) {
+      HostAddress& row = snapshot_.emplace_back();
+      row.address = htonl(place.address);
+      row.mask = mask_of(place.prefix_length);
+      row.interface_index = place.interface_index;
+      row.context = standing.context;
+      write_dotted(row.address_text, row.address);
+      write_dotted(row.mask_text, row.mask);
+    }
     snapshot_is_stale_ = false;
   }
   addresses = snapshot_;
@@ -306,7 +314,7 @@ DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, D
   const auto entered = enter_address(place, std::nullopt);
   const int error = request_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, place);
   if (error == 0) {
-    context = entered->second.row.context;
+    context = entered->second.context;
     return NO_ERROR;
   }
   erase_address(entered);
@@ -317,13 +325,12 @@ DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, D
 
 DWORD LinuxHost::delete_address(DWORD context) {
   if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  const auto place = by_context_.find(context);
-  if (place == by_context_.end()) return ERROR_NOT_FOUND;
-  const auto standing = addresses_.find(place->second);
-  if (standing == addresses_.end()) return ERROR_NOT_FOUND;
-  int error = promote_secondaries(standing->first.interface_index);
-  if (error == 0) error = request_address(RTM_DELADDR, 0, standing->first);
-  if (error == 0 || error == EADDRNOTAVAIL) erase_address(standing);
+  const auto found = by_context_.find(context);
+  if (found == by_context_.end()) return ERROR_NOT_FOUND;
+  const Place place = found->second;
+  int error = promote_secondaries(place.interface_index);
+  if (error == 0) error = request_address(RTM_DELADDR, 0, place);
+  if (error == 0 || error == EADDRNOTAVAIL) erase_address(addresses_.find(place));
   return code_of(error);
 }
 
@@ -439,35 +446,45 @@ DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
 
 /// Makes the registry anew when adapters or addresses changed since.
 DWORD LinuxHost::lay_out_registry() {
-  if (const DWORD code = follow_adapters(); code != NO_ERROR) return code;
-  if (!registry_is_stale_) return NO_ERROR;
-  // Contexts ascend in the order in which addresses came to stand, the current one first.
-  std::vector<const HostAddress*> rows;
-  rows.reserve(addresses_.size());
-  for (const auto& [place, standing] : addresses_) rows.push_back(&standing.row);
-  std::sort(rows.begin(), rows.end(), [](const HostAddress* a, const HostAddress* b) {
-    return std::tie(a->interface_index, a->context) < std::tie(b->interface_index, b->context);
-  });
-  registry_ = {};
-  BindingList bindings;
-  for (const HostAdapter& adapter : adapters_) {
+  const DWORD code = follow_adapters();
+  if (code == NO_ERROR && registry_is_stale_) {
+    registry_ = registry_of_facts();
+    registry_is_stale_ = false;
+  }
+  return code;
+}
+
+Registry LinuxHost::registry_of_facts() const {
+  struct Lists {
+    std::size_t count = 0;
     StringListValue addresses;
     StringListValue masks;
-    auto row = std::lower_bound(rows.begin(), rows.end(), adapter.row.dwIndex,
-                                [](const HostAddress* address, DWORD interface_index) {
-                                  return address->interface_index < interface_index;
-                                });
-    for (; row != rows.end() && (*row)->interface_index == adapter.row.dwIndex; ++row) {
-      addresses.add((*row)->address_text);
-      masks.add((*row)->mask_text);
-    }
-    enter_interface(registry_, adapter.name, addresses.take(), masks.take(), adapter.gateways);
-    enter_connection(registry_, adapter.name, adapter.name);
+  };
+  std::map<DWORD, Lists> lists;
+  for (const auto& [context, place] : by_context_) ++lists[place.interface_index].count;
+  for (auto& [interface_index, its_lists] : lists) {
+    its_lists.addresses.reserve(its_lists.count * sizeof "255.255.255.255");
+    its_lists.masks.reserve(its_lists.count * sizeof "255.255.255.255");
+  }
+  for (const auto& [context, place] : by_context_) {
+    Lists& its_lists = lists[place.interface_index];
+    char text[16];
+    write_dotted(text, htonl(place.address));
+    its_lists.addresses.add(text);
+    write_dotted(text, mask_of(place.prefix_length));
+    its_lists.masks.add(text);
+  }
+  Registry registry;
+  BindingList bindings;
+  for (const HostAdapter& adapter : adapters_) {
+    Lists& its_lists = lists[adapter.row.dwIndex];
+    enter_interface(registry, adapter.name, its_lists.addresses.take(), its_lists.masks.take(),
+                    adapter.gateways);
+    enter_connection(registry, adapter.name, adapter.name);
     if (adapter.row.dwType != MIB_IF_TYPE_LOOPBACK) bindings.add(adapter.name);
   }
-  bindings.enter(registry_);
-  registry_is_stale_ = false;
-  return NO_ERROR;
+  bindings.enter(registry);
+  return registry;
 }
 
 DWORD LinuxHost::find_key(std::string_view path) {

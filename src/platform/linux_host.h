@@ -8,7 +8,6 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <unordered_map>
 #include <vector>
 
 #include "platform/host.h"
@@ -20,7 +19,7 @@ class LinuxHost final : public Host {
   LinuxHost();
 
   [[nodiscard]] const HostVersion& version() const override { return version_; }
-  [[nodiscard]] const std::string& user_name() const override { return user_; }
+  [[nodiscard]] const std::string& user_name() override;
   /// There is no DHCP client library.
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
@@ -61,9 +60,9 @@ class LinuxHost final : public Host {
   /// When the kernel says that an address was created tells it from a later one in its place.
   using Created = std::optional<std::uint32_t>;
   struct Standing {
-    HostAddress row;
+    DWORD context;
+    std::uint32_t sweep;  ///< the reading of all addresses that it was last seen in or after
     Created created;
-    std::uint64_t sweep;  ///< the last reading of all addresses that it was seen after
   };
   using Addresses = std::map<Place, Standing>;
 
@@ -85,6 +84,7 @@ class LinuxHost final : public Host {
   [[nodiscard]] bool has_ipv4(DWORD interface_index);
 
   DWORD lay_out_registry();
+  [[nodiscard]] Registry registry_of_facts() const;
 
   template <typename Begin, typename Visit>
   int dump(RtRequest& request, Begin begin, Visit visit);
@@ -96,9 +96,9 @@ class LinuxHost final : public Host {
   RtNews news_{RTMGRP_LINK | RTMGRP_IPV4_IFADDR};
   bool follows_ = false;
   Addresses addresses_;
-  std::unordered_map<DWORD, Place> by_context_;
+  std::map<DWORD, Place> by_context_;  ///< in the order in which the addresses came to stand
   DWORD next_context_ = 1;
-  std::uint64_t sweep_ = 0;
+  std::uint32_t sweep_ = 0;
   std::vector<HostAddress> snapshot_;
   bool snapshot_is_stale_ = true;
 

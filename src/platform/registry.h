@@ -53,6 +53,8 @@ class Registry {
 /// A REG_MULTI_SZ value in the making. A string that is empty ends the list for its readers.
 class StringListValue {
  public:
+  /// Makes room for strings of so many bytes, their NULs included.
+  void reserve(std::size_t size) { value_.data.reserve(size + 1); }
   void add(std::string_view string) { value_.data.append(string).push_back('\0'); }
 
   [[nodiscard]] RegistryValue take() {

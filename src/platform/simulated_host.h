@@ -16,7 +16,7 @@ class SimulatedHost final : public Host {
   explicit SimulatedHost(HostDescription description);
 
   [[nodiscard]] const HostVersion& version() const override { return version_; }
-  [[nodiscard]] const std::string& user_name() const override { return user_; }
+  [[nodiscard]] const std::string& user_name() override { return user_; }
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
