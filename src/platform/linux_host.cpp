@@ -195,6 +195,7 @@ int LinuxHost::read_all_addresses() {
   // News are heard before the reading begins, so that no change falls between the two.
   if (const int error = news_.listen(); error != 0) return error;
   adapters_are_stale_ = true;
+  promoting_.clear();
   RtRequest request(RTM_GETADDR, NLM_F_DUMP);
   request.part<ifaddrmsg>().ifa_family = AF_INET;
   const int error = dump(
@@ -210,8 +211,12 @@ void LinuxHost::take_news(const nlmsghdr& message) {
   switch (message.nlmsg_type) {
     case RTM_NEWADDR:
     case RTM_DELADDR: take_address(message); break;
-    case RTM_NEWLINK:
-    case RTM_DELLINK: adapters_are_stale_ = true; break;
+    case RTM_DELLINK:
+      // Another interface may come by its index.
+      promoting_.erase(static_cast<DWORD>(
+          static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message))->ifi_index));
+      [[fallthrough]];
+    case RTM_NEWLINK: adapters_are_stale_ = true; break;
     default: break;
   }
 }
@@ -402,7 +407,9 @@ void LinuxHost::take_route(const nlmsghdr& message) {
     const auto& hop = *reinterpret_cast<const rtnexthop*>(at);
     if (hop.rtnh_len < sizeof hop || hop.rtnh_len > left) return;
     const auto of_hop = attributes_in<RTA_MAX + 1>(at + sizeof hop, hop.rtnh_len - sizeof hop);
-    add_gateway(static_cast<DWORD>(hop.rtnh_ifindex), number_in(of_hop[RTA_GATEWAY]));
+    if ((hop.rtnh_flags & RTNH_F_DEAD) == 0) {
+      add_gateway(static_cast<DWORD>(hop.rtnh_ifindex), number_in(of_hop[RTA_GATEWAY]));
+    }
     const std::size_t step = std::min<std::size_t>(MNL_ALIGN(hop.rtnh_len), left);
     at += step;
     left -= step;

@@ -78,7 +78,6 @@ class LinuxHost final : public Host {
 
   DWORD follow_adapters();
   int read_all_adapters();
-  void take_adapter(const nlmsghdr& message);
   void take_route(const nlmsghdr& message);
   void add_gateway(DWORD interface_index, DWORD gateway);
   [[nodiscard]] bool has_ipv4(DWORD interface_index);

@@ -1,0 +1,319 @@
+#include "platform/linux_host.h"
+
+#include <winsock2.h>
+
+#include <windows.h>
+
+#include <iphlpapi.h>
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <net/if.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <bit>
+#include <chrono>
+#include <csignal>
+#include <map>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "platform/ipv4.h"
+#include "tests/support/namespace.h"
+#include "tests/support/program.h"
+
+namespace {
+
+using testing::ElementsAre;
+using testing::HasSubstr;
+using testing::IsEmpty;
+
+constexpr DWORD WIDE = 0x0000FFFF;    // 255.255.0.0
+constexpr DWORD NARROW = 0x00FFFFFF;  // 255.255.255.0
+
+Outcome run_session(const std::string& input) {
+  Run run;
+  run.environment = {"ZARVO_HOST=linux"};
+  run.input = input;
+  return run_program(run);
+}
+
+/// A namespace with the ends of a cable, a0 and b0, and the host over it.
+class LinuxHosts : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (!namespace_.refusal().empty()) GTEST_SKIP() << namespace_.refusal();
+    run_shell(
+        "ip link set lo up; ip link add a0 type veth peer name b0;"
+        "ip link set a0 up; ip link set b0 up");
+    a0_ = if_nametoindex("a0");
+    b0_ = if_nametoindex("b0");
+  }
+
+  DWORD add(const char* address, DWORD mask, DWORD interface_index) {
+    return host_.add_address(inet_addr(address), mask, interface_index, context_);
+  }
+
+  std::span<const HostAddress> addresses() {
+    std::span<const HostAddress> found;
+    EXPECT_EQ(host_.read_addresses(found), 0U);
+    return found;
+  }
+
+  /// The host's addresses in the words of kernel_addresses.
+  std::vector<std::string> host_addresses() {
+    std::vector<std::string> texts;
+    for (const HostAddress& address : addresses()) {
+      char name[IF_NAMESIZE] = "";
+      if_indextoname(address.interface_index, name);
+      EXPECT_EQ(dotted(address.address), address.address_text);
+      EXPECT_EQ(dotted(address.mask), address.mask_text);
+      texts.push_back(std::string(name) + " " + address.address_text + "/" +
+                      std::to_string(std::popcount(address.mask)));
+    }
+    std::sort(texts.begin(), texts.end());
+    return texts;
+  }
+
+  DWORD context_of(const char* address, DWORD mask) {
+    for (const HostAddress& row : addresses()) {
+      if (row.address == inet_addr(address) && row.mask == mask) return row.context;
+    }
+    return 0;
+  }
+
+  NetworkNamespace namespace_;
+  LinuxHost host_;
+  DWORD a0_ = 0;
+  DWORD b0_ = 0;
+  DWORD context_ = 0;
+};
+
+TEST_F(LinuxHosts, RefuseWhatThePlatformRefuses) {
+  run_shell("ip addr add 10.0.0.1/8 dev b0");
+  struct Case {
+    const char* address;
+    DWORD mask;
+    DWORD interface_index;
+    DWORD code;
+  };
+  for (const auto& [address, mask, interface_index, code] :
+       {Case{"255.255.255.255", WIDE, a0_, 87},
+        {"224.0.0.1", WIDE, a0_, 87},
+        {"240.0.0.1", WIDE, a0_, 87},
+        {"127.0.0.5", WIDE, a0_, 87},
+        {"0.0.255.255", WIDE, a0_, 87},
+        {"0.0.0.0", WIDE, a0_, 87},
+        {"10.0.0.2", inet_addr("255.0.255.0"), a0_, 87},
+        {"10.0.0.2", WIDE, 4711, 55},
+        {"10.0.0.1", WIDE, a0_, 5010},
+        {"10.0.0.1", 0x000000FF, b0_, 5010}}) {
+    EXPECT_EQ(add(address, mask, interface_index), code) << address;
+  }
+  EXPECT_THAT(kernel_addresses(), ElementsAre("b0 10.0.0.1/8", "lo 127.0.0.1/8"));
+}
+
+TEST_F(LinuxHosts, TakeNothingButTheAddressThatIsDeleted) {
+  run_shell("ip addr add 10.1.0.1/16 dev a0; ip addr add 10.1.0.1/24 dev a0");
+  EXPECT_EQ(add("10.1.0.2", WIDE, a0_), 0U);
+  const DWORD added = context_;
+  EXPECT_EQ(add("10.1.0.3", WIDE, a0_), 0U);
+  EXPECT_EQ(host_.delete_address(context_of("10.1.0.1", NARROW)), 0U);
+  EXPECT_THAT(kernel_addresses(),
+              ElementsAre("a0 10.1.0.1/16", "a0 10.1.0.2/16", "a0 10.1.0.3/16", "lo 127.0.0.1/8"));
+  // With the first of its subnet the kernel by itself would take the others.
+  EXPECT_EQ(host_.delete_address(context_of("10.1.0.1", WIDE)), 0U);
+  EXPECT_EQ(host_.delete_address(added), 0U);
+  EXPECT_EQ(host_.delete_address(added), 1168U);
+  EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.1.0.3/16", "lo 127.0.0.1/8"));
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+}
+
+TEST_F(LinuxHosts, KeepTheContextOfAnAddressWhileItStands) {
+  EXPECT_EQ(add("10.2.0.1", WIDE, a0_), 0U);
+  const DWORD first = context_;
+  run_shell("ip addr add 10.2.0.2/16 dev a0; ip link set a0 down; ip link set a0 up");
+  EXPECT_EQ(context_of("10.2.0.1", WIDE), first);
+  run_shell("ip addr del 10.2.0.1/16 dev a0; ip addr add 10.2.0.1/16 dev a0");
+  const DWORD second = context_of("10.2.0.1", WIDE);
+  EXPECT_NE(second, 0U);
+  EXPECT_NE(second, first);
+  EXPECT_EQ(host_.delete_address(first), 1168U);
+  EXPECT_EQ(host_.delete_address(second), 0U);
+  EXPECT_EQ(add("10.2.0.1", WIDE, b0_), 0U);
+  EXPECT_GT(context_, second);
+}
+
+TEST_F(LinuxHosts, SeeWhatOthersDoHoweverMuch) {
+  EXPECT_THAT(host_addresses(), ElementsAre("lo 127.0.0.1/8"));
+  // Far more news than may wait to be read.
+  run_shell(
+      "for c in 1 2 3 4 5 6; do for d in $(seq 1 250); do echo addr add 10.3.$c.$d/24 dev a0;"
+      "done; done | ip -batch -");
+  EXPECT_EQ(addresses().size(), 1501U);
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+  run_shell("ip addr flush dev a0 to 10.3.1.0/24");
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+  run_shell("ip link del a0");
+  EXPECT_THAT(host_addresses(), ElementsAre("lo 127.0.0.1/8"));
+}
+
+TEST_F(LinuxHosts, ReadAHostThatKeepsChanging) {
+  std::thread changes([] {
+    run_shell(
+        "for i in $(seq 1 40); do for d in $(seq 1 200); do echo addr add 10.4.0.$d/24 dev b0;"
+        "done; echo addr flush dev b0; done | ip -force -batch -");
+  });
+  for (int i = 0; i < 300; ++i) {
+    std::span<const HostAddress> found;
+    const DWORD code = host_.read_addresses(found);
+    EXPECT_TRUE(code == 0 || code == 1237) << code;
+    EXPECT_EQ(add("10.5.0.1", WIDE, a0_), 0U);
+    EXPECT_EQ(host_.delete_address(context_), 0U);
+  }
+  changes.join();
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+}
+
+TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
+  run_shell(
+      "ip link set a0 down; ip link set a0 address 02:00:00:00:0a:01 mtu 1400 name cable0;"
+      "ip link set cable0 up; ip addr add 10.6.0.1/16 dev cable0; ip addr add 10.7.0.1/16 dev b0;"
+      "ip route add default via 10.6.0.254; ip route add 10.9.0.0/16 via 10.7.0.9;"
+      "ip route add default metric 5 nexthop via 10.7.0.253 nexthop via 10.6.0.253");
+  std::span<const HostAdapter> adapters;
+  ASSERT_EQ(host_.read_adapters(adapters), 0U);
+  std::map<std::string, HostAdapter> by_name;
+  for (const HostAdapter& adapter : adapters) by_name[adapter.name] = adapter;
+  const HostAdapter& cable = by_name["cable0"];
+  EXPECT_EQ(cable.row.dwIndex, a0_);
+  EXPECT_EQ(cable.row.dwType, 6U);
+  EXPECT_EQ(cable.row.dwMtu, 1400U);
+  EXPECT_EQ(std::string(cable.row.bPhysAddr, cable.row.bPhysAddr + cable.row.dwPhysAddrLen),
+            std::string("\x02\0\0\0\x0a\x01", 6));
+  EXPECT_EQ(std::string(cable.row.bDescr, cable.row.bDescr + cable.row.dwDescrLen), "cable0");
+  EXPECT_THAT(cable.gateways, ElementsAre("10.6.0.254", "10.6.0.253"));
+  EXPECT_THAT(by_name["b0"].gateways, ElementsAre("10.7.0.253"));
+  EXPECT_EQ(by_name["lo"].row.dwType, 24U);
+
+  EXPECT_EQ(host_.set_admin_status(b0_, 2), 0U);
+  run_shell("ip route del default via 10.6.0.254");
+  ASSERT_EQ(host_.read_adapters(adapters), 0U);
+  for (const HostAdapter& adapter : adapters) by_name[adapter.name] = adapter;
+  EXPECT_EQ(by_name["b0"].row.dwAdminStatus, 2U);
+  EXPECT_THAT(by_name["b0"].gateways, IsEmpty());
+  EXPECT_THAT(by_name["cable0"].gateways, ElementsAre("10.6.0.253"));
+}
+
+TEST_F(LinuxHosts, ShowARegistryOfTheSameFacts) {
+  run_shell(
+      "ip addr add 10.8.0.9/16 dev a0; ip addr add 10.8.0.1/16 dev a0;"
+      "ip route add default via 10.8.0.254");
+  const std::string interfaces =
+      "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\";
+  const auto text_of = [this](const std::string& key, const char* name) {
+    const RegistryValue* value = nullptr;
+    return host_.find_value(key, name, value) == 0 ? value->data : "none";
+  };
+  using std::string_literals::operator""s;
+  EXPECT_EQ(text_of("SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage", "Bind"),
+            "\\Device\\b0\0\\Device\\a0\0\0"s);
+  EXPECT_EQ(text_of(interfaces + "a0", "IpAddress"), "10.8.0.9\00010.8.0.1\0\0"s);
+  EXPECT_EQ(text_of(interfaces + "a0", "SubnetMask"), "255.255.0.0\000255.255.0.0\0\0"s);
+  EXPECT_EQ(text_of(interfaces + "a0", "DefaultGateway"), "10.8.0.254\0\0"s);
+  EXPECT_EQ(text_of(interfaces + "b0", "IPAddress"), "\0"s);
+  EXPECT_EQ(text_of("SYSTEM\\CurrentControlSet\\Control\\Network\\"
+                    "{4D36E972-E325-11CE-BFC1-08002BE10318}\\a0\\Connection",
+                    "Name"),
+            "a0\0"s);
+  EXPECT_EQ(host_.find_key(interfaces + "c0"), 2U);
+  EXPECT_EQ(host_.set_value(interfaces + "a0", "IPAddress", {}), 5U);
+  EXPECT_EQ(host_.create_key("Software"), 5U);
+  EXPECT_EQ(add("10.8.0.2", WIDE, a0_), 0U);
+  EXPECT_EQ(text_of(interfaces + "a0", "IpAddress"), "10.8.0.9\00010.8.0.1\00010.8.0.2\0\0"s);
+}
+
+TEST_F(LinuxHosts, GiveEveryRefusalOfTheKernelItsCode) {
+  run_shell("ip addr add 10.9.0.1/16 dev a0");
+  const DWORD standing = context_of("10.9.0.1", WIDE);
+  ASSERT_EQ(seteuid(65534), 0);
+  const DWORD adding = add("10.9.0.2", WIDE, a0_);
+  const DWORD deleting = host_.delete_address(standing);
+  const DWORD status = host_.set_admin_status(a0_, 2);
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_EQ(adding, 5U);
+  EXPECT_EQ(deleting, 5U);
+  EXPECT_EQ(status, 5U);
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+
+  run_shell("ip link set lo mtu 60");
+  EXPECT_EQ(add("10.9.0.2", WIDE, 1), 50U) << "an interface without IPv4";
+  run_shell("ip link set a0 down");
+  EXPECT_EQ(add("10.9.0.2", WIDE, a0_), 0U) << "an interface that is down";
+  run_shell("ip link del a0");
+  EXPECT_EQ(add("10.9.0.3", WIDE, a0_), 55U) << "an interface that is gone";
+  EXPECT_EQ(host_.delete_address(context_), 1168U);
+  EXPECT_EQ(host_.set_admin_status(a0_, 1), 55U);
+}
+
+TEST_F(LinuxHosts, TellTheOperatorWhy) {
+  run_shell("ip addr add 10.10.0.1/16 dev a0");
+  const std::string session =
+      "add 10.10.0.2 255.255.0.0 a0\nadd 10.10.0.2 255.255.0.0 b0\nadd 240.0.0.1 255.0.0.0 a0\n"
+      "add 10.10.0.3 255.255.0.0 no0\ndel 10.10.0.1 a0\npurge 10.10.0.1 a0\nprint\nquit\n";
+  const Outcome outcome = run_session(session);
+  EXPECT_EQ(outcome.status, 0);
+  for (const char* words :
+       {"address <10.10.0.1> was created by another application.", "The parameter is incorrect.",
+        "Cannot find <no0> adapter.", "Operating system : Windows NT ", " Linux "}) {
+    EXPECT_THAT(outcome.errors, HasSubstr(words));
+  }
+  EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.10.0.2/16", "lo 127.0.0.1/8"));
+
+  ASSERT_EQ(seteuid(65534), 0);
+  const Outcome denied = run_session("add 10.10.0.4 255.255.0.0 a0\npurge 10.10.0.2 a0\n");
+  ASSERT_EQ(seteuid(0), 0);
+  EXPECT_THAT(denied.errors, HasSubstr("AddIPAddress Failed. Reason=Access is denied."));
+  EXPECT_THAT(denied.errors, HasSubstr("DeleteIPAddress Failed. Reason=Access is denied."));
+  EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.10.0.2/16", "lo 127.0.0.1/8"));
+}
+
+TEST_F(LinuxHosts, LeaveAContiguousRunWhenKilled) {
+  run_shell("ip addr add 10.11.255.254/16 dev a0");
+  const std::vector<std::string> before = kernel_addresses();
+  const pid_t child = fork();
+  if (child == 0) {
+    const std::string command =
+        "exec >/dev/null 2>&1; echo stress 99 100 10.11.1.1 255.255.0.0 a0 | " +
+        std::string("ZARVO_HOST=linux exec ") + KADRIX_PROGRAM;
+    setpgid(0, 0);
+    execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
+    _exit(127);
+  }
+  setpgid(child, child);
+  // Somewhere in the first adding or the first deleting.
+  std::this_thread::sleep_for(std::chrono::milliseconds(120 + getpid() % 100));
+  kill(-child, SIGKILL);
+  waitpid(child, nullptr, 0);
+
+  std::vector<int> left;
+  std::string purges;
+  for (const HostAddress& row : addresses()) {
+    const std::string text = row.address_text;
+    if (!text.starts_with("10.11.1.")) continue;
+    left.push_back(std::stoi(text.substr(8)));
+    purges += "purge " + text + " a0\n";
+  }
+  ASSERT_FALSE(left.empty());
+  EXPECT_EQ(left.back() - left.front() + 1, static_cast<int>(left.size()));
+  EXPECT_TRUE(left.front() == 1 || left.back() == 100);
+  run_session(purges);
+  EXPECT_EQ(kernel_addresses(), before);
+  const Outcome next = run_session("stress 1 50 10.11.1.1 255.255.0.0 a0\n");
+  EXPECT_THAT(next.errors, HasSubstr("------"));
+  EXPECT_EQ(kernel_addresses(), before);
+}
+
+}  // namespace

@@ -1,0 +1,28 @@
+// Network namespaces for tests that change real addresses: nothing outside is ever touched.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// A network namespace of its own, for this process and its children while the object lives.
+class NetworkNamespace {
+ public:
+  NetworkNamespace();
+  ~NetworkNamespace();
+  NetworkNamespace(const NetworkNamespace&) = delete;
+  NetworkNamespace& operator=(const NetworkNamespace&) = delete;
+
+  /// Empty, or why this machine allows none; then nothing may be changed.
+  [[nodiscard]] const std::string& refusal() const { return refusal_; }
+
+ private:
+  int before_ = -1;
+  std::string refusal_;
+};
+
+/// Runs a command of the shell and gives what it says; throws when it fails.
+std::string run_shell(const std::string& command);
+
+/// The IPv4 addresses of all interfaces as the system's own tool lists them, each as
+/// "INTERFACE ADDRESS/PREFIX", sorted.
+std::vector<std::string> kernel_addresses();
