@@ -2,7 +2,10 @@
 
 #include <windows.h>
 
+#include <algorithm>
 #include <cstdio>
+#include <iterator>
+#include <string_view>
 
 namespace {
 
@@ -15,6 +18,12 @@ const char* windows_95_family_release(DWORD minor) {
   }
 }
 
+/// Puts a text into a field of NULs, cut to leave one.
+template <std::size_t SIZE>
+void set(char (&field)[SIZE], std::string_view text) {
+  text.copy(field, SIZE - 1);
+}
+
 }  // namespace
 
 int uname(OsIdentity& identity) {
@@ -23,14 +32,11 @@ int uname(OsIdentity& identity) {
   GetVersionExA(&version);
 
   identity = {};
-  std::snprintf(identity.sysname, sizeof identity.sysname, "windows");
+  set(identity.sysname, "windows");
   switch (version.dwPlatformId) {
-    case VER_PLATFORM_WIN32s:
-      std::snprintf(identity.release, sizeof identity.release, "3.10 (win32s)");
-      break;
+    case VER_PLATFORM_WIN32s: set(identity.release, "3.10 (win32s)"); break;
     case VER_PLATFORM_WIN32_WINDOWS:
-      std::snprintf(identity.release, sizeof identity.release, "%s",
-                    windows_95_family_release(version.dwMinorVersion));
+      set(identity.release, windows_95_family_release(version.dwMinorVersion));
       break;
     case VER_PLATFORM_WIN32_NT:
       std::snprintf(identity.release, sizeof identity.release, "NT %lu.%lu",
@@ -39,8 +45,9 @@ int uname(OsIdentity& identity) {
       break;
     default: break;
   }
-  std::snprintf(identity.version, sizeof identity.version, "%.*s",
-                static_cast<int>(sizeof version.szCSDVersion), version.szCSDVersion);
-  std::snprintf(identity.machine, sizeof identity.machine, "x86");
+  const char* end =
+      std::find(std::begin(version.szCSDVersion), std::end(version.szCSDVersion), '\0');
+  set(identity.version, {std::begin(version.szCSDVersion), end});
+  set(identity.machine, "x86");
   return 0;
 }

@@ -11,9 +11,15 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <string_view>
+#include <utility>
 
-const MemoryOperations STANDARD_MEMORY = {std::calloc, std::malloc, std::free, std::realloc,
-                                          std::free};
+// Calls instead of the functions' addresses, which would have to be looked up at every start.
+const MemoryOperations STANDARD_MEMORY = {
+    [](std::size_t count, std::size_t size) { return std::calloc(count, size); },
+    [](std::size_t size) { return std::malloc(size); }, [](void* block) { std::free(block); },
+    [](void* block, std::size_t size) { return std::realloc(block, size); },
+    [](void* block) { std::free(block); }};
 
 namespace {
 
@@ -146,15 +152,23 @@ namespace {
 /// second. Leaves errno as it was: the log reports errno, and must not be what sets it.
 const char* time_stamp() {
   static std::time_t stamped = -1;
-  static char text[64];
+  static char text[sizeof "11/22.14:05:09"];
   const std::time_t now = std::time(nullptr);
   if (now != stamped) {
     const int kept_errno = errno;
     stamped = now;
     const std::tm* local = std::localtime(&now);
     const std::tm clock = local != nullptr ? *local : std::tm{};
-    std::snprintf(text, sizeof text, "%02d/%02d.%02d:%02d:%02d", clock.tm_mon + 1, clock.tm_mday,
-                  clock.tm_hour, clock.tm_min, clock.tm_sec);
+    char* at = text;
+    for (const auto& [number, end] : {std::pair{clock.tm_mon + 1, '/'},
+                                      {clock.tm_mday, '.'},
+                                      {clock.tm_hour, ':'},
+                                      {clock.tm_min, ':'},
+                                      {clock.tm_sec, '\0'}}) {
+      *at++ = static_cast<char>('0' + number / 10);
+      *at++ = static_cast<char>('0' + number % 10);
+      *at++ = end;
+    }
     errno = kept_errno;
   }
   return text;
@@ -165,22 +179,31 @@ struct ReportBuffer {
   char text[REPORT_BUFFER_SIZE];
   std::size_t length = 0;
 
+  /// Most reports are texts put together: these are copied, and only what follows the first other
+  /// conversion is left to the formatter.
   [[gnu::format(printf, 2, 0)]] void append(const char* format, std::va_list arguments) {
+    for (;;) {
+      const std::size_t plain = std::strcspn(format, "%");
+      append_text({format, plain});
+      format += plain;
+      if (format[0] != '%' || format[1] != 's') break;
+      const char* argument = va_arg(arguments, const char*);
+      append_text(argument != nullptr ? argument : "(null)");
+      format += 2;
+    }
+    text[length] = '\0';
+    if (*format != '\0') append_formatted(format, arguments);
+  }
+
+  [[gnu::format(printf, 2, 0)]] void append_formatted(const char* format, std::va_list arguments) {
     const int added = std::vsnprintf(text + length, sizeof text - length, format, arguments);
     if (added < 0) text[length] = '\0';
     length = std::min(length + static_cast<std::size_t>(std::max(added, 0)), sizeof text - 1);
   }
 
-  [[gnu::format(printf, 2, 3)]] void append(const char* format, ...) {
-    std::va_list arguments;
-    va_start(arguments, format);
-    append(format, arguments);
-    va_end(arguments);
-  }
-
-  void append_text(const char* added) {
-    const std::size_t size = std::strlen(added);
-    std::memcpy(text + length, added, size);
+  void append_text(std::string_view added) {
+    const std::size_t size = std::min(added.size(), sizeof text - 1 - length);
+    std::memcpy(text + length, added.data(), size);
     length += size;
   }
 
