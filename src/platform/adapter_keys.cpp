@@ -33,5 +33,5 @@ void enter_connection(Registry& registry, std::string_view adapter, std::string_
 void BindingList::add(std::string_view adapter) { bindings_.add(joined("\\Device\\", adapter)); }
 
 void BindingList::enter(Registry& registry) {
-  registry.key(LINKAGE_KEY).set("Bind", bindings_.take());
+  registry.key(std::string(LINKAGE_KEY)).set("Bind", bindings_.take());
 }

@@ -3,7 +3,6 @@
 #include <windows.h>
 
 #include <algorithm>
-#include <cctype>
 #include <cstdio>
 #include <cstring>
 #include <string>
@@ -28,8 +27,9 @@ Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}};
 /// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {
   std::string plain(name.substr(name.find_last_of('\\') + 1));
-  std::transform(plain.begin(), plain.end(), plain.begin(),
-                 [](unsigned char c) { return static_cast<char>(std::tolower(c)); });
+  std::transform(plain.begin(), plain.end(), plain.begin(), [](char c) {
+    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+  });
   if (plain.ends_with(".dll")) plain.resize(plain.size() - 4);
   return plain;
 }
@@ -117,8 +117,8 @@ BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
   information->dwPlatformId = version.platform_id;
   information->dwMajorVersion = version.major;
   information->dwMinorVersion = version.minor;
-  std::snprintf(information->szCSDVersion, sizeof information->szCSDVersion, "%s",
-                version.service_pack.c_str());
+  constexpr std::size_t LONGEST = sizeof information->szCSDVersion - 1;
+  information->szCSDVersion[version.service_pack.copy(information->szCSDVersion, LONGEST)] = '\0';
   return TRUE;
 }
 

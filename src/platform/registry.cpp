@@ -51,11 +51,6 @@ DWORD Registry::find_value(std::string_view path, std::string_view name,
   return value != nullptr ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
-Registry::Key& Registry::key(std::string_view path) {
-  const auto found = keys_.find(path);
-  return found != keys_.end() ? found->second : keys_[std::string(path)];
-}
-
 const RegistryValue* Registry::Key::find(std::string_view name) const {
   for (const auto& [held, value] : values_) {
     if (EqualIgnoringCase{}(held, name)) return &value;
@@ -69,6 +64,7 @@ void Registry::Key::set(std::string_view name, RegistryValue value) {
     old = std::move(value);
     return;
   }
+  if (values_.empty()) values_.reserve(4);
   values_.emplace_back(name, std::move(value));
 }
 

@@ -41,7 +41,7 @@ class Registry {
                                  const RegistryValue*& value) const;
 
   /// The key of a path, created when it does not exist. Stands as long as the registry.
-  Key& key(std::string_view path);
+  Key& key(std::string path) { return keys_[std::move(path)]; }
 
  private:
   std::unordered_map<std::string, Key, HashIgnoringCase, EqualIgnoringCase> keys_;

@@ -90,7 +90,7 @@ void SimulatedHost::describe_registry(HostDescription& description) {
         std::find_if(description.adapters.begin(), description.adapters.end(),
                      [](const AdapterDescription& it) { return !it.addresses.empty(); });
     if (addressed != description.adapters.end()) {
-      registry_.key(NET_TRANS_KEY)
+      registry_.key(std::string(NET_TRANS_KEY))
           .set("IpAddress", text_value(dotted(addressed->addresses.front().address)));
     }
   } else {
@@ -102,7 +102,7 @@ void SimulatedHost::describe_registry(HostDescription& description) {
   }
   for (const std::string& key : description.registry_keys) registry_.key(key);
   for (RegistryDescription& value : description.registry) {
-    Registry::Key& key = registry_.key(value.path);
+    Registry::Key& key = registry_.key(std::move(value.path));
     if (value.value) {
       key.set(value.name, std::move(*value.value));
     } else {
@@ -251,13 +251,13 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
 
 DWORD SimulatedHost::create_key(std::string_view path) {
   if (keeps_diary_) note("create " + std::string(path));
-  registry_.key(path);
+  registry_.key(std::string(path));
   return NO_ERROR;
 }
 
 DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, RegistryValue value) {
   if (keeps_diary_) note("set " + std::string(path) + "\\" + std::string(name));
-  registry_.key(path).set(name, std::move(value));
+  registry_.key(std::string(path)).set(name, std::move(value));
   return NO_ERROR;
 }
 

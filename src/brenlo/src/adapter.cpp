@@ -32,8 +32,12 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\adapter", line}; }
 struct KeyPath {
   char text[1024];
 
-  KeyPath(const char* before, const char* adapter, const char* after) {
-    std::snprintf(text, sizeof text, "%s%s%s", before, adapter, after);
+  KeyPath(std::string_view before, std::string_view adapter, std::string_view after) {
+    std::size_t length = 0;
+    for (const std::string_view piece : {before, adapter, after}) {
+      length += piece.copy(text + length, sizeof text - 1 - length);
+    }
+    text[length] = '\0';
   }
 };
 
