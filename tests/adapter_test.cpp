@@ -58,8 +58,7 @@ class Fixture {
 std::string registry_list(SimulatedHost& host, const char* value) {
   const RegistryValue* found = nullptr;
   const DWORD code = host.find_value(
-      "System\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1", value,
-      found);
+      "System\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1", value, found);
   std::string text = code == NO_ERROR ? found->data : "none";
   std::replace(text.begin(), text.end(), '\0', ',');
   return text;

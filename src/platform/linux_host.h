@@ -55,6 +55,7 @@ class LinuxHost final : public Host {
     DWORD prefix_length;
     DWORD peer;
 
+    // NOLINTNEXTLINE(modernize-use-nullptr): the check mistakes what the compiler generates
     auto operator<=>(const Place&) const = default;
   };
   /// When the kernel says that an address was created tells it from a later one in its place.
