@@ -123,7 +123,7 @@ TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
   };
   const auto table = [&] {
     std::span<const HostAddress> addresses;
-    EXPECT_EQ(host->read_addresses(addresses), 0U);
+    EXPECT_EQ(host->read_addresses(Reading::FRESH, addresses), 0U);
     std::vector<std::string> texts;
     for (const HostAddress& address : addresses) texts.emplace_back(address.address_text);
     return texts;

@@ -51,6 +51,9 @@ struct ScriptedFault {
   bool raise = false;  ///< an access violation instead of a result
 };
 
+/// Of a table that may change at any moment: what stands now, or what the last reading gave.
+enum class Reading { FRESH, AS_BEFORE };
+
 /// A machine that can be looked at.
 class HostView {
  public:
@@ -66,10 +69,12 @@ class HostView {
                                           std::string_view function) const = 0;
 
   /// The adapters, in the host's own order.
-  [[nodiscard]] virtual DWORD read_adapters(std::span<const HostAdapter>& adapters) = 0;
+  [[nodiscard]] virtual DWORD read_adapters(Reading reading,
+                                            std::span<const HostAdapter>& adapters) = 0;
 
   /// The addresses of all adapters, in ascending order.
-  [[nodiscard]] virtual DWORD read_addresses(std::span<const HostAddress>& addresses) = 0;
+  [[nodiscard]] virtual DWORD read_addresses(Reading reading,
+                                             std::span<const HostAddress>& addresses) = 0;
 
   /// Registry paths are relative to HKEY_LOCAL_MACHINE; their names ignore case. What the registry
   /// does not hold is answered with 2 (ERROR_FILE_NOT_FOUND).

@@ -7,6 +7,7 @@
 #include <cstddef>
 #include <cstring>
 #include <string_view>
+#include <utility>
 
 #include "platform/calls.h"
 #include "platform/host.h"
@@ -18,12 +19,26 @@ ULONG table_size(std::size_t rows) {
   return static_cast<ULONG>(offsetof(Table, table) + rows * sizeof(Table::table[0]));
 }
 
-/// Says how much room is needed; true when the caller's buffer has it.
-bool has_room(const void* buffer, PULONG size, ULONG needed) {
-  const ULONG room = buffer != nullptr ? *size : 0;
-  *size = needed;
-  return room >= needed;
-}
+/// The size protocol of one function: a call without room for the table says how much is needed,
+/// and the next call with room gets that very table, whatever changed in between.
+class SizeProtocol {
+ public:
+  [[nodiscard]] Reading reading(const void* buffer) {
+    return std::exchange(size_given_, false) && buffer != nullptr ? Reading::AS_BEFORE
+                                                                  : Reading::FRESH;
+  }
+
+  /// Says how much room is needed; true when the caller's buffer has it.
+  [[nodiscard]] bool has_room(const void* buffer, PULONG size, ULONG needed) {
+    const ULONG room = buffer != nullptr ? *size : 0;
+    *size = needed;
+    size_given_ = room < needed;
+    return !size_given_;
+  }
+
+ private:
+  bool size_given_ = false;
+};
 
 MIB_IPADDRROW address_row(const HostAddress& address) {
   MIB_IPADDRROW row = {};
@@ -123,7 +138,7 @@ class InformationList {
 /// The adapter with an interface index; null, with the code to answer, when there is none.
 const HostAdapter* find_adapter(DWORD interface_index, DWORD& code) {
   std::span<const HostAdapter> adapters;
-  code = current_host().read_adapters(adapters);
+  code = current_host().read_adapters(Reading::FRESH, adapters);
   if (code != NO_ERROR) return nullptr;
   const auto found = std::find_if(adapters.begin(), adapters.end(), [=](const HostAdapter& it) {
     return it.row.dwIndex == interface_index;
@@ -138,9 +153,11 @@ const HostAdapter* find_adapter(DWORD interface_index, DWORD& code) {
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_IF_TABLE)) return *code;
+    static SizeProtocol protocol;
     std::span<const HostAdapter> adapters;
-    if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-    if (!has_room(table, size, table_size<MIB_IFTABLE>(adapters.size()))) {
+    const DWORD code = current_host().read_adapters(protocol.reading(table), adapters);
+    if (code != NO_ERROR) return code;
+    if (!protocol.has_room(table, size, table_size<MIB_IFTABLE>(adapters.size()))) {
       return ERROR_INSUFFICIENT_BUFFER;
     }
     MIB_IFROW* const rows = table->table;
@@ -158,9 +175,11 @@ DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_IP_ADDR_TABLE)) return *code;
+    static SizeProtocol protocol;
     std::span<const HostAddress> addresses;
-    if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
-    if (!has_room(table, size, table_size<MIB_IPADDRTABLE>(addresses.size()))) {
+    const DWORD code = current_host().read_addresses(protocol.reading(table), addresses);
+    if (code != NO_ERROR) return code;
+    if (!protocol.has_room(table, size, table_size<MIB_IPADDRTABLE>(addresses.size()))) {
       return ERROR_INSUFFICIENT_BUFFER;
     }
     // The host's order is the sorted one, and as good as any when no order is asked for.
@@ -173,12 +192,15 @@ DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/)
 DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_ADAPTERS_INFO)) return *code;
+    static SizeProtocol protocol;
+    const Reading reading = protocol.reading(list);
     std::span<const HostAdapter> adapters;
     std::span<const HostAddress> addresses;
-    if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-    if (const DWORD code = current_host().read_addresses(addresses); code != NO_ERROR) return code;
+    DWORD code = current_host().read_adapters(reading, adapters);
+    if (code == NO_ERROR) code = current_host().read_addresses(reading, addresses);
+    if (code != NO_ERROR) return code;
     if (adapters.empty()) return ERROR_NO_DATA;
-    if (!has_room(list, size, InformationList::size(adapters, addresses))) {
+    if (!protocol.has_room(list, size, InformationList::size(adapters, addresses))) {
       return ERROR_BUFFER_OVERFLOW;
     }
     InformationList(list, adapters.size()).fill(adapters, addresses);

@@ -15,6 +15,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
 #include "platform/adapter_keys.h"
 #include "platform/exact_wait.h"
@@ -25,6 +26,8 @@ namespace {
 /// How often a reading is begun again that changes of the host spoil.
 constexpr int MAX_READINGS = 10;
 
+/// What the registry lists for an interface without an address.
+constexpr char NO_ADDRESS[] = "0.0.0.0";
 constexpr DWORD STATUS_UP = 1;
 constexpr DWORD STATUS_DOWN = 2;
 constexpr DWORD TYPE_OTHER = 1;
@@ -41,6 +44,7 @@ constexpr CodeOfError CODES[] = {
     {0, NO_ERROR},
     {EPERM, ERROR_ACCESS_DENIED},
     {EACCES, ERROR_ACCESS_DENIED},
+    {EADDRINUSE, ERROR_OBJECT_ALREADY_EXISTS},
     {EADDRNOTAVAIL, ERROR_NOT_FOUND},
     {EAFNOSUPPORT, ERROR_NOT_SUPPORTED},
     {EBUSY, ERROR_BUSY},
@@ -82,11 +86,20 @@ constexpr TypeOfHardware TYPES[] = {
     {ARPHRD_IEEE80211_RADIOTAP, TYPE_WIRELESS},
 };
 
-/// A wireless interface is an Ethernet to the kernel's tables; only its drivers know it.
-bool is_wireless(const std::string& name) {
+/// A wireless interface is an Ethernet to the kernel's tables; only its driver's folder tells,
+/// which may be of an interface that has the name in another network namespace.
+bool is_wireless(const std::string& name, int index) {
   const std::string folder = "/sys/class/net/" + name;
-  return access((folder + "/phy80211").c_str(), F_OK) == 0 ||
-         access((folder + "/wireless").c_str(), F_OK) == 0;
+  if (access((folder + "/phy80211").c_str(), F_OK) != 0 &&
+      access((folder + "/wireless").c_str(), F_OK) != 0) {
+    return false;
+  }
+  std::FILE* file = std::fopen((folder + "/ifindex").c_str(), "r");
+  if (file == nullptr) return false;
+  int its_index = 0;
+  const bool read = std::fscanf(file, "%d", &its_index) == 1;
+  std::fclose(file);
+  return read && its_index == index;
 }
 
 DWORD interface_type(const ifinfomsg& link, const std::string& name) {
@@ -95,7 +108,9 @@ DWORD interface_type(const ifinfomsg& link, const std::string& name) {
   if (found == std::end(TYPES)) {
     return (link.ifi_flags & IFF_POINTOPOINT) != 0 ? TYPE_POINT_TO_POINT : TYPE_OTHER;
   }
-  if (found->type == MIB_IF_TYPE_ETHERNET && is_wireless(name)) return TYPE_WIRELESS;
+  if (found->type == MIB_IF_TYPE_ETHERNET && is_wireless(name, link.ifi_index)) {
+    return TYPE_WIRELESS;
+  }
   return found->type;
 }
 
@@ -180,9 +195,9 @@ int LinuxHost::dump(RtRequest& request, Begin begin, Visit visit) {
 /// when news were lost, by reading them all.
 DWORD LinuxHost::follow_addresses() {
   const auto visit = [this](const nlmsghdr& message) { take_news(message); };
-  int error = follows_ ? news_.take(visit) : ENOBUFS;
   // Should what follows not end well, the next time begins anew.
-  follows_ = false;
+  const bool followed = std::exchange(follows_, false);
+  int error = followed ? news_.take(visit) : ENOBUFS;
   for (int i = 0; error == ENOBUFS && i < MAX_READINGS; ++i) {
     error = read_all_addresses();
     if (error == 0) error = news_.take(visit);
@@ -195,7 +210,6 @@ int LinuxHost::read_all_addresses() {
   // News are heard before the reading begins, so that no change falls between the two.
   if (const int error = news_.listen(); error != 0) return error;
   adapters_are_stale_ = true;
-  promoting_.clear();
   RtRequest request(RTM_GETADDR, NLM_F_DUMP);
   request.part<ifaddrmsg>().ifa_family = AF_INET;
   const int error = dump(
@@ -211,12 +225,8 @@ void LinuxHost::take_news(const nlmsghdr& message) {
   switch (message.nlmsg_type) {
     case RTM_NEWADDR:
     case RTM_DELADDR: take_address(message); break;
-    case RTM_DELLINK:
-      // Another interface may come by its index.
-      promoting_.erase(static_cast<DWORD>(
-          static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message))->ifi_index));
-      [[fallthrough]];
-    case RTM_NEWLINK: adapters_are_stale_ = true; break;
+    case RTM_NEWLINK:
+    case RTM_DELLINK: adapters_are_stale_ = true; break;
     default: break;
   }
 }
@@ -237,7 +247,8 @@ void LinuxHost::take_address(const nlmsghdr& message) {
   if (times != nullptr && mnl_attr_get_payload_len(times) >= sizeof(ifa_cacheinfo)) {
     created = static_cast<const ifa_cacheinfo*>(mnl_attr_get_payload(times))->cstamp;
   }
-  enter_address(place, created);
+  const std::uint32_t flags = number_in(attributes[IFA_FLAGS], part.ifa_flags);
+  enter_address(place, created)->second.secondary = (flags & IFA_F_SECONDARY) != 0;
 }
 
 LinuxHost::Addresses::iterator LinuxHost::enter_address(const Place& place, Created created) {
@@ -252,7 +263,8 @@ LinuxHost::Addresses::iterator LinuxHost::enter_address(const Place& place, Crea
     found = erase_address(found);
   }
   const DWORD context = next_context_++;
-  const auto entered = addresses_.emplace_hint(found, place, Standing{context, sweep_, created});
+  const auto entered =
+      addresses_.emplace_hint(found, place, Standing{context, sweep_, created, false});
   try {
     by_context_.emplace_hint(by_context_.end(), context, place);
   } catch (const std::bad_alloc&) {
@@ -276,9 +288,11 @@ bool LinuxHost::has_address(std::uint32_t address) const {
   return found != addresses_.end() && found->first.address == address;
 }
 
-DWORD LinuxHost::read_addresses(std::span<const HostAddress>& addresses) {
-  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  if (snapshot_is_stale_) {
+DWORD LinuxHost::read_addresses(Reading reading, std::span<const HostAddress>& addresses) {
+  if (reading == Reading::FRESH) {
+    if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
+  }
+  if (reading == Reading::FRESH && snapshot_is_stale_) {
     snapshot_.clear();
     snapshot_.reserve(addresses_.size());
     for (const auto& [place, standing] : addresses_) {
@@ -330,19 +344,19 @@ DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, D
 
 DWORD LinuxHost::delete_address(DWORD context) {
   if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  const auto found = by_context_.find(context);
-  if (found == by_context_.end()) return ERROR_NOT_FOUND;
-  const Place place = found->second;
-  int error = promote_secondaries(place.interface_index);
-  if (error == 0) error = request_address(RTM_DELADDR, 0, place);
-  if (error == 0 || error == EADDRNOTAVAIL) erase_address(addresses_.find(place));
+  const auto place = by_context_.find(context);
+  if (place == by_context_.end()) return ERROR_NOT_FOUND;
+  const auto found = addresses_.find(place->second);
+  const auto& [its_place, standing] = *found;
+  // Only a primary address may take others with it.
+  int error = standing.secondary ? 0 : promote_secondaries(its_place.interface_index);
+  if (error == 0) error = request_address(RTM_DELADDR, 0, its_place);
+  if (error == 0 || error == EADDRNOTAVAIL) erase_address(found);
   return code_of(error);
 }
 
 /// Has the kernel keep an interface's secondary addresses when the primary of their subnet goes.
 int LinuxHost::promote_secondaries(DWORD interface_index) {
-  const auto entered = promoting_.insert(interface_index);
-  if (!entered.second) return 0;
   RtRequest request(RTM_SETLINK, 0);
   request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
   nlattr* families = request.begin_nest(IFLA_AF_SPEC);
@@ -352,9 +366,7 @@ int LinuxHost::promote_secondaries(DWORD interface_index) {
   request.end_nest(settings);
   request.end_nest(family);
   request.end_nest(families);
-  const int error = requests_.request(request);
-  if (error != 0) promoting_.erase(entered.first);
-  return error;
+  return requests_.request(request);
 }
 
 // ---- Adapters ---------------------------------------------------------------------------------
@@ -390,7 +402,10 @@ int LinuxHost::read_all_adapters() {
   const auto forget = [this] {
     for (HostAdapter& adapter : adapters_) adapter.gateways.clear();
   };
-  return dump(routes, forget, [this](const nlmsghdr& message) { take_route(message); });
+  const auto visit = [this](const nlmsghdr& message) { take_route(message); };
+  const int routing = dump(routes, forget, visit);
+  // Where nothing was ever routed there is no table yet.
+  return routing != ENOENT ? routing : 0;
 }
 
 /// Notes the gateways of a default route.
@@ -398,7 +413,7 @@ void LinuxHost::take_route(const nlmsghdr& message) {
   const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(&message));
   if (route.rtm_dst_len != 0 || route.rtm_table != RT_TABLE_MAIN) return;
   const auto attributes = attributes_of<RTA_MAX + 1, rtmsg>(message);
-  add_gateway(number_in(attributes[RTA_OIF]), number_in(attributes[RTA_GATEWAY]));
+  take_hop(number_in(attributes[RTA_OIF]), route.rtm_flags, attributes[RTA_GATEWAY]);
   const nlattr* paths = attributes[RTA_MULTIPATH];
   if (paths == nullptr) return;
   std::size_t left = mnl_attr_get_payload_len(paths);
@@ -407,19 +422,24 @@ void LinuxHost::take_route(const nlmsghdr& message) {
     const auto& hop = *reinterpret_cast<const rtnexthop*>(at);
     if (hop.rtnh_len < sizeof hop || hop.rtnh_len > left) return;
     const auto of_hop = attributes_in<RTA_MAX + 1>(at + sizeof hop, hop.rtnh_len - sizeof hop);
-    if ((hop.rtnh_flags & RTNH_F_DEAD) == 0) {
-      add_gateway(static_cast<DWORD>(hop.rtnh_ifindex), number_in(of_hop[RTA_GATEWAY]));
-    }
+    take_hop(static_cast<DWORD>(hop.rtnh_ifindex), hop.rtnh_flags, of_hop[RTA_GATEWAY]);
     const std::size_t step = std::min<std::size_t>(MNL_ALIGN(hop.rtnh_len), left);
     at += step;
     left -= step;
   }
 }
 
-void LinuxHost::add_gateway(DWORD interface_index, DWORD gateway) {
-  if (gateway == 0) return;
-  for (HostAdapter& adapter : adapters_) {
-    if (adapter.row.dwIndex == interface_index) adapter.gateways.push_back(dotted(gateway));
+void LinuxHost::take_hop(DWORD interface_index, unsigned flags, const nlattr* gateway) {
+  if (gateway == nullptr || (flags & RTNH_F_DEAD) != 0) return;
+  const auto adapter = std::find_if(adapters_.begin(), adapters_.end(), [=](const HostAdapter& it) {
+    return it.row.dwIndex == interface_index;
+  });
+  if (adapter == adapters_.end()) return;
+  std::vector<std::string>& listed = adapter->gateways;
+  std::string text = dotted(number_in(gateway));
+  // Routes of several metrics may go by the same gateway.
+  if (std::find(listed.begin(), listed.end(), text) == listed.end()) {
+    listed.push_back(std::move(text));
   }
 }
 
@@ -434,8 +454,8 @@ bool LinuxHost::has_ipv4(DWORD interface_index) {
   return error != 0 || found;
 }
 
-DWORD LinuxHost::read_adapters(std::span<const HostAdapter>& adapters) {
-  const DWORD code = follow_adapters();
+DWORD LinuxHost::read_adapters(Reading reading, std::span<const HostAdapter>& adapters) {
+  const DWORD code = reading == Reading::FRESH ? follow_adapters() : NO_ERROR;
   if (code == NO_ERROR) adapters = adapters_;
   return code;
 }
@@ -485,6 +505,10 @@ Registry LinuxHost::registry_of_facts() const {
   BindingList bindings;
   for (const HostAdapter& adapter : adapters_) {
     Lists& its_lists = lists[adapter.row.dwIndex];
+    if (its_lists.count == 0) {
+      its_lists.addresses.add(NO_ADDRESS);
+      its_lists.masks.add(NO_ADDRESS);
+    }
     enter_interface(registry, adapter.name, its_lists.addresses.take(), its_lists.masks.take(),
                     adapter.gateways);
     enter_connection(registry, adapter.name, adapter.name);

@@ -6,7 +6,6 @@
 #include <cstdint>
 #include <map>
 #include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
@@ -24,8 +23,10 @@ class LinuxHost final : public Host {
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
-  [[nodiscard]] DWORD read_adapters(std::span<const HostAdapter>& adapters) override;
-  [[nodiscard]] DWORD read_addresses(std::span<const HostAddress>& addresses) override;
+  [[nodiscard]] DWORD read_adapters(Reading reading,
+                                    std::span<const HostAdapter>& adapters) override;
+  [[nodiscard]] DWORD read_addresses(Reading reading,
+                                     std::span<const HostAddress>& addresses) override;
   /// The registry shows interfaces and addresses; it cannot be written.
   [[nodiscard]] DWORD find_key(std::string_view path) override;
   [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
@@ -64,6 +65,7 @@ class LinuxHost final : public Host {
     DWORD context;
     std::uint32_t sweep;  ///< the reading of all addresses that it was last seen in or after
     Created created;
+    bool secondary;  ///< goes with the primary of its subnet unless the kernel promotes it
   };
   using Addresses = std::map<Place, Standing>;
 
@@ -80,7 +82,7 @@ class LinuxHost final : public Host {
   DWORD follow_adapters();
   int read_all_adapters();
   void take_route(const nlmsghdr& message);
-  void add_gateway(DWORD interface_index, DWORD gateway);
+  void take_hop(DWORD interface_index, unsigned flags, const nlattr* gateway);
   [[nodiscard]] bool has_ipv4(DWORD interface_index);
 
   DWORD lay_out_registry();
@@ -109,5 +111,4 @@ class LinuxHost final : public Host {
 
   Registry registry_;
   bool registry_is_stale_ = true;
-  std::set<DWORD> promoting_;  ///< interfaces that keep secondary addresses when a primary goes
 };

@@ -128,12 +128,12 @@ bool SimulatedHost::has_function(std::string_view library, std::string_view func
   return true;
 }
 
-DWORD SimulatedHost::read_adapters(std::span<const HostAdapter>& adapters) {
+DWORD SimulatedHost::read_adapters(Reading /*reading*/, std::span<const HostAdapter>& adapters) {
   adapters = adapters_;
   return NO_ERROR;
 }
 
-DWORD SimulatedHost::read_addresses(std::span<const HostAddress>& addresses) {
+DWORD SimulatedHost::read_addresses(Reading /*reading*/, std::span<const HostAddress>& addresses) {
   if (snapshot_is_stale_) {
     snapshot_.clear();
     snapshot_.reserve(addresses_.size());

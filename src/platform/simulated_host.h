@@ -20,8 +20,10 @@ class SimulatedHost final : public Host {
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
-  [[nodiscard]] DWORD read_adapters(std::span<const HostAdapter>& adapters) override;
-  [[nodiscard]] DWORD read_addresses(std::span<const HostAddress>& addresses) override;
+  [[nodiscard]] DWORD read_adapters(Reading reading,
+                                    std::span<const HostAdapter>& adapters) override;
+  [[nodiscard]] DWORD read_addresses(Reading reading,
+                                     std::span<const HostAddress>& addresses) override;
   [[nodiscard]] DWORD find_key(std::string_view path) override;
   [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
                                  const RegistryValue*& value) override;
