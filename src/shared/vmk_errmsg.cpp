@@ -11,6 +11,7 @@
 #include <cstring>
 #include <ctime>
 #include <iterator>
+#include <limits>
 #include <string_view>
 #include <utility>
 
@@ -179,16 +180,22 @@ struct ReportBuffer {
   char text[REPORT_BUFFER_SIZE];
   std::size_t length = 0;
 
-  /// Most reports are texts put together: these are copied, and only what follows the first other
-  /// conversion is left to the formatter.
+  /// Most reports are texts and whole numbers put together: these are written by hand, and what
+  /// follows the first other conversion is left to the formatter.
   [[gnu::format(printf, 2, 0)]] void append(const char* format, std::va_list arguments) {
     for (;;) {
-      const std::size_t plain = std::strcspn(format, "%");
-      append_text({format, plain});
-      format += plain;
-      if (format[0] != '%' || format[1] != 's') break;
-      const char* argument = va_arg(arguments, const char*);
-      append_text(argument != nullptr ? argument : "(null)");
+      const char* conversion = std::strchr(format, '%');
+      if (conversion == nullptr) conversion = format + std::strlen(format);
+      append_text({format, conversion});
+      format = conversion;
+      if (format[0] == '%' && format[1] == 's') {
+        const char* argument = va_arg(arguments, const char*);
+        append_text(argument != nullptr ? argument : "(null)");
+      } else if (format[0] == '%' && format[1] == 'd') {
+        append_number(va_arg(arguments, int));
+      } else {
+        break;
+      }
       format += 2;
     }
     text[length] = '\0';
@@ -207,6 +214,11 @@ struct ReportBuffer {
     length += size;
   }
 
+  void append_number(int number) {
+    char digits[std::numeric_limits<int>::digits10 + 2];
+    append_text({digits, std::to_chars(digits, std::end(digits), number).ptr});
+  }
+
   /// "LEVEL TIME FILE:LINE - ", the level word in five columns; INFO names no place. Put together
   /// by hand: every report passes here.
   void append_header(Level level) {
@@ -216,8 +228,7 @@ struct ReportBuffer {
       append_text(" ");
       append_text(report_state.file);
       append_text(":");
-      length = static_cast<std::size_t>(
-          std::to_chars(text + length, text + sizeof text, report_state.line).ptr - text);
+      append_number(report_state.line);
     }
     append_text(" - ");
   }
