@@ -348,14 +348,24 @@ DWORD LinuxHost::delete_address(DWORD context) {
   if (place == by_context_.end()) return ERROR_NOT_FOUND;
   const auto found = addresses_.find(place->second);
   const auto& [its_place, standing] = *found;
-  // Only a primary address may take others with it.
-  int error = standing.secondary ? 0 : promote_secondaries(its_place.interface_index);
+  int error = keep_secondaries(its_place.interface_index, standing.secondary);
   if (error == 0) error = request_address(RTM_DELADDR, 0, its_place);
   if (error == 0 || error == EADDRNOTAVAIL) erase_address(found);
   return code_of(error);
 }
 
-/// Has the kernel keep an interface's secondary addresses when the primary of their subnet goes.
+/// Sees to it, before an address goes, that the kernel keeps the interface's others: before the
+/// first one, and before each primary one, which alone takes others, since somebody may have undone
+/// it.
+int LinuxHost::keep_secondaries(DWORD interface_index, bool secondary) {
+  const bool first = !kept_.contains(interface_index);
+  if (!first && secondary) return 0;
+  const int error = promote_secondaries(interface_index);
+  if (error == 0) kept_.insert(interface_index);
+  return error;
+}
+
+/// Tells the kernel to promote a secondary address when the primary of its subnet goes.
 int LinuxHost::promote_secondaries(DWORD interface_index) {
   RtRequest request(RTM_SETLINK, 0);
   request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);

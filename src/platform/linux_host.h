@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -77,6 +78,7 @@ class LinuxHost final : public Host {
   Addresses::iterator erase_address(Addresses::iterator address);
   [[nodiscard]] bool has_address(std::uint32_t address) const;
   int request_address(std::uint16_t type, unsigned flags, const Place& place);
+  int keep_secondaries(DWORD interface_index, bool secondary);
   int promote_secondaries(DWORD interface_index);
 
   DWORD follow_adapters();
@@ -103,6 +105,7 @@ class LinuxHost final : public Host {
   std::uint32_t sweep_ = 0;
   std::vector<HostAddress> snapshot_;
   bool snapshot_is_stale_ = true;
+  std::set<DWORD> kept_;  ///< interfaces that were told to keep their secondary addresses
 
   // Apart, and left while addresses are being changed: each change of an address changes routes.
   RtNews route_news_{RTMGRP_IPV4_ROUTE};
