@@ -1,18 +1,27 @@
 #include "fuzz/targets.h"
 
+#include <winsock2.h>
+
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <filesystem>
+#include <iterator>
 #include <memory>
+#include <span>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include "brenlo/src/brenlocfg.h"
+#include "brenlo/src/kadrix.h"
+#include "platform/host_description.h"
+#include "platform/simulated_host.h"
 #include "shared/include/searchpath.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_debug_config.h"
@@ -54,7 +63,7 @@ class Folder {
   [[nodiscard]] std::string path() const { return path_.string(); }
 
   [[nodiscard]] std::string write(const char* name, const void* data, std::size_t size) const {
-    const std::string path = path_ / name;
+    std::string path = path_ / name;
     const Stream stream(std::fopen(path.c_str(), "wb"), std::fclose);
     std::fwrite(data, 1, size, stream.get());
     return path;
@@ -168,4 +177,101 @@ void fuzz_ranges(const std::uint8_t* data, std::size_t size) {
   std::vector<std::uint8_t> again(POSITIONS + 1);
   ranges_to_flags(ranges.str(), again.data(), POSITIONS, 1);
   require(flags == again, "ranges say what the flags say");
+}
+
+void fuzz_description(const std::uint8_t* data, std::size_t size) {
+  try {
+    SimulatedHost host(parse_description(text_of(data, size), "d"));
+  } catch (const DescriptionError& error) {
+    require(std::string_view(error.what()).starts_with("d:"),
+            "what is refused is told with its line");
+  }
+}
+
+namespace {
+
+/// The hosts of sessions: the IP Helper, the DHCP client with blank slots, and neither. Additions
+/// soon fail, so that no stress test runs for long.
+constexpr const char* SESSION_HOSTS[] = {
+    R"([time]
+sleep = false
+[[adapters]]
+name = "A"
+description = "Fast Ethernet"
+index = 2
+addresses = ["10.0.0.1/255.0.0.0", "10.0.0.9/255.0.0.0"]
+gateways = ["10.0.0.254"]
+[[adapters]]
+name = "B"
+index = 3
+type = 71
+addresses = ["0.0.0.0/0.0.0.0"]
+[[faults]]
+function = "AddIPAddress"
+code = 1450
+skip = 100
+)",
+    R"([time]
+sleep = false
+[libraries]
+iphlpapi = false
+[[adapters]]
+name = "A"
+index = 2
+addresses = ["10.0.0.1/255.0.0.0"]
+blank_slots = 12
+[[faults]]
+function = "DhcpNotifyConfigChange"
+code = 5
+skip = 100
+)",
+    R"([time]
+sleep = false
+[libraries]
+iphlpapi = false
+dhcpcsvc = false
+)"};
+
+/// Whether a run of digits is so long that a stress test with it would take long.
+bool has_large_number(std::string_view text) {
+  std::size_t digits = 0;
+  for (const char c : text) {
+    digits = c >= '0' && c <= '9' ? digits + 1 : 0;
+    if (digits > 3) return true;
+  }
+  return false;
+}
+
+/// What must hold of a host whatever was typed: its table ascends, its contexts are its own, and
+/// each takes away the address that it stands for.
+void check_host(SimulatedHost& host) {
+  std::span<const HostAddress> addresses;
+  require(host.read_addresses(Reading::FRESH, addresses) == NO_ERROR, "the table is read");
+  const auto before = [](const HostAddress& a, const HostAddress& b) {
+    return ntohl(a.address) < ntohl(b.address);
+  };
+  require(std::is_sorted(addresses.begin(), addresses.end(), before), "the table ascends");
+  const std::vector<HostAddress> all(addresses.begin(), addresses.end());
+  for (const HostAddress& address : all) {
+    require(host.delete_address(address.context) == NO_ERROR, "a context stands for an address");
+  }
+  require(host.read_addresses(Reading::FRESH, addresses) == NO_ERROR && addresses.empty(),
+          "every address has a context");
+}
+
+}  // namespace
+
+void fuzz_session(const std::uint8_t* data, std::size_t size) {
+  if (size == 0 || has_large_number(text_of(data + 1, size - 1))) return;
+  auto owned = std::make_unique<SimulatedHost>(
+      parse_description(SESSION_HOSTS[data[0] % std::size(SESSION_HOSTS)], "session"));
+  SimulatedHost& host = *owned;
+  std::unique_ptr<Host> before_it = install_host(std::move(owned));
+  const Stream typed = stream_of(data + 1, size - 1);
+  std::FILE* const keyboard = std::exchange(stdin, typed.get());
+  const char* const arguments[] = {"kadrix"};
+  require(run_kadrix(1, arguments) == 0, "a session ends well");
+  stdin = keyboard;
+  check_host(host);
+  install_host(std::move(before_it));
 }
