@@ -198,23 +198,33 @@ DWORD LinuxHost::follow_addresses() {
   // Should what follows not end well, the next time begins anew.
   const bool followed = std::exchange(follows_, false);
   int error = followed ? news_.take(visit) : ENOBUFS;
-  for (int i = 0; error == ENOBUFS && i < MAX_READINGS; ++i) {
+  for (int i = 0; (error == ENOBUFS || error == EINTR) && i < MAX_READINGS; ++i) {
     error = read_all_addresses();
-    if (error == 0) error = news_.take(visit);
   }
   follows_ = error == 0;
   return code_of(error);
 }
 
+/// Reads all addresses once, and the news since it began. EINTR: the reading may lack an address.
 int LinuxHost::read_all_addresses() {
   // News are heard before the reading begins, so that no change falls between the two.
   if (const int error = news_.listen(); error != 0) return error;
   adapters_are_stale_ = true;
+  ++sweep_;
   RtRequest request(RTM_GETADDR, NLM_F_DUMP);
   request.part<ifaddrmsg>().ifa_family = AF_INET;
-  const int error = dump(
-      request, [this] { ++sweep_; }, [this](const nlmsghdr& message) { take_address(message); });
-  if (error != 0) return error;
+  const int reading =
+      requests_.exchange(request, [this](const nlmsghdr& message) { take_address(message); });
+  if (reading != 0) return reading;
+  bool any_went = false;
+  const int hearing = news_.take([&](const nlmsghdr& message) {
+    any_went = any_went || message.nlmsg_type == RTM_DELADDR;
+    take_news(message);
+  });
+  if (hearing != 0) return hearing;
+  // The kernel goes on by position from one part of its list to the next, so that an address that
+  // goes hides another; it does not always own up to that.
+  if (any_went) return EINTR;
   for (auto it = addresses_.begin(); it != addresses_.end();) {
     it = it->second.sweep == sweep_ ? std::next(it) : erase_address(it);
   }
