@@ -96,17 +96,19 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
 }
 
 BOOL WINAPI GetUserNameA(LPSTR buffer, LPDWORD size) {
-  if (const auto code = scripted_failure(Call::GET_USER_NAME)) {
-    SetLastError(*code);
-    return FALSE;
-  }
-  const std::string& name = current_host().user_name();
-  const DWORD room = *size;
-  *size = static_cast<DWORD>(name.size() + 1);
-  if (room < *size) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return FALSE;
-  }
-  std::memcpy(buffer, name.c_str(), *size);
-  return TRUE;
+  return leaving_code(BOOL{FALSE}, [=]() -> BOOL {
+    if (const auto code = scripted_failure(Call::GET_USER_NAME)) {
+      SetLastError(*code);
+      return FALSE;
+    }
+    const std::string& name = current_host().user_name();
+    const DWORD room = *size;
+    *size = static_cast<DWORD>(name.size() + 1);
+    if (room < *size) {
+      SetLastError(ERROR_INSUFFICIENT_BUFFER);
+      return FALSE;
+    }
+    std::memcpy(buffer, name.c_str(), *size);
+    return TRUE;
+  });
 }

@@ -73,6 +73,19 @@ template <typename Body>
   }
 }
 
+/// Runs the body of a call that leaves its code as last error; memory that runs out becomes
+/// `failure` with its code.
+template <typename Result, typename Body>
+[[nodiscard]] Result leaving_code(Result failure, Body body) {
+  const ErrnoKeeper keeper;
+  try {
+    return body();
+  } catch (const std::bad_alloc&) {
+    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
+    return failure;
+  }
+}
+
 /// Asks the current host's script about a call that is being made. Returns the code with which it
 /// is to fail, or nothing; a scripted access violation is raised here.
 [[nodiscard]] std::optional<DWORD> scripted_failure(Call call);

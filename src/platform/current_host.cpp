@@ -4,6 +4,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <new>
 
 #include "platform/errno_keeper.h"
 #include "platform/host.h"
@@ -19,16 +20,24 @@ std::unique_ptr<Host>& installed() {
   return host;
 }
 
+[[noreturn]] void end_without_host(const char* reason) {
+  std::fprintf(stderr, "%s\n", reason);
+  std::_Exit(2);
+}
+
 std::unique_ptr<Host> chosen_host() {
   const ErrnoKeeper keeper;
   const char* choice = std::getenv("ZARVO_HOST");
-  if (choice != nullptr && std::strcmp(choice, "linux") == 0) return std::make_unique<LinuxHost>();
   try {
+    if (choice != nullptr && std::strcmp(choice, "linux") == 0) {
+      return std::make_unique<LinuxHost>();
+    }
     return std::make_unique<SimulatedHost>(choice == nullptr ? default_description()
                                                              : read_description(choice));
   } catch (const DescriptionError& error) {
-    std::fprintf(stderr, "%s\n", error.what());
-    std::_Exit(2);
+    end_without_host(error.what());
+  } catch (const std::bad_alloc&) {
+    end_without_host("ZARVO_HOST: not enough memory");
   }
 }
 

@@ -65,18 +65,20 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
 }
 
 HMODULE WINAPI LoadLibraryA(LPCSTR name) {
-  if (const auto code = scripted_failure(Call::LOAD_LIBRARY)) {
-    SetLastError(*code);
-    return nullptr;
-  }
-  const std::string plain = plain_library_name(name);
-  if (current_host().has_library(plain)) {
-    for (Library& library : libraries) {
-      if (plain == library.name) return reinterpret_cast<HMODULE>(&library);
+  return leaving_code(HMODULE{nullptr}, [=]() -> HMODULE {
+    if (const auto code = scripted_failure(Call::LOAD_LIBRARY)) {
+      SetLastError(*code);
+      return nullptr;
     }
-  }
-  SetLastError(ERROR_MOD_NOT_FOUND);
-  return nullptr;
+    const std::string plain = plain_library_name(name);
+    if (current_host().has_library(plain)) {
+      for (Library& library : libraries) {
+        if (plain == library.name) return reinterpret_cast<HMODULE>(&library);
+      }
+    }
+    SetLastError(ERROR_MOD_NOT_FOUND);
+    return nullptr;
+  });
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {

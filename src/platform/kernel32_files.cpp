@@ -75,28 +75,30 @@ DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
 }
 
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::GET_LONG_PATH_NAME)) return fail(*code);
-  const std::string text = machine_path(path);
-  struct stat status;
-  if (stat(text.c_str(), &status) != 0) return fail(ERROR_FILE_NOT_FOUND);
-  return give_text(text, long_path, size);
+  return leaving_code(DWORD{0}, [=] {
+    if (const auto code = scripted_failure(Call::GET_LONG_PATH_NAME)) return fail(*code);
+    const std::string text = machine_path(path);
+    struct stat status;
+    if (stat(text.c_str(), &status) != 0) return fail(ERROR_FILE_NOT_FOUND);
+    return give_text(text, long_path, size);
+  });
 }
 
 HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
-  const ErrnoKeeper keeper;
   const auto refuse = [](DWORD code) {
     SetLastError(code);
     return INVALID_HANDLE_VALUE;
   };
-  if (const auto code = scripted_failure(Call::FIND_FIRST_FILE)) return refuse(*code);
-  std::string path = machine_path(pattern);
-  if (!path.ends_with("/*.*")) return refuse(ERROR_NOT_SUPPORTED);
-  path.resize(path.size() - std::strlen("*.*"));
-  Directory directory(opendir(path.c_str()));
-  if (directory == nullptr) return refuse(ERROR_PATH_NOT_FOUND);
-  if (!read_entry(directory.get(), data)) return refuse(ERROR_FILE_NOT_FOUND);
-  return directory.release();
+  return leaving_code(INVALID_HANDLE_VALUE, [=]() -> HANDLE {
+    if (const auto code = scripted_failure(Call::FIND_FIRST_FILE)) return refuse(*code);
+    std::string path = machine_path(pattern);
+    if (!path.ends_with("/*.*")) return refuse(ERROR_NOT_SUPPORTED);
+    path.resize(path.size() - std::strlen("*.*"));
+    Directory directory(opendir(path.c_str()));
+    if (directory == nullptr) return refuse(ERROR_PATH_NOT_FOUND);
+    if (!read_entry(directory.get(), data)) return refuse(ERROR_FILE_NOT_FOUND);
+    return directory.release();
+  });
 }
 
 BOOL WINAPI FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {

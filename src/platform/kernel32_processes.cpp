@@ -174,12 +174,11 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
                            BOOL /*inherit*/, DWORD /*flags*/, LPVOID /*environment*/,
                            LPCSTR /*directory*/, LPSTARTUPINFOA startup,
                            LPPROCESS_INFORMATION information) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::CREATE_PROCESS)) return refuse(*code);
-  for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
-    if (handle != nullptr && !opened(handle)->inheritable) return refuse(ERROR_INVALID_HANDLE);
-  }
-  try {
+  return leaving_code(BOOL{FALSE}, [=]() -> BOOL {
+    if (const auto code = scripted_failure(Call::CREATE_PROCESS)) return refuse(*code);
+    for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
+      if (handle != nullptr && !opened(handle)->inheritable) return refuse(ERROR_INVALID_HANDLE);
+    }
     std::vector<std::string> arguments = find_program(command_line);
     if (arguments.empty()) return refuse(ERROR_FILE_NOT_FOUND);
     std::vector<char*> pointers;
@@ -187,11 +186,9 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
     if (!start(pointers.data(), *startup)) return refuse(ERROR_FILE_NOT_FOUND);
-  } catch (const std::bad_alloc&) {
-    return refuse(ERROR_NOT_ENOUGH_MEMORY);
-  }
-  *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
-  return TRUE;
+    *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
+    return TRUE;
+  });
 }
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,

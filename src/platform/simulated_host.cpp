@@ -237,15 +237,16 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
   if (!before || !replace_string(new_masks.data, position, dotted(mask))) {
     return ERROR_INVALID_PARAMETER;
   }
-  registry_.key(key).set("IPAddress", std::move(new_addresses));
-  registry_.key(key).set("SubnetMask", std::move(new_masks));
-
   const DWORD index = described->row.dwIndex;
   const auto [first, last] = addresses_.equal_range(ntohl(inet_addr(before->c_str())));
   const auto old = std::find_if(
       first, last, [=](const auto& entry) { return entry.second.interface_index == index; });
-  if (*before != BLANK && old != last) erase_address(old);
+  // What may run out of memory comes first, so that table and lists change together or not at all.
+  Registry::Key& lists = registry_.key(std::move(key));
   if (address != 0) insert_address(address, mask, index);
+  lists.set("IPAddress", std::move(new_addresses));
+  lists.set("SubnetMask", std::move(new_masks));
+  if (*before != BLANK && old != last) erase_address(old);
   return NO_ERROR;
 }
 

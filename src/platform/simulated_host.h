@@ -11,7 +11,7 @@
 #include "platform/host_description.h"
 #include "platform/registry.h"
 
-class SimulatedHost final : public Host {
+class SimulatedHost : public Host {
  public:
   explicit SimulatedHost(HostDescription description);
 

@@ -261,15 +261,19 @@ bool release_has_purge() {
 
 }  // namespace
 
+void run_console(System& system) {
+  Console console = {system, release_has_purge(), false};
+  run_loop(console);
+  write_info("done.");
+}
+
 int run_kadrix(int argument_count, const char* const* arguments) {
   System system;
   if (argument_count == 2 && equals_ignoring_case(arguments[1], "print")) {
     system.print_report();
-    return 0;
+  } else {
+    run_console(system);
   }
-  Console console = {system, release_has_purge(), false};
-  run_loop(console);
-  write_info("done.");
   return 0;
 }
 

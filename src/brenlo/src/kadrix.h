@@ -8,6 +8,10 @@
 /// Returns the exit status, always 0.
 int run_kadrix(int argument_count, const char* const* arguments);
 
+/// The prompt: carries out the commands of standard input on a System, until a quit word or the
+/// input's end.
+void run_console(System& system);
+
 /// Adds a run of consecutive addresses to an adapter and deletes them again, `iterations` times.
 /// The texts are as the operator typed them; `name` may be null. Returns 0 when all iterations have
 /// run, -1 when the command ended early, which it has then reported.
