@@ -1,0 +1,111 @@
+#include "torture/agreement.h"
+
+#include <winsock2.h>
+
+#include <algorithm>
+#include <cstring>
+
+#include "platform/adapter_keys.h"
+
+namespace {
+
+class Comparison {
+ public:
+  Comparison(const System& system, Host& host, const std::vector<HostAddress>& before)
+      : system_(system), host_(host), held_(standing_addresses(host)), before_(before) {}
+
+  std::string lines() {
+    for (std::int32_t i = 0; i < system_.adapter_count(); ++i) {
+      if (const Adapter* adapter = system_.adapter(i)) compare_adapter(*adapter);
+    }
+    for (const HostAddress& address : held_) find_claim(address);
+    return lines_;
+  }
+
+ private:
+  void compare_adapter(const Adapter& adapter) {
+    const AddressSlot* last = nullptr;
+    for (std::int32_t i = 0; i < adapter.address_count(); ++i) {
+      const AddressSlot* slot = adapter.address_slot(i);
+      if (slot == nullptr) {
+        note("DISAGREES: a gap", adapter.description());
+        continue;
+      }
+      if (adapter.mechanism() == MECHANISM_IP_HELPER) {
+        compare_context(adapter, *slot);
+        if (last != nullptr && ntohl(last->address()) > ntohl(slot->address())) {
+          note("DISAGREES: not sorted", slot->address_text());
+        }
+      }
+      if (slot->added_here() != 0) compare_listed(adapter, i, *slot);
+      last = slot;
+    }
+  }
+
+  /// What has a context must be held with it.
+  void compare_context(const Adapter& adapter, const AddressSlot& slot) {
+    if (slot.nte_context() == 0) return;
+    const bool held = std::any_of(held_.begin(), held_.end(), [&](const HostAddress& it) {
+      return it.context == slot.nte_context() && it.address == slot.address() &&
+             it.mask == slot.mask() && it.interface_index == adapter.index();
+    });
+    if (!held) note("DISAGREES: the host does not hold", slot.address_text());
+  }
+
+  /// What was added through the client must be in force, and in the registry at its position.
+  void compare_listed(const Adapter& adapter, std::int32_t position, const AddressSlot& slot) {
+    const bool held = std::any_of(held_.begin(), held_.end(), [&](const HostAddress& it) {
+      return it.address == slot.address() && it.mask == slot.mask();
+    });
+    if (!slot.is_blank() && !held) note("DISAGREES: not in force", slot.address_text());
+    for (const auto& [name, text] :
+         {std::pair{"IPAddress", slot.address_text()}, {"SubnetMask", slot.mask_text()}}) {
+      if (listed(adapter, name, position) != text) note("DISAGREES: not listed", text);
+    }
+  }
+
+  std::string listed(const Adapter& adapter, const char* name, std::int32_t position) {
+    const RegistryValue* value = nullptr;
+    if (host_.find_value(interface_key(adapter.description()), name, value) != NO_ERROR) return "";
+    const char* text = value->data.c_str();
+    for (std::int32_t i = 0; i < position; ++i) text += std::strlen(text) + 1;
+    return text;
+  }
+
+  void find_claim(const HostAddress& address) {
+    const auto same = [&](const HostAddress& it) { return it.context == address.context; };
+    if (std::any_of(before_.begin(), before_.end(), same)) return;
+    for (std::int32_t i = 0; i < system_.adapter_count(); ++i) {
+      const Adapter* adapter = system_.adapter(i);
+      for (std::int32_t j = 0; adapter != nullptr && j < adapter->address_count(); ++j) {
+        const AddressSlot& slot = *adapter->address_slot(j);
+        if (slot.address() == address.address && (slot.nte_context() != 0 || slot.added_here()))
+          return;
+      }
+    }
+    note("UNCLAIMED:", address.address_text);
+  }
+
+  void note(const char* what, const char* which) {
+    lines_ += std::string(what) + " " + which + "\n";
+  }
+
+  const System& system_;
+  Host& host_;
+  std::vector<HostAddress> held_;
+  const std::vector<HostAddress>& before_;
+  std::string lines_;
+};
+
+}  // namespace
+
+std::vector<HostAddress> standing_addresses(Host& host) {
+  std::span<const HostAddress> addresses;
+  if (host.read_addresses(Reading::FRESH, addresses) != NO_ERROR) return {};
+  return {addresses.begin(), addresses.end()};
+}
+
+std::string disagreements(const System& system, Host& host,
+                          const std::vector<HostAddress>& before) {
+  return Comparison(system, host, before).lines();
+}

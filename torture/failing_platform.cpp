@@ -1,0 +1,192 @@
+#include "torture/failing_platform.h"
+
+#include <iphlpapi.h>
+
+#include <algorithm>
+#include <cstring>
+#include <limits>
+#include <string_view>
+#include <utility>
+
+namespace {
+
+struct Plan {
+  bool armed = false;
+  Treatment treatment = Treatment::FAIL;
+  std::uint64_t calls = 0;
+  std::uint64_t first = 0;
+  std::uint64_t last = 0;
+  std::uint64_t* treated = nullptr;
+};
+
+Plan plan;
+
+/// Counts a call that could be treated, and says whether it is.
+bool is_treated() {
+  if (!plan.armed || ++plan.calls < plan.first || plan.calls > plan.last) return false;
+  ++*plan.treated;
+  return true;
+}
+
+bool fails_calls() {
+  return plan.treatment == Treatment::FAIL || plan.treatment == Treatment::RAISE;
+}
+
+/// The lie for a call that worked, or nothing.
+std::optional<Treatment> next_lie() {
+  if (fails_calls() || !is_treated()) return std::nullopt;
+  return plan.treatment;
+}
+
+constexpr DWORD LONG_TEXT = 4096;
+
+// ---- Lies, for each kind of answer ------------------------------------------------------------
+
+void leave_unterminated(MIB_IFROW& row) {
+  std::memset(row.bDescr, 'x', sizeof row.bDescr);
+  row.dwDescrLen = row.dwPhysAddrLen = LONG_TEXT;
+}
+
+void leave_unterminated(MIB_IPADDRROW& /*row*/) {}
+
+template <typename Table>
+DWORD lie_about_table(Treatment lie, Table* table, PULONG size) {
+  if (table == nullptr) {
+    if (lie == Treatment::SHRUNK) *size *= 2;
+    return ERROR_INSUFFICIENT_BUFFER;
+  }
+  const DWORD count = table->dwNumEntries;
+  switch (lie) {
+    case Treatment::GROWN: *size *= 2; return ERROR_INSUFFICIENT_BUFFER;
+    case Treatment::SHRUNK: table->dwNumEntries /= 2; break;
+    case Treatment::CUT:
+      table->dwNumEntries = std::numeric_limits<DWORD>::max();
+      *size /= 2;
+      break;
+    default:
+      for (DWORD i = 0; i < count; ++i) leave_unterminated(table->table[i]);
+  }
+  return NO_ERROR;
+}
+
+void leave_unterminated(IP_ADDR_STRING* node) {
+  for (; node != nullptr; node = node->Next) {
+    std::memset(node->IpAddress.String, '1', sizeof node->IpAddress.String);
+    std::memset(node->IpMask.String, '1', sizeof node->IpMask.String);
+  }
+}
+
+DWORD lie_about_adapters(Treatment lie, IP_ADAPTER_INFO* list, PULONG size) {
+  if (list == nullptr) {
+    if (lie == Treatment::SHRUNK) *size *= 2;
+    return ERROR_BUFFER_OVERFLOW;
+  }
+  switch (lie) {
+    case Treatment::GROWN: *size *= 2; return ERROR_BUFFER_OVERFLOW;
+    case Treatment::SHRUNK: list->Next = nullptr; break;
+    case Treatment::CUT: *size /= 2; break;
+    default:
+      for (IP_ADAPTER_INFO* entry = list; entry != nullptr; entry = entry->Next) {
+        std::memset(entry->AdapterName, 'x', sizeof entry->AdapterName);
+        leave_unterminated(&entry->IpAddressList);
+        leave_unterminated(&entry->GatewayList);
+      }
+  }
+  return NO_ERROR;
+}
+
+LSTATUS lie_about_value(Treatment lie, LPBYTE data, LPDWORD size) {
+  if (data == nullptr) {
+    if (lie == Treatment::SHRUNK) *size *= 2;
+    return ERROR_SUCCESS;
+  }
+  switch (lie) {
+    case Treatment::GROWN: *size *= 2; return ERROR_MORE_DATA;
+    case Treatment::SHRUNK: *size /= 2; break;
+    default: std::replace(data, data + *size, BYTE{0}, BYTE{'1'});
+  }
+  return ERROR_SUCCESS;
+}
+
+// ---- The IP Helper's functions, as the tool finds them ----------------------------------------
+
+DWORD WINAPI lying_if_table(PMIB_IFTABLE table, PULONG size, BOOL order) {
+  const DWORD code = GetIfTable(table, size, order);
+  if (code != NO_ERROR && table != nullptr) return code;
+  const auto lie = next_lie();
+  return lie ? lie_about_table(*lie, table, size) : code;
+}
+
+DWORD WINAPI lying_ip_addr_table(PMIB_IPADDRTABLE table, PULONG size, BOOL order) {
+  const DWORD code = GetIpAddrTable(table, size, order);
+  if (code != NO_ERROR && table != nullptr) return code;
+  const auto lie = next_lie();
+  return lie ? lie_about_table(*lie, table, size) : code;
+}
+
+DWORD WINAPI lying_adapters_info(PIP_ADAPTER_INFO list, PULONG size) {
+  const DWORD code = GetAdaptersInfo(list, size);
+  if (code != NO_ERROR && list != nullptr) return code;
+  const auto lie = next_lie();
+  return lie ? lie_about_adapters(*lie, list, size) : code;
+}
+
+template <typename Function>
+FARPROC generic(Function* function) {
+  return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
+}
+
+}  // namespace
+
+void treat_call(Treatment treatment, std::uint64_t nth, bool lasting, std::uint64_t& treated) {
+  plan = {true,    treatment, 0, nth, lasting ? std::numeric_limits<std::uint64_t>::max() : nth,
+          &treated};
+}
+
+WorkingPlatform::WorkingPlatform() : before_(std::exchange(plan.armed, false)) {}
+
+WorkingPlatform::~WorkingPlatform() { plan.armed = before_; }
+
+std::optional<ScriptedFault> FailingHost::next_fault(Call call) {
+  // A search that can never be closed could not but leak.
+  const bool spared = call == Call::FIND_CLOSE && plan.last > plan.first;
+  if (!fails_calls() || spared || !is_treated()) return SimulatedHost::next_fault(call);
+  const bool guarded = call == Call::DHCP_NOTIFY_CONFIG_CHANGE;
+  return ScriptedFault{ERROR_ACCESS_DENIED, plan.treatment == Treatment::RAISE && guarded};
+}
+
+// The link sends calls of the modules here (--wrap) and these names to the layer.
+extern "C" {
+
+FARPROC WINAPI __real_GetProcAddress(HMODULE library, LPCSTR name);
+LSTATUS WINAPI __real_RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD reserved, LPDWORD type,
+                                       LPBYTE data, LPDWORD size);
+BOOL WINAPI __real_GetVersionExA(LPOSVERSIONINFOA information);
+
+FARPROC WINAPI __wrap_GetProcAddress(HMODULE library, LPCSTR name) {
+  const FARPROC found = __real_GetProcAddress(library, name);
+  if (found == nullptr) return nullptr;
+  const std::string_view wanted = name;
+  if (wanted == "GetIfTable") return generic(lying_if_table);
+  if (wanted == "GetIpAddrTable") return generic(lying_ip_addr_table);
+  if (wanted == "GetAdaptersInfo") return generic(lying_adapters_info);
+  return found;
+}
+
+LSTATUS WINAPI __wrap_RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD reserved, LPDWORD type,
+                                       LPBYTE data, LPDWORD size) {
+  const LSTATUS status = __real_RegQueryValueExA(key, value, reserved, type, data, size);
+  if (status != ERROR_SUCCESS) return status;
+  const auto lie = next_lie();
+  return lie ? lie_about_value(*lie, data, size) : status;
+}
+
+BOOL WINAPI __wrap_GetVersionExA(LPOSVERSIONINFOA information) {
+  if (__real_GetVersionExA(information) == FALSE) return FALSE;
+  if (plan.treatment == Treatment::UNTERMINATED && next_lie()) {
+    std::memset(information->szCSDVersion, 'x', sizeof information->szCSDVersion);
+  }
+  return TRUE;
+}
+
+}  // extern "C"

@@ -1,0 +1,282 @@
+#include "torture/sessions.h"
+
+#include <sched.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+
+#include "brenlo/src/brenlocfg.h"
+#include "shared/include/oid.h"
+#include "shared/include/searchpath.h"
+#include "shared/include/utils.h"
+#include "shared/include/vmk_debug.h"
+#include "shared/include/vmk_debug_config.h"
+#include "shared/include/vmk_errmsg.h"
+#include "shared/include/zarvoparser.h"
+#include "torture/failing_memory.h"
+
+namespace {
+
+// ---- Hosts ------------------------------------------------------------------------------------
+
+constexpr char HELPER_HOST[] = R"(
+time.sleep = false
+[[adapters]]
+name = "A"
+description = "Fast Ethernet"
+connection = "Local Area Connection"
+index = 2
+hardware_address = "00-0C-29-3A-5B-7C"
+addresses = ["10.0.0.1/255.0.0.0", "10.0.0.9/255.0.0.0"]
+gateways = ["10.0.0.254", "10.0.0.253"]
+[[adapters]]
+name = "B"
+description = "Second"
+connection = "Two"
+index = 3
+addresses = ["172.16.0.1/255.255.0.0"]
+)";
+
+constexpr char CLIENT_HOST[] = R"(
+time.sleep = false
+libraries.iphlpapi = false
+[[adapters]]
+name = "A"
+index = 2
+addresses = ["10.0.0.1/255.0.0.0"]
+gateways = ["10.0.0.254"]
+blank_slots = 12
+)";
+
+/// As many adapters as the tool takes, with addresses and gateways by the dozen.
+std::string large_host() {
+  std::string text = "time.sleep = false\n";
+  for (int i = 1; i <= 32; ++i) {
+    const std::string number = std::to_string(i);
+    text += "[[adapters]]\nname = \"A" + number + "\"\nindex = " + number + "\naddresses = [";
+    for (int j = 1; j <= 12; ++j) {
+      text += "\"10." + number + ".0." + std::to_string(j) + "/255.255.0.0\",";
+    }
+    text += "]\ngateways = [\"10." + number + ".0.254\", \"10." + number + ".0.253\"]\n";
+  }
+  return text;
+}
+
+std::string old_host(const char* os) {
+  return std::string("time.sleep = false\nos = {") + os +
+         "}\n[[adapters]]\nname = \"A\"\nindex = 1\naddresses = [\"10.0.0.1/255.0.0.0\"]\n";
+}
+
+// ---- Files ------------------------------------------------------------------------------------
+
+void write_file(const std::string& path, const std::string& text) {
+  std::ofstream(path, std::ios::binary) << text;
+}
+
+void write_files(const std::string& folder) {
+  mkdir((folder + "/config").c_str(), 0700);
+  mkdir((folder + "/system32").c_str(), 0700);
+  write_file(folder + "/host.toml", HELPER_HOST);
+  write_file(folder + "/exclusion.cfg",
+             "version = 1\nexclude = {\n\tname = Second\n}\nexclude = {\n\taddress = 00:0C:29\n}\n"
+             "exclude = {\n\taddress = xy\n}\nother = {\n}\n");
+  write_file(folder + "/config/debug.cfg", "# all sites\nsystem\nsearchpath 12\nsearchpath\n");
+  write_file(folder + "/system32/netsh.exe",
+             "#!/bin/sh\ncase \"$*\" in *fail*) echo no;; *) seq 200; echo Ok.;; esac\n");
+  chmod((folder + "/system32/netsh.exe").c_str(), 0700);
+  write_file(folder + "/first", "the same\n");
+  std::string blocks = "version = 3\nouter = {\n\tkey = value\n\tkey = more\n\tinner = {\n";
+  for (int i = 0; i < 40; ++i) blocks += "\t\tkey" + std::to_string(i) + " = value\n";
+  write_file(folder + "/blocks", blocks + "\t\tlong = " + std::string(9000, 'x') + "\n\t}\n}\n");
+}
+
+// ---- Work that no command reaches -------------------------------------------------------------
+
+/// A path for such work, which does not itself run out of memory.
+std::string path_of(const std::string& folder, const char* name) {
+  const WorkingMemory memory;
+  return folder + "/" + name;
+}
+
+void make_static_state(const std::string& folder) {
+  const MessageLog log(STANDARD_MEMORY);
+  const DebugModule module(".\\torture");
+  const SearchPath path(folder.c_str());
+}
+
+void switch_debugging_on(const std::string& /*folder*/) {
+  dll_init_searchpath();
+  dll_init_debug();
+}
+
+void find_files(System& /*system*/, const std::string& /*folder*/) {
+  char path[PATH_BUFFER_SIZE];
+  if (search_path->resolve("first", path, SEARCH_PRODUCT) == nullptr) errmsg_flush();
+  if (search_path->resolve("nowhere", path, SEARCH_ALL) == nullptr) errmsg_flush();
+  ListingBuffer buffer;
+  auto listing = search_path->open_listing("config", SEARCH_PRODUCT, buffer);
+  if (listing == nullptr) return errmsg_flush();
+  while (next_listing_entry(*listing, buffer) == 0) {
+  }
+  close_listing(listing);
+}
+
+void load_exclusions(System& /*system*/, const std::string& folder) {
+  if (excluded_adapters->load(path_of(folder, "exclusion.cfg").c_str()) != 0) errmsg_flush();
+}
+
+void tell_result(const char* address, int result) {
+  if (result == 1) return write_info("%s changed", address);
+  report(CLOSE_ERROR, {".\\torture", 0}, "%s: %d", address, result);
+}
+
+void change_ipv6_addresses(System& system, const std::string& /*folder*/) {
+  system.list_adapters();
+  for (const char* address : {"2001:db8::1", "2001:db8::2", "fail::3"}) {
+    tell_result(address, system.add_ipv6_address(nullptr, address));
+  }
+  for (const char* address : {"2001:db8::1", "2001:db8::9"}) {
+    tell_result(address, system.delete_ipv6_address(nullptr, address));
+  }
+}
+
+void tell_identity(System& system, const std::string& /*folder*/) {
+  const std::uint8_t* addresses[MAX_ADAPTERS] = {};
+  if (system.get_system_hardware_addresses(addresses) < 0) errmsg_flush();
+}
+
+void pad_slots(System& system, const std::string& /*folder*/) {
+  constexpr int WANTED = 20;
+  const int blank = system.pad_blank_addresses(nullptr, WANTED);
+  if (blank != WANTED) report(CLOSE_ERROR, {".\\torture", 0}, "%d blank slots", blank);
+}
+
+void use_blocks(const std::string& folder) {
+  const File stream = open_for_reading(path_of(folder, "blocks").c_str(), "r");
+  ConfigFile file;
+  if (stream == nullptr || file.read(stream.get()) != 0) return errmsg_flush();
+  file.write(stderr);
+}
+
+std::string copy_of_first(const std::string& folder) {
+  const WorkingMemory memory;
+  std::string copy = path_of(folder, "copy") + std::to_string(getpid());
+  write_file(copy, "the same\n");
+  return copy;
+}
+
+void use_utilities(System& /*system*/, const std::string& folder) {
+  use_blocks(folder);
+  Oid oid;
+  oid.parse("1.3.6.1.4.1.4294967295");
+  for (int i = 0; i < 40; ++i) oid.append_id(1);
+  write_info("%s", oid.to_text());
+  std::uint8_t flags[51] = {};
+  ranges_to_flags("1-3,5,7-9,44-99", flags, 50, 1);
+  DynStore ranges;
+  flags_to_ranges(flags, 50, ranges, 1);
+  write_info("%s", ranges.str());
+  report_lines("one\ntwo\nthree");
+  errmsg_flush();
+  hex_dump("thirteen byte", 13, "at ");
+  const std::string copy = copy_of_first(folder);
+  if (remove_if_identical(copy.c_str(), path_of(folder, "first").c_str()) != 0) errmsg_flush();
+  unlink(copy.c_str());
+  std::uint32_t address = 0;
+  if (resolve_ipv4("10.0.0.1", address) != 0) errmsg_flush();
+  sockaddr_in6 address6 = {};
+  if (resolve_ipv6("2001:db8::1", address6) != 0) errmsg_flush();
+}
+
+}  // namespace
+
+// ---- The sessions -----------------------------------------------------------------------------
+
+bool Session::is_live() const {
+  return std::any_of(environment.begin(), environment.end(),
+                     [](const auto& setting) { return setting.second == "linux"; });
+}
+
+std::vector<Session> all_sessions(const std::string& folder) {
+  write_files(folder);
+  const std::string commands =
+      "add 10.1.1.5 255.255.0.0\nadd 10.1.1.6 0.0.0.0 second\nadd 10.1.1.5 255.0.0.0\n"
+      "del 10.1.1.5\ndel 10.0.0.9\npurge 10.0.0.9\npurge 10.1.1.6 Second-3\nadd 10.1.1.7 0.0.0.0\n"
+      "del 10.1.1.77\nadd 1 nowhere\nhelp\nmore\n\nprint\nquit\n";
+  const std::string report = "print\nquit\n";
+  return {
+      {"start", "", {}, make_static_state, nullptr, report},
+      {"description", "", {{"ZARVO_HOST", folder + "/host.toml"}}, nullptr, nullptr, report},
+      {"helper", HELPER_HOST, {}, nullptr, nullptr, commands},
+      {"helper_stress",
+       HELPER_HOST,
+       {},
+       nullptr,
+       nullptr,
+       "stress 2 130 10.1.1.200 255.255.0.0\nprint\nquit\n"},
+      {"client", CLIENT_HOST, {}, nullptr, nullptr, commands},
+      {"client_stress",
+       CLIENT_HOST,
+       {},
+       nullptr,
+       nullptr,
+       "stress 2 8 10.1.1.250 255.255.0.0 a\nstress 1 9 10.1.1.1 255.0.0.0\nprint\nquit\n"},
+      {"padding", CLIENT_HOST, {}, nullptr, pad_slots, "add 10.1.1.5 255.0.0.0 a\n" + report},
+      {"exclusion", HELPER_HOST, {}, nullptr, load_exclusions, commands},
+      {"debugging", HELPER_HOST, {{"ZARVO_DIR", folder}}, switch_debugging_on, find_files, report},
+      {"ipv6", HELPER_HOST, {{"windir", folder}}, nullptr, change_ipv6_addresses, "quit\n"},
+      {"large_report", large_host(), {}, nullptr, nullptr, report},
+      {"nt4",
+       old_host("major = 4, minor = 0, service_pack = \"Service Pack 6\""),
+       {},
+       nullptr,
+       tell_identity,
+       "purge 10.0.0.1\n" + report},
+      {"windows_98",
+       old_host("platform_id = 1, major = 4, minor = 10"),
+       {},
+       nullptr,
+       tell_identity,
+       report},
+      {"forced",
+       std::string("libraries.iphlpapi = [\"GetIfTable\"]\n") + HELPER_HOST,
+       {{"ZARVO_IPMGMT_MECHANISM", "2"}},
+       nullptr,
+       nullptr,
+       commands},
+      {"utilities", HELPER_HOST, {}, nullptr, use_utilities, "quit\n"},
+      {"live",
+       "",
+       {{"ZARVO_HOST", "linux"}},
+       nullptr,
+       nullptr,
+       "add 10.9.1.5 255.255.0.0 t0\npurge 10.9.0.2 t0\nstress 1 3 10.9.2.1 255.255.0.0 t0\n"
+       "del 10.9.1.5 t0\nadd 10.9.1.6 255.255.0.0 t0\nprint\nquit\n"},
+  };
+}
+
+namespace {
+
+bool runs(const char* command) { return std::system(command) == 0; }
+
+}  // namespace
+
+bool enter_namespace() {
+  setenv("PATH", "/usr/local/sbin:/usr/local/bin:/usr/sbin:/usr/bin:/sbin:/bin", 1);
+  return unshare(CLONE_NEWNET) == 0 &&
+         runs("ip link add t0 type veth peer name t1 && ip link set t0 up && ip link set t1 up");
+}
+
+void lay_out_addresses() {
+  if (!runs("ip addr flush dev t0 && ip addr add 10.9.0.1/16 dev t0 &&"
+            "ip addr add 10.9.0.2/16 dev t0 &&"
+            "ip addr replace 10.8.0.1/16 dev t1")) {
+    std::perror("ip");
+    std::exit(1);
+  }
+}

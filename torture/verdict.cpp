@@ -1,0 +1,173 @@
+#include "torture/verdict.h"
+
+#include <sys/wait.h>
+
+#include <algorithm>
+#include <array>
+#include <fstream>
+#include <sstream>
+#include <string_view>
+
+#include "shared/include/vmk_errmsg.h"
+
+namespace {
+
+constexpr int STOPPED = 3;
+constexpr int NO_HOST = 2;
+
+std::vector<std::string> split(const std::string& text, char separator) {
+  std::istringstream stream(text);
+  std::vector<std::string> pieces;
+  for (std::string piece; std::getline(stream, piece, separator);) pieces.push_back(piece);
+  return pieces;
+}
+
+/// Pointers differ from run to run.
+std::string without_pointers(std::string text) {
+  for (std::size_t at = text.find("=0x"); at != std::string::npos; at = text.find("=0x", at + 3)) {
+    std::fill_n(text.begin() + static_cast<std::ptrdiff_t>(at) + 3,
+                std::min<std::size_t>(8, text.size() - at - 3), '0');
+  }
+  return text;
+}
+
+bool begins_message(std::string_view line) {
+  constexpr std::array LEVELS = {"ERROR ", "WARN  ", "DEBUG ", "INFO  "};
+  return std::any_of(LEVELS.begin(), LEVELS.end(),
+                     [=](const char* level) { return line.starts_with(level); });
+}
+
+/// The line of an assertion report, apart; false when it is none.
+bool take_stop(const std::string& line, Stop& stop) {
+  const std::size_t colon = line.find(':');
+  const std::string mark = ": assertion failed - ";
+  const std::size_t at = line.find(mark);
+  const std::size_t level = line.find("ERROR .\\");
+  if (colon == std::string::npos || at == std::string::npos || level == std::string::npos) {
+    return false;
+  }
+  stop = {line.substr(level + 6, colon - level - 6), line.substr(at + mark.size())};
+  return true;
+}
+
+std::string fault_of_stop(const std::string& text, const std::vector<Stop>& stops) {
+  Stop stop;
+  const auto lines = split(text, '\n');
+  if (lines.empty() || !take_stop(lines.back(), stop)) return "stopped without its report";
+  const bool known = std::any_of(stops.begin(), stops.end(), [&](const Stop& it) {
+    return it.module == stop.module && it.reason == stop.reason;
+  });
+  return known ? "" : "stopped where it may not: " + lines.back();
+}
+
+/// Once memory ran out for a message, every message must end with the notice.
+bool keeps_notice(const std::string& text) {
+  const std::string notice(OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE - 2);
+  bool seen = false;
+  bool owed = false;
+  for (std::string line : split(text, '\n')) {
+    line.erase(0, line.find_first_not_of('$'));
+    if (line == notice) {
+      seen = true;
+      owed = false;
+    } else if (begins_message(line)) {
+      if (owed) return false;
+      owed = seen;
+    }
+  }
+  return !owed;
+}
+
+/// What tells the operator of a shortcoming although it is no failure's line: an adapter without a
+/// current address or a name, one that could not be made, one that kept the address it was probed
+/// with, another first active one; and a current directory that is not known.
+bool is_plain_word(const std::string& line) {
+  constexpr std::array WORDS = {
+      " [EXCLUDED - NO TCP/IP]", "  IP Address  :  ", " Adapter #",     "-  #", "0.0.255.255",
+      " first active: ",         "  Name        : ",  "looking in /../"};
+  return std::any_of(WORDS.begin(), WORDS.end(),
+                     [&](const char* word) { return line.find(word) != std::string::npos; });
+}
+
+template <typename Tells>
+bool has_more(const std::string& lines, const std::string& others, Tells tells) {
+  const auto known = split(others, '\n');
+  const auto all = split(lines, '\n');
+  return std::any_of(all.begin(), all.end(), [&](const std::string& line) {
+    return tells(line) &&
+           std::count(all.begin(), all.end(), line) > std::count(known.begin(), known.end(), line);
+  });
+}
+
+/// Whether an answer says that it is not the undisturbed one.
+bool tells(const std::string& answer, const std::string& undisturbed) {
+  const auto fails = [](const std::string& line) {
+    return line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ") ||
+           is_plain_word(line);
+  };
+  return has_more(answer, undisturbed, fails) || has_more(undisturbed, answer, is_plain_word);
+}
+
+std::string first_difference(const std::string& answer, const std::string& undisturbed) {
+  const auto lines = split(answer, '\n');
+  const auto usual = split(undisturbed, '\n');
+  const auto end =
+      lines.begin() + static_cast<std::ptrdiff_t>(std::min(lines.size(), usual.size()));
+  const auto at = std::mismatch(lines.begin(), end, usual.begin()).first;
+  return at != lines.end() ? *at : "it ends early";
+}
+
+std::string fault_of_answers(const std::string& text, const std::string& undisturbed) {
+  const auto answers = split(text, '$');
+  const auto usual = split(undisturbed, '$');
+  if (answers.size() != usual.size()) return "the prompt did not come back";
+  const bool told_later = text.find(OUT_OF_MEMORY_NOTICE) != std::string::npos;
+  bool told = false;
+  for (std::size_t i = 0; i < answers.size(); ++i) {
+    if (answers[i] == usual[i]) continue;
+    told = told || tells(answers[i], usual[i]);
+    if (!told && !told_later) {
+      return "another answer without a word: " + first_difference(answers[i], usual[i]);
+    }
+  }
+  return "";
+}
+
+}  // namespace
+
+std::vector<Stop> read_stops(const std::string& path) {
+  std::ifstream stream(path);
+  std::vector<Stop> stops;
+  for (std::string line; std::getline(stream, line);) {
+    if (line.empty() || line[0] == '#') continue;
+    const std::size_t blank = line.find(' ');
+    stops.push_back({line.substr(0, blank), line.substr(blank + 1)});
+  }
+  return stops;
+}
+
+std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
+                       const std::vector<Stop>& stops, bool quiet_change) {
+  const std::string text = without_pointers(outcome.text);
+  if (!WIFEXITED(outcome.status)) {
+    return "ended by signal " + std::to_string(WTERMSIG(outcome.status));
+  }
+  if (text.find("DISAGREES") != std::string::npos) return "tool and host disagree";
+  switch (WEXITSTATUS(outcome.status)) {
+    case 0: break;
+    case STOPPED: return fault_of_stop(text, stops);
+    case NO_HOST: return text.ends_with("memory\n") ? "" : "no host, and not for want of memory";
+    default: return "ended with status " + std::to_string(WEXITSTATUS(outcome.status));
+  }
+  if (!keeps_notice(text)) return "a message without the notice";
+  if (text.find("UNCLAIMED") != std::string::npos && text.find("ERROR ") == std::string::npos) {
+    return "an address nobody speaks of";
+  }
+  if (quiet_change) {
+    return std::count(text.begin(), text.end(), '$') ==
+                   std::count(undisturbed.begin(), undisturbed.end(), '$')
+               ? ""
+               : "the prompt did not come back";
+  }
+  return fault_of_answers(text.substr(0, text.find("UNCLAIMED")), without_pointers(undisturbed));
+}

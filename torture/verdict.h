@@ -1,0 +1,26 @@
+// What may come of a session that was put to the torture, and what may not.
+#pragma once
+
+#include <string>
+#include <vector>
+
+/// What a session did: all that it wrote, standard output and standard error in the order of
+/// writing, and how it ended (the status of wait).
+struct Outcome {
+  std::string text;
+  int status = 0;
+};
+
+/// A place that may stop the program for want of memory: what the module calls itself, and why.
+struct Stop {
+  std::string module;
+  std::string reason;
+};
+
+[[nodiscard]] std::vector<Stop> read_stops(const std::string& path);
+
+/// Why the session broke what the tool promises, or empty. Compares with what the session does when
+/// nothing fails. `stops`: places that may end it; with `quiet_change` set an answer may differ
+/// without telling of a failure.
+[[nodiscard]] std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
+                                     const std::vector<Stop>& stops, bool quiet_change);
