@@ -1,0 +1,255 @@
+#!/usr/bin/python3
+"""Changes the modules one place at a time and counts how many changes the tests notice.
+
+    mutate.py [--count N] [--seed S]    a sample of N changes, drawn by the seed
+    mutate.py CHANGE                    one change, as the list of what went unnoticed names it
+
+A change turns a comparison, moves a constant by one, leaves a call out, alters a text, swaps a
+report's level or what it does to the message, or swaps "and" and "or". What no compiler takes is no
+change. Each is built and tested in a copy of the tree; the tree itself is never touched.
+"""
+
+import argparse
+import collections
+import os
+import random
+import shutil
+import signal
+import subprocess
+import sys
+import threading
+
+from clang import cindex
+from clang.cindex import CursorKind
+
+ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
+WORK = os.path.join(ROOT, "build", "mutation")
+JOBS = 2
+LONGEST_TEST = 120  # seconds; a change that makes the tests hang is noticed
+TURNED = {
+    "<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==",
+    "&&": "||", "||": "&&", "+": "-", "-": "+",
+}  # fmt: skip
+KINDS = {
+    "BEGIN_ERROR": "ADD_ERROR", "ADD_ERROR": "ADD_WARN", "ADD_WARN": "ADD_ERROR",
+    "CLOSE_ERROR": "WRITE_ERROR", "CLOSE_WARN": "CLOSE_ERROR", "WRITE_ERROR": "CLOSE_ERROR",
+    "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
+}  # fmt: skip
+
+Change = collections.namedtuple("Change", "file start end text")
+
+
+def name_of(change):
+    return f"{change.file}:{change.start}:{change.end}:{change.text}"
+
+
+def sources():
+    files = subprocess.check_output(
+        ["git", "ls-files", "src/brenlo/src/*.cpp", "src/shared/*.cpp"], cwd=ROOT, text=True
+    ).split()
+    return [file for file in files if not file.endswith("_windows.cpp")]
+
+
+class Finder:
+    """The changes of one source."""
+
+    def __init__(self, file):
+        self.file = file
+        path = os.path.join(ROOT, file)
+        with open(path, "rb") as stream:
+            self.text = stream.read()
+        self.changes = []
+        includes = [f"-I{ROOT}/src", f"-I{ROOT}/src/platform/include"]
+        unit = cindex.Index.create().parse(path, args=["-std=c++20", *includes])
+        errors = [str(it) for it in unit.diagnostics if it.severity >= cindex.Diagnostic.Error]
+        if errors:
+            sys.exit("\n".join(errors))
+        for cursor in unit.cursor.get_children():
+            if cursor.location.file and cursor.location.file.name == path:
+                self.visit(cursor, None)
+
+    def add(self, start, end, text):
+        change = Change(self.file, start, end, text)
+        if change not in self.changes:
+            self.changes.append(change)
+
+    def piece(self, cursor):
+        return cursor.extent.start.offset, cursor.extent.end.offset
+
+    def visit(self, cursor, parent):
+        if cursor.kind == CursorKind.STATIC_ASSERT:
+            return
+        start, end = self.piece(cursor)
+        text = self.text[start:end].decode()
+        if cursor.kind == CursorKind.BINARY_OPERATOR:
+            self.turn(cursor)
+        elif cursor.kind == CursorKind.INTEGER_LITERAL and text.replace("'", "").isdigit():
+            self.move_constant(start, end, text)
+        elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
+            self.add(start + 1, start + 1, "~")
+        elif cursor.kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
+            self.add(start, start + 1, "")
+        elif text in KINDS:
+            self.add(start, end, KINDS[text])
+        elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
+            self.add(start, end, "")
+        for child in cursor.get_children():
+            self.visit(child, cursor)
+
+    def turn(self, cursor):
+        left, right = cursor.get_children()
+        start, end = left.extent.end.offset, right.extent.start.offset
+        between = self.text[start:end].decode()
+        operator = between.strip()
+        if operator in TURNED:
+            at = start + between.index(operator)
+            self.add(at, at + len(operator), TURNED[operator])
+
+    def move_constant(self, start, end, text):
+        # A failure's -1 becomes a success; -2 would be a failure too.
+        if self.text[start - 1 : start] == b"-" and text == "1":
+            self.add(start - 1, end, "0")
+        else:
+            self.add(start, end, str(int(text.replace("'", "")) + 1))
+
+    @staticmethod
+    def is_statement(cursor, parent):
+        return parent is not None and parent.kind in (
+            CursorKind.COMPOUND_STMT, CursorKind.IF_STMT, CursorKind.FOR_STMT,
+        ) and cursor.type.spelling in ("void", "int", "char *", "BOOL")  # fmt: skip
+
+
+class Copy:
+    """A copy of the tree in which changes are built and tested."""
+
+    def __init__(self, number):
+        self.path = os.path.join(WORK, str(number))
+        self.build = os.path.join(self.path, "build", "mutation")
+        self.changed = None
+        files = subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).split("\n")
+        for file in filter(None, files):
+            source, copy = os.path.join(ROOT, file), os.path.join(self.path, file)
+            if not os.path.exists(source) or self.is_same(source, copy):
+                continue
+            os.makedirs(os.path.dirname(copy), exist_ok=True)
+            shutil.copy(source, copy)
+        self.run(["cmake", "--preset", "mutation"])
+        self.run(["cmake", "--build", "--preset", "mutation", "-j", "1"])
+
+    @staticmethod
+    def is_same(source, copy):
+        if not os.path.exists(copy):
+            return False
+        with open(source, "rb") as one, open(copy, "rb") as other:
+            return one.read() == other.read()
+
+    def run(self, command):
+        subprocess.run(command, cwd=self.path, check=True, stdout=subprocess.DEVNULL)
+
+    def restore(self):
+        if self.changed:
+            shutil.copy(os.path.join(ROOT, self.changed), os.path.join(self.path, self.changed))
+        self.changed = None
+
+    def apply(self, change):
+        if self.changed != change.file:
+            self.restore()
+        with open(os.path.join(ROOT, change.file), "rb") as stream:
+            text = stream.read()
+        text = text[: change.start] + change.text.encode() + text[change.end :]
+        with open(os.path.join(self.path, change.file), "wb") as stream:
+            stream.write(text)
+        self.changed = change.file
+        built = subprocess.run(
+            ["cmake", "--build", "--preset", "mutation", "-j", "1"],
+            cwd=self.path, stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL, check=False,
+        )  # fmt: skip
+        return built.returncode == 0
+
+    def tests_pass(self):
+        """Whether the tests pass, those of the live host, which take longest, last."""
+        return all(self.passes(choice) for choice in ("-LinuxHosts.*", "LinuxHosts.*"))
+
+    def passes(self, choice):
+        tests = subprocess.Popen(
+            [f"{self.build}/tests/kadrix_tests", f"--gtest_filter={choice}", "--gtest_fail_fast"],
+            cwd=self.path, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+            stderr=subprocess.DEVNULL, start_new_session=True,
+        )  # fmt: skip
+        try:
+            return tests.wait(LONGEST_TEST) == 0
+        except subprocess.TimeoutExpired:
+            os.killpg(tests.pid, signal.SIGKILL)
+            tests.wait()
+            return False
+
+
+class Tally:
+    def __init__(self):
+        self.lock = threading.Lock()
+        self.noticed = 0
+        self.unnoticed = []
+
+    def try_changes(self, number, changes):
+        copy = Copy(number)
+        if not copy.tests_pass():
+            sys.exit("the tests fail without any change")
+        for change in changes:
+            if not copy.apply(change):
+                continue
+            passed = copy.tests_pass()
+            with self.lock:
+                if passed:
+                    self.unnoticed.append(change)
+                    show(change)
+                else:
+                    self.noticed += 1
+        copy.restore()
+
+
+def show(change):
+    with open(os.path.join(ROOT, change.file), encoding="utf-8") as stream:
+        text = stream.read()
+    line = text.count("\n", 0, change.start) + 1
+    before = text[change.start : change.end]
+    print(f"unnoticed: {change.file}:{line}: {before!r} became {change.text!r}")
+    print(f"  {text.splitlines()[line - 1].strip()}")
+    print(f"  again: tools/torture mutation '{name_of(change)}'", flush=True)
+
+
+def sample(count, seed):
+    changes = [change for file in sources() for change in Finder(file).changes]
+    print(f"mutation: {len(changes)} changes possible, {min(count, len(changes))} drawn", flush=True)
+    return sorted(random.Random(seed).sample(changes, min(count, len(changes))))
+
+
+def main():
+    parser = argparse.ArgumentParser()
+    parser.add_argument("change", nargs="?")
+    parser.add_argument("--count", type=int, default=150)
+    parser.add_argument("--seed", type=int, default=1)
+    options = parser.parse_args()
+    if options.change:
+        file, start, end, text = options.change.split(":", 3)
+        changes = [Change(file, int(start), int(end), text)]
+    else:
+        changes = sample(options.count, options.seed)
+    tally = Tally()
+    jobs = min(JOBS, len(changes))
+    # Changes of one file stay together: each costs one compilation then.
+    share = -(-len(changes) // jobs)
+    threads = [
+        threading.Thread(target=tally.try_changes, args=(i, changes[i * share : (i + 1) * share]))
+        for i in range(jobs)
+    ]
+    for thread in threads:
+        thread.start()
+    for thread in threads:
+        thread.join()
+    tried = tally.noticed + len(tally.unnoticed)
+    percent = 100 * tally.noticed // tried if tried else 0
+    print(f"mutation: {tally.noticed} of {tried} changes noticed, {percent} %")
+    sys.exit(0 if percent >= 85 else 1)
+
+
+main()
