@@ -21,6 +21,7 @@
 #include <cstdlib>
 #include <map>
 #include <memory>
+#include <random>
 #include <string>
 #include <thread>
 #include <vector>
@@ -338,7 +339,9 @@ TEST_F(LinuxHosts, LeaveAContiguousRunWhenKilled) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
   // Somewhere in the adding or the deleting of a hundred addresses.
-  std::this_thread::sleep_for(std::chrono::milliseconds(child % 200));
+  const unsigned moment = std::random_device()() % 400;
+  SCOPED_TRACE("killed after ms: " + std::to_string(moment));
+  std::this_thread::sleep_for(std::chrono::milliseconds(moment));
   kill(child, SIGKILL);
   waitpid(child, nullptr, 0);
 

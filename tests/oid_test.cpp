@@ -93,6 +93,8 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   EXPECT_STREQ(part.to_text(), "3");
   part.assign_range(oid, 64, 70);
   EXPECT_EQ(part.length(), 0);
+  part = oid;
+  EXPECT_EQ(part.equals(oid), 1);
 
   const std::vector<std::uint32_t> most(65535, 1);
   Oid full(most.data(), 65535);

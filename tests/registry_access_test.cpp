@@ -50,6 +50,9 @@ TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
   std::int32_t size = 0;
   EXPECT_EQ(read_registry_value("Software\\Key", "list", nullptr, &size), 0);
   EXPECT_EQ(size, 19);
+  std::uint32_t list_size = 0;
+  EXPECT_EQ(read_first_multi_sz("Software\\Key", "list", nullptr, &list_size), 0);
+  EXPECT_EQ(list_size, 19U);
 }
 
 TEST(RegistryAccess, ReadsTheFirstStringOfAList) {

@@ -117,6 +117,27 @@ TEST(Resolution, FollowsFilesLinksAndShortcuts) {
   EXPECT_EQ(find(std::string(5000, 'n').c_str()), "none");
 }
 
+TEST(Resolution, TellsEachStepWhenDebugged) {
+  const TestFolder folder;
+  const SearchPath search(folder.path().c_str());
+  const std::string target = folder.write("target", "x");
+  static_cast<void>(folder.write("Shortcut to it.lnk", shortcut(target)));
+  install_debug_table(
+      [](const char* module, std::int32_t) { return std::string_view(module) == "searchpath"; });
+  char path[PATH_BUFFER_SIZE];
+  const std::string said = written_by([&] { search.resolve("it", path, SEARCH_PRIVATE); });
+  install_debug_table(nullptr);
+  const std::string start = "DEBUG @ searchpath:# - ";
+  const std::string looking = start + "    looking in " + folder.path() + "/\n" + start;
+  const std::string resolving = start + "    resolving filename pos.";
+  EXPECT_EQ(said, start + "searching for it\n" + looking + "    not found.\n" + start +
+                      "THIS IS WHAT WE ARE LOOKING FOR in pass# 1 =>it.lnk \n" + resolving + "1\n" +
+                      looking + "    not found.\n" + start +
+                      "THIS IS WHAT WE ARE LOOKING FOR in pass# 2 =>Shortcut to it.lnk \n" +
+                      resolving + "1\n" + resolving + "2\n" + resolving + "3\n" + start +
+                      "    resolved filename is " + target + "\n" + looking + "    found.\n");
+}
+
 TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
   const TestFolder folder;
   const SearchPath search(folder.path().c_str());
@@ -128,6 +149,12 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
     return search.resolve("wanted", found, SEARCH_PRIVATE) != nullptr && found == target;
   };
   EXPECT_TRUE(follows(whole));
+  EXPECT_FALSE(follows(std::string(whole).append(std::size_t{16} << 20, '\0'))) << "far too long";
+  {
+    const TestHost old_host("libraries.kernel32 = false");
+    EXPECT_TRUE(follows(whole)) << "the path itself, where long forms are not told apart";
+    EXPECT_FALSE(follows(shortcut(std::string(260, '/') + target)));
+  }
   for (std::size_t size = 0; size < whole.size(); ++size)
     EXPECT_FALSE(follows(whole.substr(0, size)));
   const auto with = [&](std::size_t at, const std::string& bytes) {
@@ -266,6 +293,12 @@ TEST(DebugConfiguration, IsInstalledFromTheSearchPath) {
         "DEBUG @ searchpath:# -     looking in ", "DEBUG @ searchpath:# -     found.\n"}) {
     EXPECT_NE(said.find(text), std::string::npos) << text << said;
   }
+  std::filesystem::remove(folder.path() + "/config/debug.cfg");
+  std::filesystem::create_directory(folder.path() + "/config/debug.cfg");
+  EXPECT_NE(run("SearchOn")
+                .find("fopen failed: Permission denied\n"
+                      "ERROR @ vmk_debug:# - debugging disabled, continuing...\n"),
+            std::string::npos);
 }
 
 TEST(InnerProcess, DISABLED_NothingInstalled) {

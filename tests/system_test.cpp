@@ -147,6 +147,7 @@ TEST(AddressCommands, WithoutANameWorkOnTheFirstActiveAdapterOnly) {
   const TestHost host(adapters({"A", "B"}));
   System system;
   ASSERT_EQ(system.find_first_active_adapter(), 0);
+  EXPECT_EQ(system.pad_blank_addresses("A", 1), -1);
   EXPECT_EQ(system.purge_address(nullptr, "10.0.3.1"), -1);
   EXPECT_THAT(held_lines(),
               ElementsAre("ERROR @ adapter:# - Cannot find address <10.0.3.1> to delete."));
@@ -170,6 +171,24 @@ TEST_F(ForcedDhcpClient, ProbesAndPads) {
   EXPECT_EQ(system->pad_blank_addresses(nullptr, 9), 9);
   EXPECT_EQ(system->pad_blank_addresses("none", 9), -1);
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <none> adapter."));
+}
+
+TEST_F(ForcedDhcpClient, RefusesToCutAListShort) {
+  std::string addresses;
+  for (int i = 0; i < 10011; ++i) {
+    addresses +=
+        "\"10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1) + "/255.0.0.0\",";
+  }
+  const TestHost host(one_adapter(addresses));
+  written_by([] {
+    System system;
+    EXPECT_EQ(system.pad_blank_addresses(nullptr, 0), -1);
+    EXPECT_THAT(
+        held_lines(),
+        ElementsAre("WARN  @ system:# - Cannot pad blank addresses to <first active> adapter.",
+                    "      @ adapter:# - Cannot set Tcpip parms for Adapter <E100B1>.",
+                    "      @ adapter:# - more than 10010 addresses"));
+  });
 }
 
 TEST(HostAddress, IsCutToItsBuffer) {

@@ -233,7 +233,7 @@ TEST(Lines, AreReadWholeAtAnyLength) {
   const std::string line(10000, 'x');
   const std::string full(4095, 'y');
   std::string text = "a\r\n\n" + line + "\n" + full + "\n" + full + "\n";
-  text += std::string("b\0c\nlast", 8);
+  text += std::string("b\0c\nlast", 8) + full.substr(4);
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
       fmemopen(text.data(), text.size(), "r"), std::fclose);
   char buffer[4096];
@@ -245,7 +245,8 @@ TEST(Lines, AreReadWholeAtAnyLength) {
     EXPECT_EQ(length, std::strlen(read.text));
     lines.emplace_back(read.text);
   }
-  EXPECT_EQ(lines, (std::vector<std::string>{"a\r", "", line, full, full, "b", "last"}));
+  EXPECT_EQ(lines,
+            (std::vector<std::string>{"a\r", "", line, full, full, "b", "last" + full.substr(4)}));
 }
 
 TEST(Lines, OfATinyBufferAndOfAFailingStream) {
@@ -297,6 +298,12 @@ TEST(IdenticalFiles, LoseTheFirst) {
   EXPECT_EQ(remove_if_identical(path.c_str(), folder.path().c_str()), -1);
   errno = 0;
   EXPECT_TRUE(std::filesystem::exists(path));
+  EXPECT_EQ(remove_if_identical("/proc/version", "/proc/version"), -1);
+  EXPECT_EQ(held_lines().front(), "WARN  @ utils:# - cannot delete /proc/version");
+  EXPECT_EQ(remove_if_identical(path.c_str(), "/proc/self/mem"), -1);
+  EXPECT_THAT(held_lines(), testing::ElementsAre("WARN  @ utils:# - cannot read /proc/self/mem",
+                                                 "      @ utils:# - fread: Input/output error"));
+  errno = 0;
 }
 
 // ---- Time, names, reports ----------------------------------------------------------------------
@@ -310,6 +317,7 @@ TEST(Time, IsAddedAndTakenAway) {
   EXPECT_EQ(time.microseconds, 100000);
   const TimeValue now = current_time();
   EXPECT_EQ(now.microseconds % 1000, 0);
+  EXPECT_LE(now_seconds() - now.seconds, 10);
   EXPECT_LE(static_cast<std::uint32_t>(now_ms() - static_cast<std::uint32_t>(now.seconds) * 1000U),
             10000U);
 }
@@ -345,6 +353,30 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   EXPECT_EQ(resolve_ipv6("no address", address6), -1);
   EXPECT_EQ(held_lines().front(),
             "ERROR @ utils:# - cannot resolve to IPv6 address, or incorrect IPv6 address format");
+}
+
+// What a host offers for IPv6 is asked once in a process: these run in processes of their own.
+TEST(NamesDeathTest, OfIpv6NeedAnOsAndAResolver) {
+  struct Case {
+    const char* host;
+    const char* report;
+  };
+  for (const auto& [description, report] :
+       {Case{"os = {major = 5, minor = 0}", "IPv6 not supported by OS"},
+        {"os = {platform_id = 1, major = 4, minor = 10}", "IPv6 not supported by OS"},
+        {"libraries.ws2_32 = [\"getaddrinfo\", \"freeaddrinfo\"]",
+         "cannot resolve to IPv6 address"},
+        {"[[faults]]\nfunction = \"GetSystemDirectoryA\"\ncode = 5", "cannot resolve to IPv6"}}) {
+    EXPECT_EXIT(
+        {
+          const TestHost host(description);
+          sockaddr_in6 address6 = {};
+          const int result = resolve_ipv6("::1", address6);
+          errmsg_flush();
+          std::exit(result + 2);
+        },
+        testing::ExitedWithCode(1), report);
+  }
 }
 
 TEST(Dumps, LineUpTheirColumns) {

@@ -193,7 +193,8 @@ class Tally:
     def try_changes(self, number, changes):
         copy = Copy(number)
         if not copy.tests_pass():
-            sys.exit("the tests fail without any change")
+            print("mutation: the tests fail without any change", flush=True)
+            return
         for change in changes:
             if not copy.apply(change):
                 continue
@@ -247,7 +248,7 @@ def main():
     for thread in threads:
         thread.join()
     tried = tally.noticed + len(tally.unnoticed)
-    percent = 100 * tally.noticed // tried if tried else 0
+    percent = 100 * tally.noticed // tried if tried > 0 else 0
     print(f"mutation: {tally.noticed} of {tried} changes noticed, {percent} %")
     sys.exit(0 if percent >= 85 else 1)
 
