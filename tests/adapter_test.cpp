@@ -237,6 +237,8 @@ TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), 0);
   EXPECT_EQ(adapter->delete_address("172.16.0.5"), 0);
   EXPECT_EQ(adapter->delete_address("172.16.0.5"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - Cannot find address <172.16.0.5> to delete."));
   EXPECT_THAT(adapter.host()->diary(), ElementsAre("slot 5 of E100B1 = 172.16.0.5/255.255.0.0",
                                                    "slot 6 of E100B1 = 0.0.255.255/255.255.0.0",
                                                    "slot 6 of E100B1 = 0.0.0.0/0.0.0.0",

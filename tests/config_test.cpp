@@ -175,7 +175,9 @@ TEST(Configuration, TakesDepthAndBreadth) {
   longest.resize(10'000'000, 'x');
   EXPECT_EQ(read(file, broad + longest + "\n}\n"), 0);
   EXPECT_EQ(file.pair_count(0), 100001U);
-  EXPECT_STREQ(file.value(0, "KEY99999"), "v");
+  for (int i = 0; i < 100000; i += 9) {
+    ASSERT_NE(file.value(0, ("KEY" + std::to_string(i)).c_str()), nullptr) << i;
+  }
   EXPECT_EQ(file.block_count(), 1U);
 }
 

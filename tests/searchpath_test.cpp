@@ -95,9 +95,10 @@ std::string shortcut(const std::string& target, std::uint32_t flags = 3) {
 TEST(Resolution, FollowsFilesLinksAndShortcuts) {
   const TestFolder folder;
   const SearchPath search(folder.path().c_str());
+  EXPECT_STREQ(search_path_user(), "operator");
   const auto find = [&](const char* name) -> std::string {
     char path[PATH_BUFFER_SIZE] = "untouched";
-    errmsg_begin();
+    errmsg_push("left over");
     const char* found = search.resolve(name, path, SEARCH_PRIVATE);
     return found != nullptr ? found : "none";
   };
@@ -127,15 +128,18 @@ TEST(Resolution, TellsEachStepWhenDebugged) {
   char path[PATH_BUFFER_SIZE];
   const std::string said = written_by([&] { search.resolve("it", path, SEARCH_PRIVATE); });
   install_debug_table(nullptr);
-  const std::string start = "DEBUG @ searchpath:# - ";
-  const std::string looking = start + "    looking in " + folder.path() + "/\n" + start;
-  const std::string resolving = start + "    resolving filename pos.";
-  EXPECT_EQ(said, start + "searching for it\n" + looking + "    not found.\n" + start +
-                      "THIS IS WHAT WE ARE LOOKING FOR in pass# 1 =>it.lnk \n" + resolving + "1\n" +
-                      looking + "    not found.\n" + start +
-                      "THIS IS WHAT WE ARE LOOKING FOR in pass# 2 =>Shortcut to it.lnk \n" +
-                      resolving + "1\n" + resolving + "2\n" + resolving + "3\n" + start +
-                      "    resolved filename is " + target + "\n" + looking + "    found.\n");
+  const std::string looking = "    looking in " + folder.path() + "/";
+  const std::string resolving = "    resolving filename pos.";
+  const std::string pass = "THIS IS WHAT WE ARE LOOKING FOR in pass# ";
+  std::string expected;
+  for (const std::string& line :
+       {std::string("searching for it"), looking, std::string("    not found."),
+        pass + "1 =>it.lnk ", resolving + "1", looking, std::string("    not found."),
+        pass + "2 =>Shortcut to it.lnk ", resolving + "1", resolving + "2", resolving + "3",
+        "    resolved filename is " + target, looking, std::string("    found.")}) {
+    expected += "DEBUG @ searchpath:# - " + line + "\n";
+  }
+  EXPECT_EQ(said, expected);
 }
 
 TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
@@ -216,6 +220,7 @@ TEST(Listing, GivesEveryEntry) {
     EXPECT_EQ(buffer.directory, folder.path() + "/list");
     names.insert(buffer.entry);
   }
+  EXPECT_STREQ(buffer.entry, "");
   EXPECT_THAT(names, ElementsAre(".", "..", "a", "b"));
   EXPECT_EQ(close_listing(listing), 0);
   EXPECT_EQ(listing, nullptr);

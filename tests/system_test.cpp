@@ -203,19 +203,6 @@ TEST(HostAddress, IsCutToItsBuffer) {
   EXPECT_EQ(std::string(address), std::string(199, '9'));
 }
 
-bool everywhere(const char* module, std::int32_t /*line*/) {
-  return std::string_view(module) == "system";
-}
-
-TEST(HostAddress, SaysWhichAdapterItLooksAtWhenDebugged) {
-  const TestHost host(adapters({"A"}));
-  install_debug_table(everywhere);
-  char address[200];
-  EXPECT_EQ(written_by([&] { EXPECT_EQ(get_host_address_from_bindings(address), 0); }),
-            "DEBUG @ system:# - adapter = \"E2\"\n");
-  install_debug_table(nullptr);
-}
-
 // ---- Exclusion list ----------------------------------------------------------------------------
 
 TEST(Exclusions, MatchByBeginnings) {

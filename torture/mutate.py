@@ -5,8 +5,11 @@
     mutate.py CHANGE                    one change, as the list of what went unnoticed names it
 
 A change turns a comparison, moves a constant by one, leaves a call out, alters a text, swaps a
-report's level or what it does to the message, or swaps "and" and "or". What no compiler takes is no
-change. Each is built and tested in a copy of the tree; the tree itself is never touched.
+report's level or what it does to the message, or swaps "and" and "or", plus and minus, true and
+false. Left alone is what nobody could see: the size of a buffer, the position [0], what a variable
+holds before it is set, the release of memory (the sanitizers' affair), and the lines that
+uncovered.txt lists, which the torture plays instead. What no compiler takes is no change. Each is
+built and tested in a copy of the tree; the tree itself is never touched.
 """
 
 import argparse
@@ -20,14 +23,14 @@ import sys
 import threading
 
 from clang import cindex
-from clang.cindex import CursorKind
+from clang.cindex import CursorKind, TypeKind
 
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 WORK = os.path.join(ROOT, "build", "mutation")
 JOBS = 2
 LONGEST_TEST = 120  # seconds; a change that makes the tests hang is noticed
 TURNED = {
-    "<": "<=", "<=": "<", ">": ">=", ">=": ">", "==": "!=", "!=": "==",
+    "<": ">", "<=": ">=", ">": "<", ">=": "<=", "==": "!=", "!=": "==",
     "&&": "||", "||": "&&", "+": "-", "-": "+",
 }  # fmt: skip
 KINDS = {
@@ -35,6 +38,11 @@ KINDS = {
     "CLOSE_ERROR": "WRITE_ERROR", "CLOSE_WARN": "CLOSE_ERROR", "WRITE_ERROR": "CLOSE_ERROR",
     "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
 }  # fmt: skip
+
+RELEASES = ("__builtin_va_end", "free", "reset", "release")
+DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
+
+PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
 
 Change = collections.namedtuple("Change", "file start end text")
 
@@ -50,8 +58,15 @@ def sources():
     return [file for file in files if not file.endswith("_windows.cpp")]
 
 
+def uncovered_lines():
+    with open(os.path.join(ROOT, "torture", "uncovered.txt"), encoding="utf-8") as stream:
+        return {line.rstrip("\n") for line in stream if not line.startswith("#")}
+
+
 class Finder:
     """The changes of one source."""
+
+    UNCOVERED = uncovered_lines()
 
     def __init__(self, file):
         self.file = file
@@ -69,8 +84,9 @@ class Finder:
                 self.visit(cursor, None)
 
     def add(self, start, end, text):
+        line = self.text[self.text.rfind(b"\n", 0, start) + 1 :].split(b"\n", 1)[0].decode().strip()
         change = Change(self.file, start, end, text)
-        if change not in self.changes:
+        if change not in self.changes and f"{self.file}: {line}" not in self.UNCOVERED:
             self.changes.append(change)
 
     def piece(self, cursor):
@@ -84,7 +100,8 @@ class Finder:
         if cursor.kind == CursorKind.BINARY_OPERATOR:
             self.turn(cursor)
         elif cursor.kind == CursorKind.INTEGER_LITERAL and text.replace("'", "").isdigit():
-            self.move_constant(start, end, text)
+            if not self.is_unseen(cursor, parent, text):
+                self.move_constant(start, end, text)
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
             self.add(start + 1, start + 1, "~")
         elif cursor.kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
@@ -92,9 +109,19 @@ class Finder:
         elif text in KINDS:
             self.add(start, end, KINDS[text])
         elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
+            if cursor.spelling in RELEASES:
+                return
             self.add(start, end, "")
         for child in cursor.get_children():
-            self.visit(child, cursor)
+            # Operators and conversions are passed over: it is the declaration or call that counts.
+            self.visit(child, parent if cursor.kind in PASSED_OVER else cursor)
+
+    @staticmethod
+    def is_unseen(cursor, parent, text):
+        is_first = parent.kind == CursorKind.ARRAY_SUBSCRIPT_EXPR and text == "0"
+        is_start = parent.kind in DECLARATIONS and text == "0"
+        is_bound = parent.kind in DECLARATIONS and parent.type.kind == TypeKind.CONSTANTARRAY
+        return is_first or is_start or is_bound
 
     def turn(self, cursor):
         left, right = cursor.get_children()

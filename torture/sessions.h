@@ -19,7 +19,7 @@ struct Session {
   void (*before_typing)(System& system, const std::string& folder);
   std::string typed;
 
-  /// Whether it plays on this machine's kernel, in a namespace that laid_out_namespace made.
+  /// Whether it plays on this machine's kernel, in the namespace that enter_namespace made.
   [[nodiscard]] bool is_live() const;
 };
 

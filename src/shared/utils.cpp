@@ -322,12 +322,9 @@ void set_range(char* piece, std::uint8_t* flags, std::int32_t n, std::uint8_t va
   SplitList ends;
   split_at_char(piece, '-', false, ends);
   if (ends.count == 1 || ends.count == 2) {
-    const std::int32_t first = decimal_value(ends.pieces[0]);
-    const std::int32_t last = decimal_value(ends.pieces[ends.count - 1]);
-    const bool inside = ends.count == 2 || (first >= 1 && first <= n);
-    const std::int32_t from = std::max(first, 1);
-    const std::int32_t to = std::min(last, n);
-    if (inside && from <= to) std::fill(flags + from, flags + to + 1, value);
+    const std::int32_t from = std::max(decimal_value(ends.pieces[0]), 1);
+    const std::int32_t to = std::min(decimal_value(ends.pieces[ends.count - 1]), n);
+    if (from <= to) std::fill(flags + from, flags + to + 1, value);
   }
   split_release(ends);
 }
