@@ -25,15 +25,15 @@ constexpr std::uint8_t MAC[6] = {};
 class Fixture {
  public:
   Fixture(IpMechanism mechanism, const std::string& description) : host_(description) {
-    iphlpapi_load();
-    dhcpcsvc_load();
+    EXPECT_EQ(iphlpapi_load(), 0);
+    EXPECT_EQ(dhcpcsvc_load(), 0);
     const bool dhcp = mechanism == MECHANISM_DHCP_CLIENT;
     adapter_ = std::make_unique<Adapter>(dhcp ? "E100B1" : "Ethernet", 2, 6, MAC, mechanism);
   }
   ~Fixture() {
     adapter_.reset();
-    iphlpapi_unload();
-    dhcpcsvc_unload();
+    EXPECT_EQ(iphlpapi_unload(), 0);
+    EXPECT_EQ(dhcpcsvc_unload(), 0);
   }
   Fixture(const Fixture&) = delete;
   Fixture& operator=(const Fixture&) = delete;

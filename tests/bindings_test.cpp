@@ -18,12 +18,12 @@ using testing::ElementsAre;
 class Bindings {
  public:
   explicit Bindings(const std::string& description) : host_(description) {
-    iphlpapi_load();
-    dhcpcsvc_load();
+    EXPECT_EQ(iphlpapi_load(), 0);
+    EXPECT_EQ(dhcpcsvc_load(), 0);
   }
   ~Bindings() {
-    iphlpapi_unload();
-    dhcpcsvc_unload();
+    EXPECT_EQ(iphlpapi_unload(), 0);
+    EXPECT_EQ(dhcpcsvc_unload(), 0);
   }
   Bindings(const Bindings&) = delete;
   Bindings& operator=(const Bindings&) = delete;
@@ -51,14 +51,14 @@ TEST(IpHelperBinding, IsAvailableOnlyWhole) {
     const Bindings bindings("libraries.iphlpapi = [" + list + "]");
     EXPECT_EQ(iphlpapi_available(), missing == names.size() ? 1 : 0) << missing;
     EXPECT_EQ(iphlpapi_load(), 0);
-    iphlpapi_unload();
+    EXPECT_EQ(iphlpapi_unload(), 0);
     EXPECT_EQ(iphlpapi_available(), 0);
   }
 }
 
 TEST(IpHelperBinding, ReportsWhatFailedAndWhy) {
   const Bindings bindings(one_adapter("\"10.0.0.1/255.0.0.0\""));
-  errmsg_begin();
+  errmsg_push("left over");
   ULONG size = 0;
   EXPECT_EQ(iphlpapi_get_ip_addr_table(nullptr, &size, TRUE), 122U);
   EXPECT_EQ(size, sizeof(MIB_IPADDRTABLE));
@@ -142,7 +142,7 @@ TEST(DhcpClientBinding, RefusalsHaveTheirWords) {
   EXPECT_EQ(std::signal(SIGSEGV, before), SIG_IGN) << "faults elsewhere are none of the guard's";
   EXPECT_THAT(held_lines(),
               ElementsAre("ERROR @ vmk_dhcpcsvc:# - Exception in DhcpNotifyConfigChange."));
-  dhcpcsvc_unload();
+  EXPECT_EQ(dhcpcsvc_unload(), 0);
   EXPECT_EQ(dhcpcsvc_available(), 0);
   EXPECT_THAT(
       output_of([] { EXPECT_EQ(dhcpcsvc_notify_config_change("n", 0, "1.2.3.4", "0"), 0); }),

@@ -22,7 +22,7 @@ using testing::ElementsAre;
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 int read(ConfigFile& file, const std::string& text) {
-  errmsg_begin();
+  errmsg_push("left over");
   if (text.empty()) return file.read(Stream(std::fopen("/dev/null", "r"), std::fclose).get());
   std::string copy = text;
   return file.read(Stream(fmemopen(copy.data(), copy.size(), "r"), std::fclose).get());
@@ -115,7 +115,7 @@ TEST(Configuration, AFailingStreamEndsTheInput) {
   const TestFolder folder;
   const Stream stream(std::fopen(folder.path().c_str(), "r"), std::fclose);
   ConfigFile file;
-  errmsg_begin();
+  errmsg_push("left over");
   EXPECT_EQ(file.read(stream.get()), 0);
   errno = 0;
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ utils:# - cannot read file.",

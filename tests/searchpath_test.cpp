@@ -251,7 +251,7 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
     const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
         std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
     RuntimeDebugTable table;
-    errmsg_begin();
+    errmsg_push("left over");
     EXPECT_EQ(table.load(stream.get()), result);
     EXPECT_EQ(written_by([&] { table.dump(); }), dump) << text;
     if (report != nullptr) {
@@ -307,7 +307,7 @@ TEST(DebugConfiguration, IsInstalledFromTheSearchPath) {
 }
 
 TEST(InnerProcess, DISABLED_NothingInstalled) {
-  errmsg_begin();
+  errmsg_push("left over");
   EXPECT_EQ(dll_init_debug(), 0);
   EXPECT_THAT(held_lines(),
               ElementsAre("ERROR @ searchpath:# - config/debug.cfg not in search path"));

@@ -39,7 +39,7 @@ KINDS = {
     "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
 }  # fmt: skip
 
-RELEASES = ("__builtin_va_end", "free", "reset", "release")
+RELEASES = ("__builtin_va_end", "free", "reset", "release", "split_release")
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
 
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
