@@ -64,46 +64,46 @@ TEST_F(DynStoreTest, RepeatedGrowthTakesABlockAStepAndNoMore) {
 }
 
 TEST_F(DynStoreTest, PrependsIntoTheFrontRoomOrMovesTheText) {
-  store_.append_str("0123456789");
-  store_.prepend_str("abc");
+  EXPECT_EQ(store_.append_str("0123456789"), 0);
+  EXPECT_EQ(store_.prepend_str("abc"), 0);
   EXPECT_STREQ(store_.str(), "abc0123456789");
   EXPECT_EQ(store_.offset(), 0);
   EXPECT_EQ(store_.drop_front(5), 0);
   EXPECT_EQ(store_.offset(), 5);
-  store_.prepend_str("xyz");
+  EXPECT_EQ(store_.prepend_str("xyz"), 0);
   EXPECT_EQ(store_.offset(), 2);
   EXPECT_STREQ(store_.str(), "xyz23456789");
   // Growth keeps the front room there was.
-  store_.prepend_str(std::string(2000, '-').c_str());
+  EXPECT_EQ(store_.prepend_str(std::string(2000, '-').c_str()), 0);
   EXPECT_EQ(store_.offset(), 2);
   EXPECT_EQ(store_.str(), std::string(2000, '-') + "xyz23456789");
   EXPECT_EQ(last_size, 2012U + 2002U);
 }
 
 TEST_F(DynStoreTest, TurnsNumbersIntoText) {
-  store_.append_int(-5);
-  store_.append_uint(4294967295U);
-  store_.append_int64(INT64_MIN);
-  store_.append_long(-1);
-  store_.append_ulong(7);
-  store_.prepend_int(-6);
-  store_.prepend_uint(4000000000U);
-  store_.prepend_long(1);
-  store_.prepend_ulong(2);
-  store_.prepend_int64(INT64_MAX);
+  EXPECT_EQ(store_.append_int(-5), 0);
+  EXPECT_EQ(store_.append_uint(4294967295U), 0);
+  EXPECT_EQ(store_.append_int64(INT64_MIN), 0);
+  EXPECT_EQ(store_.append_long(-1), 0);
+  EXPECT_EQ(store_.append_ulong(7), 0);
+  EXPECT_EQ(store_.prepend_int(-6), 0);
+  EXPECT_EQ(store_.prepend_uint(4000000000U), 0);
+  EXPECT_EQ(store_.prepend_long(1), 0);
+  EXPECT_EQ(store_.prepend_ulong(2), 0);
+  EXPECT_EQ(store_.prepend_int64(INT64_MAX), 0);
   EXPECT_STREQ(store_.str(),
                "9223372036854775807214000000000-6-54294967295-9223372036854775808-17");
-  store_.set_format("%s/%d", "a", 5);
-  store_.append_format("%05d", 42);
+  EXPECT_EQ(store_.set_format("%s/%d", "a", 5), 0);
+  EXPECT_EQ(store_.append_format("%05d", 42), 0);
   EXPECT_STREQ(store_.str(), "a/500042");
-  store_.set_format("%20000d", 1);
+  EXPECT_EQ(store_.set_format("%20000d", 1), 0);
   EXPECT_EQ(store_.length(), 16383);
 }
 
 TEST_F(DynStoreTest, RemovesAndRefuses) {
-  store_.append_str(" \tabcdefg\t ");
-  store_.trim_leading_blanks();
-  store_.trim_trailing_blanks();
+  EXPECT_EQ(store_.append_str(" \tabcdefg\t "), 0);
+  EXPECT_EQ(store_.trim_leading_blanks(), 0);
+  EXPECT_EQ(store_.trim_trailing_blanks(), 0);
   EXPECT_STREQ(store_.str(), "abcdefg");
   EXPECT_EQ(store_.erase(2, 3), 0);
   EXPECT_STREQ(store_.str(), "abfg");
@@ -114,15 +114,15 @@ TEST_F(DynStoreTest, RemovesAndRefuses) {
   EXPECT_EQ(store_.drop_back(5), -1);
   EXPECT_EQ(store_.drop_back(1), 0);
   EXPECT_STREQ(store_.str(), "abf");
-  store_.set_format(" \t ");
-  store_.trim_trailing_blanks();
+  EXPECT_EQ(store_.set_format(" \t "), 0);
+  EXPECT_EQ(store_.trim_trailing_blanks(), 0);
   EXPECT_STREQ(store_.str(), "");
 }
 
 TEST_F(DynStoreTest, Dumps) {
-  store_.append("a\0b", 3);
+  EXPECT_EQ(store_.append("a\0b", 3), 0);
   EXPECT_EQ(store_.length(), 3);
-  store_.drop_front(1);
+  EXPECT_EQ(store_.drop_front(1), 0);
   EXPECT_EQ(written_by([this] { store_.dump(); }),
             "  params: offset=1, len=3, alloc=1024\n  str = \"\"\n");
 }
@@ -135,7 +135,7 @@ TEST(DynStoreDeathTest, EndsWithoutMemory) {
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);
         DynStore store(none);
-        store.append_str(std::string(1024, 'x').c_str());
+        EXPECT_EQ(store.append_str(std::string(1024, 'x').c_str()), 0);
       },
       testing::ExitedWithCode(3), "\\.\\\\dynstore:[0-9]+: assertion failed - out of memory\n$");
 }

@@ -63,9 +63,11 @@ TEST(Stress, RunsThroughConsecutiveAddresses) {
     });
     std::vector<std::string> expected;
     for (const std::string& address : addresses) {
-      expected.push_back("add " + address + "/255.0.0.0 to 2");
+      expected.insert(expected.end(), {"add " + address + "/255.0.0.0 to 2", "sleep 1"});
     }
-    for (const std::string& address : addresses) expected.push_back("delete " + address);
+    for (const std::string& address : addresses) {
+      expected.insert(expected.end(), {"delete " + address, "sleep 1"});
+    }
     EXPECT_EQ(host->diary(), expected);
   }
 }

@@ -86,7 +86,7 @@ std::string shortcut(const std::string& target, std::uint32_t flags = 3) {
                      std::string("\x01\x14\x02\0\0\0\0\0\xC0\0\0\0\0\0\0\x46", 16) +
                      little_endian(flags);
   link.resize(76);
-  link += std::string("\x05\0list!", 7);
+  link += "\x05\x01" + std::string(261, 'l');
   link += little_endian(0) + little_endian(0x1C) + std::string(0x14, '\0');
   link += little_endian(0x10) + std::string(0x0C, 'v');
   return link + target + '\0';
@@ -165,7 +165,7 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
     std::string link = whole;
     return link.replace(at, bytes.size(), bytes);
   };
-  constexpr std::size_t INFORMATION = 76 + 7;
+  constexpr std::size_t INFORMATION = 76 + 263;
   for (const std::string& link :
        {with(0, "M"), with(19, "\x47"), with(20, little_endian(1)), with(76, "\xFF\xFF"),
         with(INFORMATION + 4, little_endian(0xFFFFFFFC)),

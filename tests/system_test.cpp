@@ -140,7 +140,8 @@ TEST(AddressCommands, AnAddressHeldByAnyAdapterIsNotAddedAgain) {
   // It has gone from the host: the refresh shows it, and it is added.
   ASSERT_EQ(host->delete_address(1), 0U);
   EXPECT_EQ(system.add_address("B", "10.0.2.1", "255.0.0.0"), 0);
-  EXPECT_THAT(host->diary(), ElementsAre("delete 10.0.2.1", "add 10.0.2.1/255.0.0.0 to 3"));
+  EXPECT_THAT(host->diary(),
+              ElementsAre("delete 10.0.2.1", "add 10.0.2.1/255.0.0.0 to 3", "sleep 1"));
 }
 
 TEST(AddressCommands, WithoutANameWorkOnTheFirstActiveAdapterOnly) {

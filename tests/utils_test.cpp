@@ -102,7 +102,7 @@ std::vector<std::string> pieces(SplitList& list) {
 TEST(Texts, AreTrimmedAndUnescaped) {
   char text[] = " \t\v\f\r\n a b \n";
   EXPECT_STREQ(skip_blanks(text), "a b \n");
-  trim(text);
+  EXPECT_EQ(trim(text), 0);
   EXPECT_STREQ(text, "a b");
   char escaped[] = "a\\nb\\tc\\sd\\re\\\\n\\x\\";
   EXPECT_STREQ(unescape(escaped), "a\nb\tc d\re\\\\n\\x\\");
@@ -178,7 +178,7 @@ TEST(Texts, AreMeasuredAndTurned) {
   char path[] = "C:\\Work/X\xC4";
   EXPECT_EQ(normalize_path(path), 0);
   EXPECT_STREQ(path, "c:/work/x\xC4");
-  to_backslashes(path);
+  EXPECT_EQ(to_backslashes(path), 0);
   EXPECT_STREQ(path, "c:\\work\\x\xC4");
   to_slashes(path);
   EXPECT_STREQ(path, "c:/work/x\xC4");
@@ -370,7 +370,6 @@ TEST(NamesDeathTest, OfIpv6NeedAnOsAndAResolver) {
   };
   for (const auto& [description, status, report] :
        {Case{"os = {major = 5, minor = 0}", 1, "IPv6 not supported by OS"},
-        {"os = {platform_id = 1, major = 4, minor = 10}", 1, "IPv6 not supported by OS"},
         {"os = {major = 5, minor = 2}", 2, ""},
         {"os = {major = 6, minor = 0}", 2, ""},
         {"os = {major = 6, minor = 1}", 2, ""},

@@ -39,7 +39,8 @@ KINDS = {
     "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
 }  # fmt: skip
 
-RELEASES = ("__builtin_va_end", "free", "reset", "release", "split_release")
+RELEASES = ("__builtin_va_end", "free", "reset", "release", "release_resized",
+            "split_release")
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
 
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
@@ -103,7 +104,8 @@ class Finder:
             if not self.is_unseen(cursor, parent, text):
                 self.move_constant(start, end, text)
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
-            self.add(start + 1, start + 1, "~")
+            # At the end: modules are named by the end of their path.
+            self.add(end - 1, end - 1, "~")
         elif cursor.kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
             self.add(start, start + 1, "")
         elif text in KINDS:

@@ -263,6 +263,7 @@ DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, Reg
 }
 
 void SimulatedHost::sleep(DWORD milliseconds) {
+  if (keeps_diary_) note("sleep " + std::to_string(milliseconds));
   if (sleeps_) wait_exactly(milliseconds);
 }
 

@@ -44,7 +44,8 @@ class SimulatedHost : public Host {
   void sleep(DWORD milliseconds) override;
   [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
 
-  /// Writes down every change that is asked of the host from now on, one line each, in order.
+  /// Writes down every change and every wait that is asked of the host from now on, one line each,
+  /// in order.
   void keep_diary() { keeps_diary_ = true; }
   [[nodiscard]] const std::vector<std::string>& diary() const { return diary_; }
 
