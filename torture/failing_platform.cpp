@@ -148,11 +148,12 @@ WorkingPlatform::WorkingPlatform() : before_(std::exchange(plan.armed, false)) {
 WorkingPlatform::~WorkingPlatform() { plan.armed = before_; }
 
 std::optional<ScriptedFault> FailingHost::next_fault(Call call) {
-  // A search that can never be closed could not but leak.
-  const bool spared = call == Call::FIND_CLOSE && plan.last > plan.first;
+  const bool raises = plan.treatment == Treatment::RAISE;
+  // A search that can never be closed could not but leak; and one call alone may fault.
+  const bool spared = raises ? call != Call::DHCP_NOTIFY_CONFIG_CHANGE
+                             : call == Call::FIND_CLOSE && plan.last > plan.first;
   if (!fails_calls() || spared || !is_treated()) return SimulatedHost::next_fault(call);
-  const bool guarded = call == Call::DHCP_NOTIFY_CONFIG_CHANGE;
-  return ScriptedFault{ERROR_ACCESS_DENIED, plan.treatment == Treatment::RAISE && guarded};
+  return ScriptedFault{ERROR_ACCESS_DENIED, raises};
 }
 
 // The link sends calls of the modules here (--wrap) and these names to the layer.

@@ -9,7 +9,7 @@
 /// What a call of the layer does instead of what it should.
 enum class Treatment : std::uint8_t {
   FAIL,          ///< answers a code
-  RAISE,         ///< faults, where the tool guards the call; elsewhere answers a code
+  RAISE,         ///< faults: the one call that the tool guards
   GROWN,         ///< a fetch of a table or value says that it needs more room than was asked for
   SHRUNK,        ///< a fetch gives half of what was there when its size was asked
   CUT,           ///< a table claims more rows than it has bytes for; a list of strings has no end
