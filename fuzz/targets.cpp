@@ -209,7 +209,7 @@ addresses = ["0.0.0.0/0.0.0.0"]
 [[faults]]
 function = "AddIPAddress"
 code = 1450
-skip = 100
+skip = 30
 )",
     R"([time]
 sleep = false
@@ -223,7 +223,7 @@ blank_slots = 12
 [[faults]]
 function = "DhcpNotifyConfigChange"
 code = 5
-skip = 100
+skip = 30
 )",
     R"([time]
 sleep = false
@@ -231,6 +231,16 @@ sleep = false
 iphlpapi = false
 dhcpcsvc = false
 )"};
+
+/// A host of a description that is read once.
+SimulatedHost session_host(std::size_t number) {
+  static const std::vector<HostDescription> descriptions = [] {
+    std::vector<HostDescription> all;
+    for (const char* text : SESSION_HOSTS) all.push_back(parse_description(text, "session"));
+    return all;
+  }();
+  return SimulatedHost(descriptions[number % descriptions.size()]);
+}
 
 /// Whether a run of digits is so long that a stress test with it would take long.
 bool has_large_number(std::string_view text) {
@@ -263,8 +273,7 @@ void check_host(SimulatedHost& host) {
 
 void fuzz_session(const std::uint8_t* data, std::size_t size) {
   if (size == 0 || has_large_number(text_of(data + 1, size - 1))) return;
-  auto owned = std::make_unique<SimulatedHost>(
-      parse_description(SESSION_HOSTS[data[0] % std::size(SESSION_HOSTS)], "session"));
+  auto owned = std::make_unique<SimulatedHost>(session_host(data[0]));
   SimulatedHost& host = *owned;
   std::unique_ptr<Host> before_it = install_host(std::move(owned));
   const Stream typed = stream_of(data + 1, size - 1);
