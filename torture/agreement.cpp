@@ -67,20 +67,25 @@ class Comparison {
   std::string listed(const Adapter& adapter, const char* name, std::int32_t position) {
     const RegistryValue* value = nullptr;
     if (host_.find_value(interface_key(adapter.description()), name, value) != NO_ERROR) return "";
-    const char* text = value->data.c_str();
-    for (std::int32_t i = 0; i < position; ++i) text += std::strlen(text) + 1;
-    return text;
+    std::size_t at = 0;
+    for (std::int32_t i = 0; i < position && at < value->data.size(); ++i) {
+      at += std::strlen(&value->data[at]) + 1;
+    }
+    return at < value->data.size() ? &value->data[at] : "";
   }
 
   void find_claim(const HostAddress& address) {
-    const auto same = [&](const HostAddress& it) { return it.context == address.context; };
+    const auto same = [&](const HostAddress& it) {
+      return it.address == address.address && it.mask == address.mask &&
+             it.interface_index == address.interface_index;
+    };
     if (std::any_of(before_.begin(), before_.end(), same)) return;
     for (std::int32_t i = 0; i < system_.adapter_count(); ++i) {
       const Adapter* adapter = system_.adapter(i);
       for (std::int32_t j = 0; adapter != nullptr && j < adapter->address_count(); ++j) {
-        const AddressSlot& slot = *adapter->address_slot(j);
-        if (slot.address() == address.address && (slot.nte_context() != 0 || slot.added_here()))
-          return;
+        const AddressSlot* slot = adapter->address_slot(j);
+        if (slot == nullptr || slot->address() != address.address) continue;
+        if (slot->nte_context() != 0 || slot->added_here() != 0) return;
       }
     }
     note("UNCLAIMED:", address.address_text);

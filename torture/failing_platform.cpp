@@ -108,6 +108,12 @@ LSTATUS lie_about_value(Treatment lie, LPBYTE data, LPDWORD size) {
   return ERROR_SUCCESS;
 }
 
+void lie_about_entry(WIN32_FIND_DATAA& entry) {
+  if (plan.treatment != Treatment::UNTERMINATED || !next_lie()) return;
+  // Nothing behind the field ends the text either.
+  std::memset(&entry, 'x', sizeof entry);
+}
+
 // ---- The IP Helper's functions, as the tool finds them ----------------------------------------
 
 DWORD WINAPI lying_if_table(PMIB_IFTABLE table, PULONG size, BOOL order) {
@@ -162,6 +168,8 @@ extern "C" {
 FARPROC WINAPI __real_GetProcAddress(HMODULE library, LPCSTR name);
 LSTATUS WINAPI __real_RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD reserved, LPDWORD type,
                                        LPBYTE data, LPDWORD size);
+HANDLE WINAPI __real_FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data);
+BOOL WINAPI __real_FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data);
 BOOL WINAPI __real_GetVersionExA(LPOSVERSIONINFOA information);
 
 FARPROC WINAPI __wrap_GetProcAddress(HMODULE library, LPCSTR name) {
@@ -180,6 +188,18 @@ LSTATUS WINAPI __wrap_RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD reserved,
   if (status != ERROR_SUCCESS) return status;
   const auto lie = next_lie();
   return lie ? lie_about_value(*lie, data, size) : status;
+}
+
+HANDLE WINAPI __wrap_FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
+  const HANDLE found = __real_FindFirstFileA(pattern, data);
+  if (found != INVALID_HANDLE_VALUE) lie_about_entry(*data);
+  return found;
+}
+
+BOOL WINAPI __wrap_FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
+  const BOOL found = __real_FindNextFileA(find, data);
+  if (found != FALSE) lie_about_entry(*data);
+  return found;
 }
 
 BOOL WINAPI __wrap_GetVersionExA(LPOSVERSIONINFOA information) {

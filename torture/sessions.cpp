@@ -165,7 +165,7 @@ void use_blocks(const std::string& folder) {
 
 std::string copy_of_first(const std::string& folder) {
   const WorkingMemory memory;
-  std::string copy = path_of(folder, "copy") + std::to_string(getpid());
+  std::string copy = path_of(folder, "copy") + std::to_string(10'000'000 + getpid());
   write_file(copy, "the same\n");
   return copy;
 }

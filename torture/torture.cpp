@@ -62,6 +62,11 @@ std::span<const Attack> attacks_of(std::string_view suite) {
   return CALL_ATTACKS;
 }
 
+Tolerance tolerance_of(const Attack& attack) {
+  const bool fails = attack.treatment == Treatment::FAIL || attack.treatment == Treatment::RAISE;
+  return {attack.treatment.has_value(), attack.treatment.has_value() && !fails};
+}
+
 struct Disturbance {
   const Attack* attack;
   std::uint64_t nth;
@@ -75,7 +80,8 @@ struct Tally {
   std::uint64_t runs;
   std::uint64_t stopped;
   std::uint64_t broken;
-  std::uint64_t met[JOBS];  ///< failures that the run at hand met, for each job
+  std::uint64_t met[JOBS];   ///< failures that the run at hand met, for each job
+  std::uint64_t attacks[8];  ///< runs of each attack
 };
 
 Tally& shared_tally() {
@@ -168,6 +174,10 @@ class Stage {
     output_.clear();
     met_ = 0;
     const pid_t child = fork();
+    if (child < 0) {
+      std::perror("fork");
+      std::_Exit(1);
+    }
     if (child == 0) {
       dup2(input_.descriptor(), STDIN_FILENO);
       dup2(output_.descriptor(), STDOUT_FILENO);
@@ -209,11 +219,15 @@ void attack_session(const Suite& suite, const Session& session, const Attack& at
   const auto first = 1 + suite.step * static_cast<std::uint64_t>(job);
   for (std::uint64_t nth = first;; nth += suite.step * JOBS) {
     const Outcome outcome = stage.run({&attack, nth, lasting});
-    if (!stage.met_failure()) return;
-    add(tally.runs);
-    if (WIFEXITED(outcome.status) && WEXITSTATUS(outcome.status) == 3) add(tally.stopped);
+    const bool met = stage.met_failure();
+    // A run that met no failure is the last, and must be like the undisturbed one.
     const std::string fault =
-        find_fault(outcome, undisturbed, suite.stops, attack.treatment.has_value());
+        met ? find_fault(outcome, undisturbed, suite.stops, tolerance_of(attack))
+            : find_fault(outcome, undisturbed, {}, {});
+    if (!met && fault.empty()) return;
+    add(tally.runs);
+    add(tally.attacks[&attack - attacks_of(suite.name).data()]);
+    if (WIFEXITED(outcome.status) && WEXITSTATUS(outcome.status) != 0) add(tally.stopped);
     if (fault.empty()) continue;
     add(tally.broken);
     dprintf(STDOUT_FILENO, "%s\n  again: tools/torture %s %s %s %llu %s\n", fault.c_str(),
@@ -228,17 +242,15 @@ bool plays(const Suite& suite, const Session& session) {
 }
 
 void run_job(const Suite& suite, int job) {
-  const bool has_namespace = enter_namespace();
   for (const Session& session : suite.sessions) {
     if (!plays(suite, session)) continue;
-    if (session.is_live() && !has_namespace) {
-      if (job == 0)
-        dprintf(STDOUT_FILENO, "%s: not played, no network namespace here\n", session.name);
-      continue;
+    if (session.is_live() && !enter_namespace()) {
+      dprintf(STDOUT_FILENO, "%s: no network namespace here\n", session.name);
+      std::exit(1);
     }
     Stage stage(session, suite.folder, shared_tally().met[job]);
     const Outcome undisturbed = stage.run({});
-    const std::string fault = find_fault(undisturbed, undisturbed.text, {}, false);
+    const std::string fault = find_fault(undisturbed, undisturbed.text, {}, {});
     if (!fault.empty()) {
       dprintf(STDOUT_FILENO, "%s, undisturbed: %s\n%s", session.name, fault.c_str(),
               undisturbed.text.c_str());
@@ -271,7 +283,11 @@ int run_suite(const Suite& suite) {
           suite.name.c_str(), static_cast<unsigned long long>(tally.runs),
           static_cast<unsigned long long>(tally.stopped),
           static_cast<unsigned long long>(tally.broken));
-  return completed && tally.runs > 0 && tally.broken == 0 ? 0 : 1;
+  bool all_attacked = true;
+  for (std::size_t i = 0; i < attacks_of(suite.name).size(); ++i) {
+    all_attacked = all_attacked && tally.attacks[i] > 0;
+  }
+  return completed && all_attacked && tally.broken == 0 ? 0 : 1;
 }
 
 int run_one(const Suite& suite, const char* const* words) {
@@ -296,11 +312,12 @@ int run_one(const Suite& suite, const char* const* words) {
                                    std::string_view(words[3]) == "ever"};
   const Outcome outcome = stage.run(disturbance);
   const std::string fault =
-      find_fault(outcome, undisturbed.text, suite.stops, attack->treatment.has_value());
+      find_fault(outcome, undisturbed.text, suite.stops, tolerance_of(*attack));
   dprintf(STDOUT_FILENO, "%s\nstatus %x, %s, %s\n", outcome.text.c_str(),
           static_cast<unsigned>(outcome.status),
           stage.met_failure() ? "met the failure" : "met no failure",
           fault.empty() ? "keeps its promises" : fault.c_str());
+  if (!stage.met_failure()) return 2;
   return fault.empty() ? 0 : 1;
 }
 
@@ -325,9 +342,12 @@ class Folder {
 
 int main(int argument_count, char** arguments) {
   const std::vector<std::string_view> words(arguments, arguments + argument_count);
-  const bool stepping = argument_count == 5 && words[3] == "--step";
+  const auto number = [&](int at) { return std::strtoull(arguments[at], nullptr, 10); };
+  const bool stepping = argument_count == 5 && words[3] == "--step" && number(4) > 0;
+  const bool single =
+      argument_count == 7 && number(5) > 0 && (words[6] == "once" || words[6] == "ever");
   if (argument_count < 3 || (words[2] != "allocations" && words[2] != "calls") ||
-      (argument_count != 3 && argument_count != 7 && !stepping)) {
+      (argument_count != 3 && !single && !stepping)) {
     std::fputs(
         "usage: kadrix_torture STOPS allocations|calls [--step N | SESSION TREATMENT NTH "
         "once|ever]\n",
@@ -337,6 +357,7 @@ int main(int argument_count, char** arguments) {
   const Folder folder;
   Suite suite = {arguments[2], all_sessions(folder.path()), folder.path(),
                  read_stops(arguments[1])};
-  if (stepping) suite.step = std::strtoull(arguments[4], nullptr, 10);
-  return argument_count == 7 ? run_one(suite, arguments + 3) : run_suite(suite);
+  if (suite.name == "calls") suite.stops.clear();
+  if (stepping) suite.step = number(4);
+  return single ? run_one(suite, arguments + 3) : run_suite(suite);
 }

@@ -78,6 +78,8 @@ bool keeps_notice(const std::string& text) {
   return !owed;
 }
 
+bool is_error(const std::string& line) { return line.find("ERROR ") != std::string::npos; }
+
 /// What tells the operator of a shortcoming although it is no failure's line: an adapter without a
 /// current address or a name, one that could not be made, one that kept the address it was probed
 /// with, another first active one; and a current directory that is not known.
@@ -125,6 +127,7 @@ std::string fault_of_answers(const std::string& text, const std::string& undistu
   bool told = false;
   for (std::size_t i = 0; i < answers.size(); ++i) {
     if (answers[i] == usual[i]) continue;
+    if (answers[i].empty()) return "no answer";
     told = told || tells(answers[i], usual[i]);
     if (!told && !told_later) {
       return "another answer without a word: " + first_difference(answers[i], usual[i]);
@@ -147,7 +150,7 @@ std::vector<Stop> read_stops(const std::string& path) {
 }
 
 std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
-                       const std::vector<Stop>& stops, bool quiet_change) {
+                       const std::vector<Stop>& stops, Tolerance tolerance) {
   const std::string text = without_pointers(outcome.text);
   if (!WIFEXITED(outcome.status)) {
     return "ended by signal " + std::to_string(WTERMSIG(outcome.status));
@@ -156,14 +159,19 @@ std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
   switch (WEXITSTATUS(outcome.status)) {
     case 0: break;
     case STOPPED: return fault_of_stop(text, stops);
-    case NO_HOST: return text.ends_with("memory\n") ? "" : "no host, and not for want of memory";
+    case NO_HOST:
+      return !stops.empty() && (text == "ZARVO_HOST: not enough memory\n" ||
+                                text.ends_with(": cannot be read: Cannot allocate memory\n"))
+                 ? ""
+                 : "no host, and not for want of memory";
     default: return "ended with status " + std::to_string(WEXITSTATUS(outcome.status));
   }
   if (!keeps_notice(text)) return "a message without the notice";
-  if (text.find("UNCLAIMED") != std::string::npos && text.find("ERROR ") == std::string::npos) {
+  if (!tolerance.lost_claims && text.find("UNCLAIMED") != std::string::npos &&
+      !has_more(text, without_pointers(undisturbed), is_error)) {
     return "an address nobody speaks of";
   }
-  if (quiet_change) {
+  if (tolerance.quiet_change) {
     return std::count(text.begin(), text.end(), '$') ==
                    std::count(undisturbed.begin(), undisturbed.end(), '$')
                ? ""

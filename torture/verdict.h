@@ -19,8 +19,13 @@ struct Stop {
 
 [[nodiscard]] std::vector<Stop> read_stops(const std::string& path);
 
+/// What a disturbance excuses.
+struct Tolerance {
+  bool quiet_change;  ///< another answer that does not tell of a failure
+  bool lost_claims;   ///< an address of the tool's that the platform said was gone
+};
+
 /// Why the session broke what the tool promises, or empty. Compares with what the session does when
-/// nothing fails. `stops`: places that may end it; with `quiet_change` set an answer may differ
-/// without telling of a failure.
+/// nothing fails. `stops`: places that may end it, none when memory does not fail.
 [[nodiscard]] std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
-                                     const std::vector<Stop>& stops, bool quiet_change);
+                                     const std::vector<Stop>& stops, Tolerance tolerance);

@@ -371,7 +371,7 @@ std::unique_ptr<DirectoryListing> SearchPath::open_listing(const char* name, Sea
     report(BEGIN_ERROR, here(), "error finding files in %s", buffer.directory);
     return nullptr;
   }
-  copy_cut(buffer.entry, found.cFileName);
+  copy_cut(buffer.entry, field_text(found.cFileName));
   std::unique_ptr<DirectoryListing> listing(new (std::nothrow) DirectoryListing);
   if (listing == nullptr) {
     FindClose(handle);
@@ -389,7 +389,7 @@ int next_listing_entry(DirectoryListing& listing, ListingBuffer& buffer) {
   copy_cut(buffer.directory, listing.directory);
   WIN32_FIND_DATAA found;
   if (FindNextFileA(listing.find_handle, &found) == FALSE) return -1;
-  copy_cut(buffer.entry, found.cFileName);
+  copy_cut(buffer.entry, field_text(found.cFileName));
   return 0;
 }
 

@@ -146,12 +146,6 @@ const char* effective_mask(const char* address_text, const char* mask_text) {
   return "255.255.255.0";
 }
 
-/// The text in a fixed field of the platform, which may lack its NUL.
-template <std::size_t SIZE>
-std::string_view field_text(const char (&field)[SIZE]) {
-  return {field, static_cast<std::size_t>(std::find(field, field + SIZE, '\0') - field)};
-}
-
 }  // namespace
 
 // ---- Construction -----------------------------------------------------------------------------

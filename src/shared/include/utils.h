@@ -12,6 +12,7 @@
 
 #include <ws2tcpip.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -37,6 +38,12 @@ void copy_cut(char* buffer, std::size_t size, std::string_view text);
 template <std::size_t SIZE>
 void copy_cut(char (&field)[SIZE], std::string_view text) {
   copy_cut(field, SIZE, text);
+}
+
+/// The text in a fixed field of the platform, which may lack its NUL.
+template <std::size_t SIZE>
+[[nodiscard]] std::string_view field_text(const char (&field)[SIZE]) {
+  return {field, static_cast<std::size_t>(std::find(field, field + SIZE, '\0') - field)};
 }
 
 [[nodiscard]] bool is_white_space(char c);
