@@ -7,8 +7,8 @@
 A change turns a comparison, moves a constant by one, leaves a call out, alters a text, swaps a
 report's level or what it does to the message, or swaps "and" and "or", plus and minus, true and
 false. Left alone is what nobody could see: the size of a buffer, the position [0], what a variable
-holds before it is set, the release of memory (the sanitizers' affair), and the lines that
-uncovered.txt lists, which the torture plays instead. What no compiler takes is no change. Each is
+holds before it is set, the release of memory (the sanitizers' affair), and what is done only when
+memory runs out, which the torture plays instead, like the lines that uncovered.txt lists. What no compiler takes is no change. Each is
 built and tested in a copy of the tree; the tree itself is never touched.
 """
 
@@ -42,6 +42,7 @@ KINDS = {
 
 RELEASES = ("__builtin_va_end", "free", "reset", "release", "release_resized",
             "split_release")
+ANSWERS_TO_NO_MEMORY = ("stop_without_memory", "assertion_report", "fail_memory", "fail_no_room")
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
 
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
@@ -77,6 +78,7 @@ class Finder:
             self.text = stream.read()
         self.lines = [line.strip() for line in self.text.decode().split("\n")]
         self.changes = []
+        self.left_alone = set()
         includes = [f"-I{ROOT}/src", f"-I{ROOT}/src/platform/include"]
         unit = cindex.Index.create().parse(path, args=["-std=c++20", *includes])
         errors = [str(it) for it in unit.diagnostics if it.severity >= cindex.Diagnostic.Error]
@@ -110,6 +112,8 @@ class Finder:
         elif cursor.kind == CursorKind.INTEGER_LITERAL and text.replace("'", "").isdigit():
             if not self.is_unseen(cursor, parent, text):
                 self.move_constant(start, end, text)
+            if parent.spelling.endswith("_SIZE"):
+                self.left_alone.update(self.changes[-1:])
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
             # At the end: modules are named by the end of their path.
             self.add(end - 1, end - 1, "~")
@@ -120,6 +124,8 @@ class Finder:
         elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
             if cursor.spelling in RELEASES:
                 return
+            if cursor.spelling in ANSWERS_TO_NO_MEMORY:
+                self.left_alone.add(Change(self.file, start, end, ""))
             self.add(start, end, "")
         for child in cursor.get_children():
             # Operators and conversions are passed over: it is the declaration or call that counts.
@@ -263,9 +269,12 @@ def show(change):
 
 
 def sample(count, seed):
-    changes = [change for file in sources() for change in Finder(file).changes]
-    print(f"mutation: {len(changes)} changes possible, {min(count, len(changes))} drawn", flush=True)
-    return sorted(random.Random(seed).sample(changes, min(count, len(changes))))
+    finders = [Finder(file) for file in sources()]
+    changes = [change for finder in finders for change in finder.changes]
+    drawn = random.Random(seed).sample(changes, min(count, len(changes)))
+    left_alone = set().union(*(finder.left_alone for finder in finders))
+    print(f"mutation: {len(changes)} changes possible, {len(drawn)} drawn", flush=True)
+    return sorted(change for change in drawn if change not in left_alone)
 
 
 def main():
