@@ -146,8 +146,9 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
         std::make_unique<FailingHost>(parse_description(session.description, session.name)));
     before = standing_addresses(current_host());
   } else {
-    // The host is chosen, and may fail to be laid out, while the session runs; this is another.
-    const std::unique_ptr<Host> none = install_host(nullptr);
+    // The session chooses its host itself, which may fail to be laid out. This is another one, and
+    // so is the one that was chosen before main.
+    install_host(nullptr);
     before = standing_addresses(current_host());
     install_host(nullptr);
   }
@@ -227,12 +228,15 @@ void attack_session(const Suite& suite, const Session& session, const Attack& at
     if (!met && fault.empty()) return;
     add(tally.runs);
     add(tally.attacks[&attack - attacks_of(suite.name).data()]);
-    if (WIFEXITED(outcome.status) && WEXITSTATUS(outcome.status) != 0) add(tally.stopped);
-    if (fault.empty()) continue;
+    if (fault.empty()) {
+      if (outcome.status != 0) add(tally.stopped);
+      continue;
+    }
     add(tally.broken);
     dprintf(STDOUT_FILENO, "%s\n  again: tools/torture %s %s %s %llu %s\n", fault.c_str(),
             suite.name.c_str(), session.name, attack.name, static_cast<unsigned long long>(nth),
             lasting ? "ever" : "once");
+    if (!met) return;
   }
 }
 

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
+#include <initializer_list>
 #include <sstream>
 #include <string_view>
 
@@ -80,15 +81,22 @@ bool keeps_notice(const std::string& text) {
 
 bool is_error(const std::string& line) { return line.find("ERROR ") != std::string::npos; }
 
-/// What tells the operator of a shortcoming although it is no failure's line: an adapter without a
-/// current address or a name, one that could not be made, one that kept the address it was probed
-/// with, another first active one; and a current directory that is not known.
-bool is_plain_word(const std::string& line) {
-  constexpr std::array WORDS = {
-      " [EXCLUDED - NO TCP/IP]", "  IP Address  :  ", " Adapter #",     "-  #", "0.0.255.255",
-      " first active: ",         "  Name        : ",  "looking in /../"};
-  return std::any_of(WORDS.begin(), WORDS.end(),
+bool holds_any(const std::string& line, std::initializer_list<const char*> words) {
+  return std::any_of(words.begin(), words.end(),
                      [&](const char* word) { return line.find(word) != std::string::npos; });
+}
+
+/// Lines that tell of a shortcoming although they are no failure's: an adapter without a current
+/// address, one that kept the address it was probed with, another first active one; a current
+/// directory that is not known.
+bool is_plain_word(const std::string& line) {
+  return holds_any(line, {" [EXCLUDED - NO TCP/IP]", "  IP Address  :  ", "0.0.255.255",
+                          " first active: ", "looking in /../"});
+}
+
+/// Lines whose absence tells: of an adapter that could not be made, of a name that was not read.
+bool is_missed(const std::string& line) {
+  return holds_any(line, {" Adapter #", "-  #", "  Name        : "});
 }
 
 template <typename Tells>
@@ -107,7 +115,7 @@ bool tells(const std::string& answer, const std::string& undisturbed) {
     return line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ") ||
            is_plain_word(line);
   };
-  return has_more(answer, undisturbed, fails) || has_more(undisturbed, answer, is_plain_word);
+  return has_more(answer, undisturbed, fails) || has_more(undisturbed, answer, is_missed);
 }
 
 std::string first_difference(const std::string& answer, const std::string& undisturbed) {
@@ -123,13 +131,13 @@ std::string fault_of_answers(const std::string& text, const std::string& undistu
   const auto answers = split(text, '$');
   const auto usual = split(undisturbed, '$');
   if (answers.size() != usual.size()) return "the prompt did not come back";
-  const bool told_later = text.find(OUT_OF_MEMORY_NOTICE) != std::string::npos;
   bool told = false;
   for (std::size_t i = 0; i < answers.size(); ++i) {
     if (answers[i] == usual[i]) continue;
     if (answers[i].empty()) return "no answer";
-    told = told || tells(answers[i], usual[i]);
-    if (!told && !told_later) {
+    told = told || answers[i].find(OUT_OF_MEMORY_NOTICE) != std::string::npos ||
+           tells(answers[i], usual[i]);
+    if (!told) {
       return "another answer without a word: " + first_difference(answers[i], usual[i]);
     }
   }
