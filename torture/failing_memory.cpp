@@ -4,38 +4,21 @@
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
-#include <limits>
 #include <new>
-#include <utility>
 
 namespace {
 
-struct Plan {
-  bool armed = false;
-  std::uint64_t calls = 0;
-  std::uint64_t first = 0;
-  std::uint64_t last = 0;
-  std::uint64_t* failures = nullptr;
-};
-
-Plan plan;
+constinit Schedule schedule;
 
 bool fails() {
-  if (!plan.armed || ++plan.calls < plan.first || plan.calls > plan.last) return false;
-  ++*plan.failures;
+  if (!schedule.strikes()) return false;
   errno = ENOMEM;
   return true;
 }
 
 }  // namespace
 
-void fail_allocation(std::uint64_t nth, bool lasting, std::uint64_t& failures) {
-  plan = {true, 0, nth, lasting ? std::numeric_limits<std::uint64_t>::max() : nth, &failures};
-}
-
-WorkingMemory::WorkingMemory() : before_(std::exchange(plan.armed, false)) {}
-
-WorkingMemory::~WorkingMemory() { plan.armed = before_; }
+Schedule& failing_allocations() { return schedule; }
 
 // The sanitizer's own functions stand behind these, and libraries find these first.
 extern "C" {

@@ -6,36 +6,18 @@
 #include <cstring>
 #include <limits>
 #include <string_view>
-#include <utility>
 
 namespace {
 
-struct Plan {
-  bool armed = false;
-  Treatment treatment = Treatment::FAIL;
-  std::uint64_t calls = 0;
-  std::uint64_t first = 0;
-  std::uint64_t last = 0;
-  std::uint64_t* treated = nullptr;
-};
+Treatment treatment = Treatment::FAIL;
+constinit Schedule schedule;
 
-Plan plan;
-
-/// Counts a call that could be treated, and says whether it is.
-bool is_treated() {
-  if (!plan.armed || ++plan.calls < plan.first || plan.calls > plan.last) return false;
-  ++*plan.treated;
-  return true;
-}
-
-bool fails_calls() {
-  return plan.treatment == Treatment::FAIL || plan.treatment == Treatment::RAISE;
-}
+bool fails_calls() { return treatment == Treatment::FAIL || treatment == Treatment::RAISE; }
 
 /// The lie for a call that worked, or nothing.
 std::optional<Treatment> next_lie() {
-  if (fails_calls() || !is_treated()) return std::nullopt;
-  return plan.treatment;
+  if (fails_calls() || !schedule.strikes()) return std::nullopt;
+  return treatment;
 }
 
 constexpr DWORD LONG_TEXT = 4096;
@@ -109,7 +91,7 @@ LSTATUS lie_about_value(Treatment lie, LPBYTE data, LPDWORD size) {
 }
 
 void lie_about_entry(WIN32_FIND_DATAA& entry) {
-  if (plan.treatment != Treatment::UNTERMINATED || !next_lie()) return;
+  if (treatment != Treatment::UNTERMINATED || !next_lie()) return;
   // Nothing behind the field ends the text either.
   std::memset(&entry, 'x', sizeof entry);
 }
@@ -144,21 +126,16 @@ FARPROC generic(Function* function) {
 
 }  // namespace
 
-void treat_call(Treatment treatment, std::uint64_t nth, bool lasting, std::uint64_t& treated) {
-  plan = {true,    treatment, 0, nth, lasting ? std::numeric_limits<std::uint64_t>::max() : nth,
-          &treated};
-}
+void choose_treatment(Treatment chosen) { treatment = chosen; }
 
-WorkingPlatform::WorkingPlatform() : before_(std::exchange(plan.armed, false)) {}
-
-WorkingPlatform::~WorkingPlatform() { plan.armed = before_; }
+Schedule& treated_calls() { return schedule; }
 
 std::optional<ScriptedFault> FailingHost::next_fault(Call call) {
-  const bool raises = plan.treatment == Treatment::RAISE;
+  const bool raises = treatment == Treatment::RAISE;
   // A search that can never be closed could not but leak; and one call alone may fault.
   const bool spared = raises ? call != Call::DHCP_NOTIFY_CONFIG_CHANGE
-                             : call == Call::FIND_CLOSE && plan.last > plan.first;
-  if (!fails_calls() || spared || !is_treated()) return SimulatedHost::next_fault(call);
+                             : call == Call::FIND_CLOSE && schedule.is_lasting();
+  if (!fails_calls() || spared || !schedule.strikes()) return SimulatedHost::next_fault(call);
   return ScriptedFault{ERROR_ACCESS_DENIED, raises};
 }
 
@@ -204,7 +181,7 @@ BOOL WINAPI __wrap_FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
 
 BOOL WINAPI __wrap_GetVersionExA(LPOSVERSIONINFOA information) {
   if (__real_GetVersionExA(information) == FALSE) return FALSE;
-  if (plan.treatment == Treatment::UNTERMINATED && next_lie()) {
+  if (treatment == Treatment::UNTERMINATED && next_lie()) {
     std::memset(information->szCSDVersion, 'x', sizeof information->szCSDVersion);
   }
   return TRUE;

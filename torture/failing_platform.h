@@ -5,6 +5,7 @@
 #include <cstdint>
 
 #include "platform/simulated_host.h"
+#include "torture/schedule.h"
 
 /// What a call of the layer does instead of what it should.
 enum class Treatment : std::uint8_t {
@@ -16,21 +17,11 @@ enum class Treatment : std::uint8_t {
   UNTERMINATED,  ///< the texts fill their fields, or say that they are longer than these
 };
 
-/// From now on the `nth` call that can be treated so is, and with `lasting` set every later one
-/// too. Each is counted in `treated`, which the caller keeps.
-void treat_call(Treatment treatment, std::uint64_t nth, bool lasting, std::uint64_t& treated);
+/// From now on it is this that is done to calls.
+void choose_treatment(Treatment treatment);
 
-/// While it lives, the platform works, and its calls are not counted.
-class WorkingPlatform {
- public:
-  WorkingPlatform();
-  ~WorkingPlatform();
-  WorkingPlatform(const WorkingPlatform&) = delete;
-  WorkingPlatform& operator=(const WorkingPlatform&) = delete;
-
- private:
-  bool before_;
-};
+/// Says which of the calls that can be treated so are.
+[[nodiscard]] Schedule& treated_calls();
 
 /// The simulated host whose calls are treated.
 class FailingHost final : public SimulatedHost {

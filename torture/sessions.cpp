@@ -99,7 +99,7 @@ void write_files(const std::string& folder) {
 
 /// A path for such work, which does not itself run out of memory.
 std::string path_of(const std::string& folder, const char* name) {
-  const WorkingMemory memory;
+  const Truce memory(failing_allocations());
   return folder + "/" + name;
 }
 
@@ -164,7 +164,7 @@ void use_blocks(const std::string& folder) {
 }
 
 std::string copy_of_first(const std::string& folder) {
-  const WorkingMemory memory;
+  const Truce memory(failing_allocations());
   std::string copy = path_of(folder, "copy") + std::to_string(10'000'000 + getpid());
   write_file(copy, "the same\n");
   return copy;

@@ -122,16 +122,14 @@ class MemoryFile {
 void disturb(const Disturbance& disturbance, std::uint64_t& met) {
   const auto& [attack, nth, lasting] = disturbance;
   if (attack == nullptr) return;
-  if (attack->treatment) {
-    treat_call(*attack->treatment, nth, lasting, met);
-  } else {
-    fail_allocation(nth, lasting, met);
-  }
+  if (attack->treatment) choose_treatment(*attack->treatment);
+  Schedule& schedule = attack->treatment ? treated_calls() : failing_allocations();
+  schedule.start(nth, lasting, met);
 }
 
 void compare_with_host(const System& system, const std::vector<HostAddress>& before) {
-  const WorkingMemory memory;
-  const WorkingPlatform platform;
+  const Truce memory(failing_allocations());
+  const Truce platform(treated_calls());
   const std::string lines = disagreements(system, current_host(), before);
   std::fputs(lines.c_str(), stderr);
 }
