@@ -6,10 +6,11 @@
 
 A change turns a comparison, moves a constant by one, leaves a call out, alters a text, swaps a
 report's level or what it does to the message, or swaps "and" and "or", plus and minus, true and
-false. Left alone is what nobody could see: the size of a buffer, the position [0], what a variable
-holds before it is set, the release of memory (the sanitizers' affair), and what is done only when
-memory runs out, which the torture plays instead, like the lines that uncovered.txt lists. What no compiler takes is no change. Each is
-built and tested in a copy of the tree; the tree itself is never touched.
+false. Left alone is what nobody could see: the size of a buffer, what a variable holds that is set
+before it is used, the release of memory, also by destructors (the sanitizers' affair); and what is
+done only when memory runs out, which the torture plays instead, like the lines that uncovered.txt
+lists. What no compiler takes is no change. Each is built and tested in a copy of the tree; the tree
+itself is never touched.
 """
 
 import argparse
@@ -39,12 +40,10 @@ KINDS = {
     "CLOSE_ERROR": "WRITE_ERROR", "CLOSE_WARN": "CLOSE_ERROR", "WRITE_ERROR": "CLOSE_ERROR",
     "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
 }  # fmt: skip
-
-RELEASES = ("__builtin_va_end", "free", "reset", "release", "release_resized",
-            "split_release")
-ANSWERS_TO_NO_MEMORY = ("stop_without_memory", "assertion_report", "fail_memory", "fail_no_room")
+RELEASES = {"__builtin_va_end", "free", "reset", "release", "release_resized", "split_release"}
+ANSWERS_TO_NO_MEMORY = {"stop_without_memory", "assertion_report", "fail_memory", "fail_no_room"}
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
-
+# Operators and conversions, which do not show what an expression is for.
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
 
 Change = collections.namedtuple("Change", "file start end text")
@@ -78,15 +77,22 @@ class Finder:
             self.text = stream.read()
         self.lines = [line.strip() for line in self.text.decode().split("\n")]
         self.changes = []
-        self.left_alone = set()
+        self.set_first = set()
         includes = [f"-I{ROOT}/src", f"-I{ROOT}/src/platform/include"]
         unit = cindex.Index.create().parse(path, args=["-std=c++20", *includes])
         errors = [str(it) for it in unit.diagnostics if it.severity >= cindex.Diagnostic.Error]
         if errors:
             sys.exit("\n".join(errors))
-        for cursor in unit.cursor.get_children():
-            if cursor.location.file and cursor.location.file.name == path:
-                self.visit(cursor, None)
+        own = [
+            cursor for cursor in unit.cursor.get_children()
+            if cursor.location.file and cursor.location.file.name == path
+        ]  # fmt: skip
+        uses = {}
+        for cursor in own:
+            self.find_first_uses(cursor, None, uses)
+        self.set_first = {variable for variable, sets in uses.items() if sets}
+        for cursor in own:
+            self.visit(cursor, None)
 
     def add(self, start, end, text):
         line = self.text.count(b"\n", 0, start)
@@ -102,42 +108,53 @@ class Finder:
     def piece(self, cursor):
         return cursor.extent.start.offset, cursor.extent.end.offset
 
+    def find_first_uses(self, cursor, parent, uses):
+        """Notes for each variable whether its first use hands it to a function that sets it."""
+        if cursor.kind == CursorKind.DECL_REF_EXPR and cursor.referenced is not None:
+            is_reference = parent.kind == CursorKind.CALL_EXPR
+            is_address = (
+                parent.kind == CursorKind.UNARY_OPERATOR and self.text_of(parent).startswith("&")
+            )
+            uses.setdefault(cursor.referenced.hash, is_reference or is_address)
+        for child in cursor.get_children():
+            self.find_first_uses(child, cursor, uses)
+
+    def text_of(self, cursor):
+        start, end = self.piece(cursor)
+        return self.text[start:end].decode()
+
     def visit(self, cursor, parent):
-        if cursor.kind == CursorKind.STATIC_ASSERT:
+        if cursor.kind in (CursorKind.STATIC_ASSERT, CursorKind.DESTRUCTOR):
             return
         start, end = self.piece(cursor)
-        text = self.text[start:end].decode()
+        text = self.text_of(cursor)
         if cursor.kind == CursorKind.BINARY_OPERATOR:
             self.turn(cursor)
         elif cursor.kind == CursorKind.INTEGER_LITERAL and text.replace("'", "").isdigit():
-            if not self.is_unseen(cursor, parent, text):
+            if not self.is_unseen(parent, text):
                 self.move_constant(start, end, text)
-            if parent.spelling.endswith("_SIZE"):
-                self.left_alone.update(self.changes[-1:])
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
             # At the end: modules are named by the end of their path.
             self.add(end - 1, end - 1, "~")
         elif cursor.kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
             self.add(start, start + 1, "")
         elif text in KINDS:
-            self.add(start, end, KINDS[text])
+            if not self.is_unseen(parent, text):
+                self.add(start, end, KINDS[text])
         elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
             if cursor.spelling in RELEASES:
                 return
-            if cursor.spelling in ANSWERS_TO_NO_MEMORY:
-                self.left_alone.add(Change(self.file, start, end, ""))
-            self.add(start, end, "")
+            if cursor.spelling not in ANSWERS_TO_NO_MEMORY:
+                self.add(start, end, "")
         for child in cursor.get_children():
-            # Operators and conversions are passed over: it is the declaration or call that counts.
             self.visit(child, parent if cursor.kind in PASSED_OVER else cursor)
 
-    @staticmethod
-    def is_unseen(cursor, parent, text):
-        is_first = parent.kind == CursorKind.ARRAY_SUBSCRIPT_EXPR and text == "0"
-        is_constant = parent.kind in DECLARATIONS and parent.type.is_const_qualified()
-        is_start = parent.kind in DECLARATIONS and text == "0" and not is_constant
-        is_bound = parent.kind in DECLARATIONS and parent.type.kind == TypeKind.CONSTANTARRAY
-        return is_first or is_start or is_bound
+    def is_unseen(self, parent, text):
+        """Whether a constant's parent is a declaration in which nobody sees it."""
+        if parent.kind not in DECLARATIONS:
+            return False
+        is_size = parent.type.kind == TypeKind.CONSTANTARRAY or parent.spelling.endswith("_SIZE")
+        return is_size or (text in ("0", "false") and parent.hash in self.set_first)
 
     def turn(self, cursor):
         left, right = cursor.get_children()
@@ -272,9 +289,8 @@ def sample(count, seed):
     finders = [Finder(file) for file in sources()]
     changes = [change for finder in finders for change in finder.changes]
     drawn = random.Random(seed).sample(changes, min(count, len(changes)))
-    left_alone = set().union(*(finder.left_alone for finder in finders))
     print(f"mutation: {len(changes)} changes possible, {len(drawn)} drawn", flush=True)
-    return sorted(change for change in drawn if change not in left_alone)
+    return sorted(drawn)
 
 
 def main():
@@ -289,7 +305,7 @@ def main():
     else:
         changes = sample(options.count, options.seed)
     tally = Tally()
-    jobs = min(JOBS, len(changes))
+    jobs = max(1, min(JOBS, len(changes)))
     # Changes of one file stay together: each costs one compilation then.
     share = -(-len(changes) // jobs)
     with concurrent.futures.ThreadPoolExecutor(jobs) as pool:
