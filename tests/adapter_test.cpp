@@ -94,6 +94,7 @@ TEST(IpHelperAdapter, ReadsItsOwnRowsInOrder) {
   EXPECT_STREQ(adapter->description(), "Ethernet-2");
   EXPECT_STREQ(adapter->name(), "E100B1");
   EXPECT_STREQ(adapter->connection_name(), "Office");
+  EXPECT_EQ(adapter->read_gateways(), 0);
   ASSERT_EQ(adapter->gateway_count(), 2);
   EXPECT_STREQ(adapter->gateway(1), "10.0.0.4");
 }
@@ -266,16 +267,52 @@ TEST(DhcpClientAdapter, WritesItsListsWithBlanksAtTheEnd) {
   EXPECT_EQ(registry_list(*empty.host(), "IPAddress"), ",");
 }
 
-TEST(DhcpClientAdapter, AFailedWriteLeavesTheTable) {
-  const Fixture adapter(MECHANISM_DHCP_CLIENT,
-                        one_adapter("\"10.0.0.1/255.0.0.0\"", 1) +
-                            "[[faults]]\nfunction = \"RegSetValueExA\"\ncode = 5\n");
-  EXPECT_EQ(adapter->write_tcpip_settings(3), -1);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("WARN  @ adapter:# - Cannot set Tcpip parms for Adapter <E100B1>.",
-                          "      @ utils:# - Cannot set <SYSTEM\\CurrentControlSet\\Services\\"
-                          "E100B1\\Parameters\\Tcpip\\IPAddress>"));
-  EXPECT_EQ(adapter->address_count(), 2);
+TEST(Adapters, ReportWhatFailsAtItsLevel) {
+  struct Case {
+    IpMechanism mechanism;
+    std::string host;
+    int (*action)(const Fixture&);
+    const char* report;
+  };
+  const auto add = [](const Fixture& it) { return it->add_address("10.0.0.5", "0.0.0.0"); };
+  const auto read = [](const Fixture& it) { return it->read_tcpip_settings(); };
+  const auto purge = [](const Fixture& it) { return it->purge_address("10.0.0.1"); };
+  const std::string fault = "[[faults]]\ncode = 5\nfunction = ";
+  const std::string registry =
+      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters\\\\Interfaces\\\\"
+      "E100B1\"]\n";
+  for (const auto& [mechanism, host, action, report] :
+       {Case{MECHANISM_DHCP_CLIENT, fault + "\"RegQueryValueExA\"", read,
+             "Cannot get Tcpip parms for Adapter <E100B1>."},
+        {MECHANISM_DHCP_CLIENT, registry + "SubnetMask = false", read,
+         "Cannot get Tcpip settings for Adapter <E100B1>."},
+        {MECHANISM_DHCP_CLIENT, fault + "\"RegQueryValueExA\"",
+         [](const Fixture& it) { return it->read_gateways(); },
+         "Cannot get the default gateway for Adapter <E100B1>."},
+        {MECHANISM_DHCP_CLIENT, fault + "\"RegSetValueExA\"",
+         [](const Fixture& it) { return it->write_tcpip_settings(3); },
+         "Cannot set Tcpip parms for Adapter <E100B1>."},
+        {MECHANISM_DHCP_CLIENT, fault + "\"DhcpNotifyConfigChange\"", add,
+         "Cannot add IPAddress <10.0.0.5> with mask <0.0.0.0>"},
+        {MECHANISM_DHCP_CLIENT, fault + "\"DhcpNotifyConfigChange\"\nskip = 1",
+         [](const Fixture& it) {
+           EXPECT_EQ(it->add_address("10.0.0.5", "0.0.0.0"), 0);
+           return it->delete_address("10.0.0.5");
+         },
+         "Cannot delete IPAddress <10.0.0.5>"},
+        {MECHANISM_IP_HELPER, fault + "\"AddIPAddress\"", add, "cannot add address <10.0.0.5>."},
+        {MECHANISM_IP_HELPER, fault + "\"DeleteIPAddress\"", purge,
+         "cannot delete address <10.0.0.1>."},
+        {MECHANISM_IP_HELPER, fault + "\"GetAdaptersInfo\"", purge,
+         "Cannot identify context for IPAddress <10.0.0.1>"}}) {
+    written_by([&, mechanism = mechanism, &host = host, action = action, report = report] {
+      const Fixture adapter(mechanism, one_adapter("\"10.0.0.1/255.0.0.0\"", 6) + host);
+      const std::int32_t count = adapter->address_count();
+      EXPECT_EQ(action(adapter), -1) << report;
+      EXPECT_EQ(adapter->address_count(), count) << report;
+      EXPECT_EQ(held_lines().front(), std::string("WARN  @ adapter:# - ") + report);
+    });
+  }
 }
 
 TEST(DhcpClientAdapter, HoldsAHundredGateways) {

@@ -85,13 +85,15 @@ TEST_F(NetshTest, RecordsWhatItAddedAndDeletesOnlyThat) {
   EXPECT_EQ(system_.add_ipv6_address(nullptr, "2001:db8::5"), 1);
   EXPECT_EQ(asked(), "<interface><ipv6><add><address><Local Area 1 100%><address=2001:db8::5>");
   EXPECT_EQ(system_.add_ipv6_address("Ether", "2001:db8::7"), 1);
-  EXPECT_EQ(adapter().ipv6_count(), 1);
+  EXPECT_EQ(system_.add_ipv6_address(nullptr, "2001:db8::6"), 1);
+  EXPECT_EQ(adapter().ipv6_count(), 2);
   asked();
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::7"), 1);
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8:0:0:0:0:0:5"), 1);
   EXPECT_EQ(asked(), "");
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::5"), 1);
   EXPECT_EQ(asked(), "<interface><ipv6><del><address><Local Area 1 100%><address=2001:db8::5>");
+  EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::6"), 1);
   EXPECT_EQ(adapter().ipv6_count(), 0);
   EXPECT_EQ(system_.add_ipv6_address("none", "2001:db8::5"), -1);
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <none> adapter."));

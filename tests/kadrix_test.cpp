@@ -45,42 +45,4 @@ TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
   }
 }
 
-TEST(Stress, RunsThroughConsecutiveAddresses) {
-  struct Case {
-    const char* start;
-    const char* count;
-    std::vector<std::string> addresses;
-  };
-  for (const auto& [start, count, addresses] :
-       {Case{"10.1.1.253", "4", {"10.1.1.253", "10.1.1.254", "10.1.2.1", "10.1.2.2"}},
-        Case{"10.1.255.254", "3", {"10.1.255.254", "10.2.0.1", "10.2.0.2"}},
-        Case{"9.255.255.254", "2", {"9.255.255.254", "10.0.0.1"}}}) {
-    const TestHost host(one_adapter(""));
-    System system;
-    host->keep_diary();
-    written_by([&, start = start, count = count] {
-      EXPECT_EQ(run_stress(system, "Ethernet", "1", count, start, "255.0.0.0"), 0);
-    });
-    std::vector<std::string> expected;
-    for (const std::string& address : addresses) {
-      expected.insert(expected.end(), {"add " + address + "/255.0.0.0 to 2", "sleep 1"});
-    }
-    for (const std::string& address : addresses) {
-      expected.insert(expected.end(), {"delete " + address, "sleep 1"});
-    }
-    EXPECT_EQ(host->diary(), expected);
-  }
-}
-
-TEST(Stress, NumbersOfAnySizeGoIntoTheTextsUnchanged) {
-  const TestHost host(one_adapter(""));
-  System system;
-  const std::string written = written_by([&] {
-    EXPECT_EQ(run_stress(system, "Ethernet", "1", "1", "-99999999999.300.2147483647.-5", "x"), -1);
-  });
-  EXPECT_NE(written.find("error adding address -2147483648.300.2147483647.-5,x."),
-            std::string::npos)
-      << written;
-}
-
 }  // namespace

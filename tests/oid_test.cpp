@@ -131,7 +131,7 @@ TEST(Oids, ConvertToOctetsAndAddresses) {
   EXPECT_EQ(oid_to_ipv4(parsed("1.256"), address), -1);
   EXPECT_EQ(oid_to_ipv4(parsed("1.2"), address), 0);
   EXPECT_EQ(address, inet_addr("1.2.0.0"));
-  ipv4_to_oid(inet_addr("10.9.8.7"), oid);
+  EXPECT_EQ(ipv4_to_oid(inet_addr("10.9.8.7"), oid), 0);
   EXPECT_STREQ(oid.to_text(), "10.9.8.7");
 }
 

@@ -153,6 +153,7 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
     return search.resolve("wanted", found, SEARCH_PRIVATE) != nullptr && found == target;
   };
   EXPECT_TRUE(follows(whole));
+  EXPECT_TRUE(follows(shortcut(target, 2).erase(76, 263))) << "no ID list";
   EXPECT_FALSE(follows(std::string(whole).append(std::size_t{16} << 20, '\0'))) << "far too long";
   {
     const TestHost old_host("libraries.kernel32 = false");

@@ -192,18 +192,6 @@ TEST_F(ForcedDhcpClient, RefusesToCutAListShort) {
   });
 }
 
-TEST(HostAddress, IsCutToItsBuffer) {
-  const TestHost host(
-      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Linkage\"]\nBind = "
-      "[\"\\\\Device\\\\X\"]\n"
-      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\X\\\\Parameters\\\\Tcpip\"]\n"
-      "IpAddress = [\"" +
-      std::string(255, '9') + "\"]\n");
-  char address[200];
-  EXPECT_EQ(get_host_address_from_bindings(address), 0);
-  EXPECT_EQ(std::string(address), std::string(199, '9'));
-}
-
 // ---- Exclusion list ----------------------------------------------------------------------------
 
 TEST(Exclusions, MatchByBeginnings) {

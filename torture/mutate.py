@@ -41,7 +41,7 @@ KINDS = {
     "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
 }  # fmt: skip
 RELEASES = {"__builtin_va_end", "free", "reset", "release", "release_resized", "split_release"}
-ANSWERS_TO_NO_MEMORY = {"stop_without_memory", "assertion_report", "fail_memory", "fail_no_room"}
+ANSWERS_TO_NO_MEMORY = {"stop_without_memory", "fail_memory", "fail_no_room"}
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
 # Operators and conversions, which do not show what an expression is for.
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
@@ -142,12 +142,16 @@ class Finder:
             if not self.is_unseen(parent, text):
                 self.add(start, end, KINDS[text])
         elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
-            if cursor.spelling in RELEASES:
+            if cursor.spelling in RELEASES or self.answers_to_no_memory(cursor, text):
                 return
-            if cursor.spelling not in ANSWERS_TO_NO_MEMORY:
-                self.add(start, end, "")
+            self.add(start, end, "")
         for child in cursor.get_children():
             self.visit(child, parent if cursor.kind in PASSED_OVER else cursor)
+
+    @staticmethod
+    def answers_to_no_memory(call, text):
+        stops = call.spelling == "assertion_report" and "memory" in text
+        return stops or call.spelling in ANSWERS_TO_NO_MEMORY
 
     def is_unseen(self, parent, text):
         """Whether a constant's parent is a declaration in which nobody sees it."""
