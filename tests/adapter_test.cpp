@@ -148,7 +148,7 @@ TEST(IpHelperAdapter, KeepsTheContextsOfWhatIsStillThere) {
   const auto context = adapter->address_slot(1)->nte_context();
   EXPECT_EQ(adapter.host()->delete_address(adapter->address_slot(2)->nte_context()), 0U);
   EXPECT_EQ(adapter->has_address("10.0.0.6"), 1);
-  adapter->refresh_addresses();
+  EXPECT_EQ(adapter->refresh_addresses(), 0);
   EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.5/255.0.0.0"));
   EXPECT_EQ(adapter->address_slot(1)->nte_context(), context);
   EXPECT_EQ(adapter->address_slot(0)->nte_context(), 0U);

@@ -54,11 +54,11 @@ TEST_F(DynStoreTest, GrowsToTheNeedOrByAStep) {
 }
 
 TEST_F(DynStoreTest, RepeatedGrowthTakesABlockAStepAndNoMore) {
-  for (int i = 0; i < 100 * 1024; ++i) store_.append_char('a');
+  for (int i = 0; i < 100 * 1024; ++i) EXPECT_EQ(store_.append_char('a'), 0);
   EXPECT_EQ(blocks, 100);
   blocks = 0;
   DynStore front(COUNTED);
-  for (int i = 0; i < 100 * 1024; ++i) front.prepend_char('a');
+  for (int i = 0; i < 100 * 1024; ++i) EXPECT_EQ(front.prepend_char('a'), 0);
   EXPECT_EQ(front.length(), 100 * 1024);
   EXPECT_LE(blocks, 100);
 }

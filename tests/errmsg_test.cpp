@@ -125,7 +125,7 @@ TEST(LogConstruction, EndsWithoutTheReserve) {
 
 TEST(Log, ComposesNewestFirstAndBlanksTheCauses) {
   MessageLog log(STANDARD_MEMORY);
-  log.push("WARN  cause");
+  EXPECT_EQ(log.push("WARN  cause"), 0);
   log.push("ERROR error at line 3\n");
   log.push("nothing\nto blank");
   log.push("DEBUG outcome");

@@ -55,7 +55,7 @@ class NetshTest : public testing::Test {
               "Interfaces\\\\E100B1\\\\Addresses\\\\2001:db8::7\"]\n") {
     netsh_does("echo Ok.");
     setenv("windir", folder_.path().c_str(), 1);
-    system_.find_first_active_adapter();
+    EXPECT_EQ(system_.find_first_active_adapter(), 0);
   }
   ~NetshTest() override { unsetenv("windir"); }
 
@@ -186,7 +186,7 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
       EXPECT_TRUE(std::equal(first, first + 6, addresses[0])) << os;
     }
   }
-  excluded_adapters->clear();
+  EXPECT_EQ(excluded_adapters->clear(), 0);
 }
 
 TEST(HardwareIdentity, AUuidThatFailsIsTold) {

@@ -95,7 +95,7 @@ TEST(DebugModules, AreOffUntilATableAnswersForThem) {
 
 std::vector<std::string> pieces(SplitList& list) {
   std::vector<std::string> texts(list.pieces, list.pieces + list.count);
-  split_release(list);
+  EXPECT_EQ(split_release(list), 0);
   return texts;
 }
 
@@ -174,13 +174,14 @@ TEST(Texts, AreMeasuredAndTurned) {
   EXPECT_EQ(has_unprintable("abc~\n", 5), 1);
   EXPECT_EQ(has_unprintable("\x80", 1), 1);
   EXPECT_EQ(fits_in("abc", 4), 1);
+  EXPECT_EQ(fits_in("", 1), 1);
   EXPECT_EQ(fits_in("abc", 3), 0);
   char path[] = "C:\\Work/X\xC4";
   EXPECT_EQ(normalize_path(path), 0);
   EXPECT_STREQ(path, "c:/work/x\xC4");
   EXPECT_EQ(to_backslashes(path), 0);
   EXPECT_STREQ(path, "c:\\work\\x\xC4");
-  to_slashes(path);
+  EXPECT_EQ(to_slashes(path), 0);
   EXPECT_STREQ(path, "c:/work/x\xC4");
   EXPECT_EQ(normalize_path(nullptr), -1);
   char types[16];
