@@ -86,7 +86,7 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   EXPECT_EQ(oid.at(64), 0U);
   const std::vector<std::uint32_t> forty(40, 7);
   EXPECT_EQ(Oid(forty.data(), 40).capacity(), 72);
-  Oid part;
+  Oid part = parsed("9.9");
   part.assign_range(parsed("0.1.2.3.4"), 1, 10);
   EXPECT_STREQ(part.to_text(), "1.2.3.4");
   part.assign_range(part, 2, 3);

@@ -88,7 +88,7 @@ std::string shortcut(const std::string& target, std::uint32_t flags = 3) {
   link.resize(76);
   link += "\x05\x01" + std::string(261, 'l');
   link += little_endian(0) + little_endian(0x1C) + std::string(0x14, '\0');
-  link += little_endian(0x10) + std::string(0x0C, 'v');
+  link += little_endian(0x110) + std::string(0x10C, 'v');
   return link + target + '\0';
 }
 
