@@ -330,6 +330,7 @@ TEST(OtherMechanisms, DoNothing) {
   EXPECT_EQ(adapter->add_address("10.0.0.5", "0.0.0.0"), -1);
   EXPECT_EQ(adapter->delete_address("10.0.0.1"), -1);
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
+  EXPECT_EQ(adapter->read_tcpip_settings(), 0);
   EXPECT_EQ(adapter->write_tcpip_settings(3), 0);
   EXPECT_EQ(adapter->probe_address_change(), 0);
   EXPECT_EQ(adapter->has_address("10.0.0.1"), 0);

@@ -33,7 +33,7 @@ TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
        {Case{"SOFTWARE\\key", "TEXT", 10, 0, nullptr},
         {"Software\\Key", "text", 9, -1,
          "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\text>"},
-        {"Software\\Key", "none", 9, -1, "ERROR @ utils:# - Cannot read <Software\\Key\\none>"},
+        {"Software\\Key", "none", 0, -1, "ERROR @ utils:# - Cannot read <Software\\Key\\none>"},
         {"Software\\Kex", "text", 9, -1, "ERROR @ utils:# - Cannot open key <Software\\Kex>"},
         {"Software", "text", 9, -1, "ERROR @ utils:# - Cannot read <Software\\text>"}}) {
     char buffer[16] = "untouched";

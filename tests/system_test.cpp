@@ -88,6 +88,7 @@ TEST(FindAdapter, WithoutANameTakesTheFirstActiveOrTheFirst) {
   EXPECT_EQ(system.find_adapter(nullptr, true), nullptr);
   EXPECT_EQ(system.add_address(nullptr, "10.0.0.9", "255.0.0.0"), -1);
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <first active> adapter."));
+  EXPECT_EQ(system.add_ipv6_address(nullptr, "::1"), -1);
   EXPECT_STREQ(system.find_adapter(nullptr, false)->description(), "A-2");
   EXPECT_EQ(system.find_first_active_adapter(), 1);
   EXPECT_STREQ(system.find_adapter(nullptr, true)->description(), "B-3");
