@@ -78,6 +78,13 @@ void write_file(const std::string& path, const std::string& text) {
   std::ofstream(path, std::ios::binary) << text;
 }
 
+/// A shortcut without an ID list.
+std::string shortcut_to(const std::string& target) {
+  std::string link("L\0\0\0\x01\x14\x02\0\0\0\0\0\xC0\0\0\0\0\0\0\x46\x02\0\0\0", 24);
+  link.resize(76);
+  return link + std::string("\0\0\0\0\x08\0\0\0\x04\0\0\0", 12) + target + '\0';
+}
+
 void write_files(const std::string& folder) {
   mkdir((folder + "/config").c_str(), 0700);
   mkdir((folder + "/system32").c_str(), 0700);
@@ -90,6 +97,7 @@ void write_files(const std::string& folder) {
              "#!/bin/sh\ncase \"$*\" in *fail*) echo no;; *) seq 200; echo Ok.;; esac\n");
   chmod((folder + "/system32/netsh.exe").c_str(), 0700);
   write_file(folder + "/first", "the same\n");
+  write_file(folder + "/linked.lnk", shortcut_to(folder + "/first"));
   std::string blocks = "version = 3\nouter = {\n\tkey = value\n\tkey = more\n\tinner = {\n";
   for (int i = 0; i < 40; ++i) blocks += "\t\tkey" + std::to_string(i) + " = value\n";
   write_file(folder + "/blocks", blocks + "\t\tlong = " + std::string(9000, 'x') + "\n\t}\n}\n");
@@ -115,9 +123,14 @@ void switch_debugging_on(const std::string& /*folder*/) {
 }
 
 void find_files(System& /*system*/, const std::string& /*folder*/) {
-  char path[PATH_BUFFER_SIZE];
-  if (search_path->resolve("first", path, SEARCH_PRODUCT) == nullptr) errmsg_flush();
-  if (search_path->resolve("nowhere", path, SEARCH_ALL) == nullptr) errmsg_flush();
+  for (const char* name : {"first", "linked", "nowhere"}) {
+    char path[PATH_BUFFER_SIZE];
+    if (search_path->resolve(name, path, SEARCH_PRODUCT) == nullptr) {
+      errmsg_flush();
+    } else {
+      write_info("%s", path);
+    }
+  }
   ListingBuffer buffer;
   auto listing = search_path->open_listing("config", SEARCH_PRODUCT, buffer);
   if (listing == nullptr) return errmsg_flush();
@@ -181,6 +194,7 @@ void use_utilities(System& /*system*/, const std::string& folder) {
   DynStore ranges;
   flags_to_ranges(flags, 50, ranges, 1);
   write_info("%s", ranges.str());
+  for (int i = 0; i < DYNSTORE_INLINE_SIZE; ++i) ranges.append_char('x');
   report_lines("one\ntwo\nthree");
   errmsg_flush();
   hex_dump("thirteen byte", 13, "at ");

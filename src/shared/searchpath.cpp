@@ -241,24 +241,32 @@ bool long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
   }
   char text[MAX_LONG_PATH];
   const DWORD length = get(path, text, sizeof text);
+  if (length == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) errno = ENOMEM;
   if (length == 0 || length >= sizeof text) return false;
   copy_cut(result, text);
   return true;
 }
 
 /// Replaces the path of a shortcut by that of its target; false leaves it as it is.
-bool follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
-  // A file that is not there is no error, and the log reports errno.
-  const int kept_errno = errno;
+bool take_target(char (&path)[PATH_BUFFER_SIZE]) {
   ShortcutFile file;
-  const bool is_read = file.read(path);
-  errno = kept_errno;
-  if (!is_read) return false;
+  if (!file.read(path)) return false;
   const char* target = file.target();
   if (target == nullptr || *target == '\0' || !long_path(target, path)) return false;
   if (searchpath_debug.is_enabled(__LINE__))
     report(WRITE_DEBUG, here(), "    resolved filename is %s", path);
   return true;
+}
+
+/// Leads from a shortcut to its target. What cannot be followed stands for itself, which is no
+/// error unless memory ran out.
+void follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
+  // The log reports errno.
+  const int kept_errno = errno;
+  errno = 0;
+  const bool no_memory = !take_target(path) && errno == ENOMEM;
+  errno = kept_errno;
+  if (no_memory) report(WRITE_ERROR, here(), "out of memory");
 }
 
 }  // namespace
