@@ -32,7 +32,7 @@ class Comparison {
         continue;
       }
       if (adapter.mechanism() == MECHANISM_IP_HELPER) {
-        compare_context(adapter, *slot);
+        compare_row(adapter, *slot);
         if (last != nullptr && ntohl(last->address()) > ntohl(slot->address())) {
           note("DISAGREES: not sorted", slot->address_text());
         }
@@ -42,12 +42,12 @@ class Comparison {
     }
   }
 
-  /// What has a context must be held with it.
-  void compare_context(const Adapter& adapter, const AddressSlot& slot) {
-    if (slot.nte_context() == 0) return;
+  /// The host must hold what the interface's table has, and what has a context with that.
+  void compare_row(const Adapter& adapter, const AddressSlot& slot) {
     const bool held = std::any_of(held_.begin(), held_.end(), [&](const HostAddress& it) {
-      return it.context == slot.nte_context() && it.address == slot.address() &&
-             it.mask == slot.mask() && it.interface_index == adapter.index();
+      return (slot.nte_context() == 0 || it.context == slot.nte_context()) &&
+             it.address == slot.address() && it.mask == slot.mask() &&
+             it.interface_index == adapter.index();
     });
     if (!held) note("DISAGREES: the host does not hold", slot.address_text());
   }
@@ -74,21 +74,33 @@ class Comparison {
     return at < value->data.size() ? &value->data[at] : "";
   }
 
+  /// An address that stands must be listed, as the tool's own when it came to stand meanwhile.
   void find_claim(const HostAddress& address) {
-    const auto same = [&](const HostAddress& it) {
+    const bool stood = std::any_of(before_.begin(), before_.end(), [&](const HostAddress& it) {
       return it.address == address.address && it.mask == address.mask &&
              it.interface_index == address.interface_index;
-    };
-    if (std::any_of(before_.begin(), before_.end(), same)) return;
+    });
+    bool expected = !stood;
     for (std::int32_t i = 0; i < system_.adapter_count(); ++i) {
       const Adapter* adapter = system_.adapter(i);
-      for (std::int32_t j = 0; adapter != nullptr && j < adapter->address_count(); ++j) {
-        const AddressSlot* slot = adapter->address_slot(j);
-        if (slot == nullptr || slot->address() != address.address) continue;
-        if (slot->nte_context() != 0 || slot->added_here() != 0) return;
-      }
+      if (adapter == nullptr) continue;
+      if (lists(*adapter, address, !stood)) return;
+      expected = expected || has_interface(*adapter, address);
     }
-    note("UNCLAIMED:", address.address_text);
+    if (expected && address.address != INADDR_ANY) note("UNCLAIMED:", address.address_text);
+  }
+
+  static bool lists(const Adapter& adapter, const HostAddress& address, bool as_own) {
+    for (std::int32_t i = 0; i < adapter.address_count(); ++i) {
+      const AddressSlot* slot = adapter.address_slot(i);
+      if (slot == nullptr || slot->address() != address.address) continue;
+      if (!as_own || slot->nte_context() != 0 || slot->added_here() != 0) return true;
+    }
+    return false;
+  }
+
+  static bool has_interface(const Adapter& adapter, const HostAddress& address) {
+    return adapter.mechanism() == MECHANISM_IP_HELPER && adapter.index() == address.interface_index;
   }
 
   void note(const char* what, const char* which) {

@@ -10,9 +10,10 @@
 /// The addresses that a host holds.
 [[nodiscard]] std::vector<HostAddress> standing_addresses(Host& host);
 
-/// Lines about every table of the tool that has a gap or is not sorted, and every address that it
-/// takes for its own but the host does not hold so; each begins with "DISAGREES". A line that
-/// begins with "UNCLAIMED" tells of an address that came to stand since `before` and that the tool
-/// does not know for its own: it must then have told of a failure.
+/// Lines about every table of the tool that has a gap or, under the IP Helper, is not sorted, and
+/// every address that it lists, or takes for its own, but the host does not hold so; each begins
+/// with "DISAGREES". A line that begins with "UNCLAIMED" tells of an address of an adapter that the
+/// tool does not list, or does not know for its own although it came to stand since `before`: the
+/// tool must then have told of a failure.
 [[nodiscard]] std::string disagreements(const System& system, Host& host,
                                         const std::vector<HostAddress>& before);

@@ -4,8 +4,10 @@
 
 #include <algorithm>
 #include <cstring>
+#include <initializer_list>
 #include <limits>
 #include <string_view>
+#include <type_traits>
 
 namespace {
 
@@ -14,31 +16,35 @@ constinit Schedule schedule;
 
 bool fails_calls() { return treatment == Treatment::FAIL || treatment == Treatment::RAISE; }
 
-/// The lie for a call that worked, or nothing.
-std::optional<Treatment> next_lie() {
-  if (fails_calls() || !schedule.strikes()) return std::nullopt;
-  return treatment;
+/// Whether a call that worked lies; `lies` are those that make a difference to its answer.
+bool lies_next(std::initializer_list<Treatment> lies) {
+  return std::find(lies.begin(), lies.end(), treatment) != lies.end() && schedule.strikes();
+}
+
+/// Of a call that asks for a size only, or fetches what has it.
+bool lies_next(bool asks_size, std::initializer_list<Treatment> lies) {
+  return asks_size ? lies_next({Treatment::SHRUNK}) : lies_next(lies);
 }
 
 constexpr DWORD LONG_TEXT = 4096;
 
 // ---- Lies, for each kind of answer ------------------------------------------------------------
 
-void leave_unterminated(MIB_IFROW& row) {
-  std::memset(row.bDescr, 'x', sizeof row.bDescr);
-  row.dwDescrLen = row.dwPhysAddrLen = LONG_TEXT;
+void leave_unterminated(MIB_IFTABLE& table) {
+  for (DWORD i = 0; i < table.dwNumEntries; ++i) {
+    MIB_IFROW& row = table.table[i];
+    std::memset(row.bDescr, 'x', sizeof row.bDescr);
+    row.dwDescrLen = row.dwPhysAddrLen = LONG_TEXT;
+  }
 }
 
-void leave_unterminated(MIB_IPADDRROW& /*row*/) {}
-
 template <typename Table>
-DWORD lie_about_table(Treatment lie, Table* table, PULONG size) {
+DWORD lie_about_table(Table* table, PULONG size) {
   if (table == nullptr) {
-    if (lie == Treatment::SHRUNK) *size *= 2;
+    *size *= 2;
     return ERROR_INSUFFICIENT_BUFFER;
   }
-  const DWORD count = table->dwNumEntries;
-  switch (lie) {
+  switch (treatment) {
     case Treatment::GROWN: *size *= 2; return ERROR_INSUFFICIENT_BUFFER;
     case Treatment::SHRUNK: table->dwNumEntries /= 2; break;
     case Treatment::CUT:
@@ -46,7 +52,7 @@ DWORD lie_about_table(Treatment lie, Table* table, PULONG size) {
       *size /= 2;
       break;
     default:
-      for (DWORD i = 0; i < count; ++i) leave_unterminated(table->table[i]);
+      if constexpr (std::is_same_v<Table, MIB_IFTABLE>) leave_unterminated(*table);
   }
   return NO_ERROR;
 }
@@ -58,15 +64,14 @@ void leave_unterminated(IP_ADDR_STRING* node) {
   }
 }
 
-DWORD lie_about_adapters(Treatment lie, IP_ADAPTER_INFO* list, PULONG size) {
+DWORD lie_about_adapters(IP_ADAPTER_INFO* list, PULONG size) {
   if (list == nullptr) {
-    if (lie == Treatment::SHRUNK) *size *= 2;
+    *size *= 2;
     return ERROR_BUFFER_OVERFLOW;
   }
-  switch (lie) {
+  switch (treatment) {
     case Treatment::GROWN: *size *= 2; return ERROR_BUFFER_OVERFLOW;
     case Treatment::SHRUNK: list->Next = nullptr; break;
-    case Treatment::CUT: *size /= 2; break;
     default:
       for (IP_ADAPTER_INFO* entry = list; entry != nullptr; entry = entry->Next) {
         std::memset(entry->AdapterName, 'x', sizeof entry->AdapterName);
@@ -77,12 +82,12 @@ DWORD lie_about_adapters(Treatment lie, IP_ADAPTER_INFO* list, PULONG size) {
   return NO_ERROR;
 }
 
-LSTATUS lie_about_value(Treatment lie, LPBYTE data, LPDWORD size) {
+LSTATUS lie_about_value(LPBYTE data, LPDWORD size) {
   if (data == nullptr) {
-    if (lie == Treatment::SHRUNK) *size *= 2;
+    *size *= 2;
     return ERROR_SUCCESS;
   }
-  switch (lie) {
+  switch (treatment) {
     case Treatment::GROWN: *size *= 2; return ERROR_MORE_DATA;
     case Treatment::SHRUNK: *size /= 2; break;
     default: std::replace(data, data + *size, BYTE{0}, BYTE{'1'});
@@ -91,7 +96,7 @@ LSTATUS lie_about_value(Treatment lie, LPBYTE data, LPDWORD size) {
 }
 
 void lie_about_entry(WIN32_FIND_DATAA& entry) {
-  if (treatment != Treatment::UNTERMINATED || !next_lie()) return;
+  if (!lies_next({Treatment::UNTERMINATED})) return;
   // Nothing behind the field ends the text either.
   std::memset(&entry, 'x', sizeof entry);
 }
@@ -101,22 +106,25 @@ void lie_about_entry(WIN32_FIND_DATAA& entry) {
 DWORD WINAPI lying_if_table(PMIB_IFTABLE table, PULONG size, BOOL order) {
   const DWORD code = GetIfTable(table, size, order);
   if (code != NO_ERROR && table != nullptr) return code;
-  const auto lie = next_lie();
-  return lie ? lie_about_table(*lie, table, size) : code;
+  const bool lies = lies_next(table == nullptr, {Treatment::GROWN, Treatment::SHRUNK,
+                                                 Treatment::CUT, Treatment::UNTERMINATED});
+  return lies ? lie_about_table(table, size) : code;
 }
 
 DWORD WINAPI lying_ip_addr_table(PMIB_IPADDRTABLE table, PULONG size, BOOL order) {
   const DWORD code = GetIpAddrTable(table, size, order);
   if (code != NO_ERROR && table != nullptr) return code;
-  const auto lie = next_lie();
-  return lie ? lie_about_table(*lie, table, size) : code;
+  const bool lies =
+      lies_next(table == nullptr, {Treatment::GROWN, Treatment::SHRUNK, Treatment::CUT});
+  return lies ? lie_about_table(table, size) : code;
 }
 
 DWORD WINAPI lying_adapters_info(PIP_ADAPTER_INFO list, PULONG size) {
   const DWORD code = GetAdaptersInfo(list, size);
   if (code != NO_ERROR && list != nullptr) return code;
-  const auto lie = next_lie();
-  return lie ? lie_about_adapters(*lie, list, size) : code;
+  const bool lies =
+      lies_next(list == nullptr, {Treatment::GROWN, Treatment::SHRUNK, Treatment::UNTERMINATED});
+  return lies ? lie_about_adapters(list, size) : code;
 }
 
 template <typename Function>
@@ -163,8 +171,9 @@ LSTATUS WINAPI __wrap_RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD reserved,
                                        LPBYTE data, LPDWORD size) {
   const LSTATUS status = __real_RegQueryValueExA(key, value, reserved, type, data, size);
   if (status != ERROR_SUCCESS) return status;
-  const auto lie = next_lie();
-  return lie ? lie_about_value(*lie, data, size) : status;
+  const bool lies =
+      lies_next(data == nullptr, {Treatment::GROWN, Treatment::SHRUNK, Treatment::UNTERMINATED});
+  return lies ? lie_about_value(data, size) : status;
 }
 
 HANDLE WINAPI __wrap_FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
@@ -181,7 +190,7 @@ BOOL WINAPI __wrap_FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
 
 BOOL WINAPI __wrap_GetVersionExA(LPOSVERSIONINFOA information) {
   if (__real_GetVersionExA(information) == FALSE) return FALSE;
-  if (treatment == Treatment::UNTERMINATED && next_lie()) {
+  if (lies_next({Treatment::UNTERMINATED})) {
     std::memset(information->szCSDVersion, 'x', sizeof information->szCSDVersion);
   }
   return TRUE;

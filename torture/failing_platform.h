@@ -13,14 +13,14 @@ enum class Treatment : std::uint8_t {
   RAISE,         ///< faults: the one call that the tool guards
   GROWN,         ///< a fetch of a table or value says that it needs more room than was asked for
   SHRUNK,        ///< a fetch gives half of what was there when its size was asked
-  CUT,           ///< a table claims more rows than it has bytes for; a list of strings has no end
-  UNTERMINATED,  ///< the texts fill their fields, or say that they are longer than these
+  CUT,           ///< a table claims more rows than it has bytes for
+  UNTERMINATED,  ///< texts fill their fields, or claim to be longer; a list of strings has no end
 };
 
 /// From now on it is this that is done to calls.
 void choose_treatment(Treatment treatment);
 
-/// Says which of the calls that can be treated so are.
+/// Says which of the calls are treated, of those to whose answer the treatment makes a difference.
 [[nodiscard]] Schedule& treated_calls();
 
 /// The simulated host whose calls are treated.

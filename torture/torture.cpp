@@ -82,6 +82,7 @@ struct Tally {
   std::uint64_t broken;
   std::uint64_t met[JOBS];   ///< failures that the run at hand met, for each job
   std::uint64_t attacks[8];  ///< runs of each attack
+  std::uint64_t stops[16];   ///< runs that each place stopped
 };
 
 Tally& shared_tally() {
@@ -211,6 +212,20 @@ struct Suite {
 
 void add(std::uint64_t& count) { __atomic_fetch_add(&count, 1, __ATOMIC_RELAXED); }
 
+std::string judge(const Suite& suite, const Attack& attack, const Outcome& outcome, bool met,
+                  const std::string& undisturbed) {
+  return met ? find_fault(outcome, undisturbed, suite.stops, tolerance_of(attack))
+             : find_difference(outcome, undisturbed);
+}
+
+/// Counts a run that ended at a place that may end it.
+void count_stop(const Suite& suite, const Outcome& outcome) {
+  Tally& tally = shared_tally();
+  add(tally.stopped);
+  const std::size_t stop = find_stop(outcome.text, suite.stops);
+  if (stop < suite.stops.size()) add(tally.stops[stop]);
+}
+
 /// Plays a session with an attack at every place that is this job's.
 void attack_session(const Suite& suite, const Session& session, const Attack& attack, bool lasting,
                     int job, Stage& stage, const std::string& undisturbed) {
@@ -219,15 +234,12 @@ void attack_session(const Suite& suite, const Session& session, const Attack& at
   for (std::uint64_t nth = first;; nth += suite.step * JOBS) {
     const Outcome outcome = stage.run({&attack, nth, lasting});
     const bool met = stage.met_failure();
-    // A run that met no failure is the last, and must be like the undisturbed one.
-    const std::string fault =
-        met ? find_fault(outcome, undisturbed, suite.stops, tolerance_of(attack))
-            : find_fault(outcome, undisturbed, {}, {});
+    const std::string fault = judge(suite, attack, outcome, met, undisturbed);
     if (!met && fault.empty()) return;
     add(tally.runs);
     add(tally.attacks[&attack - attacks_of(suite.name).data()]);
     if (fault.empty()) {
-      if (outcome.status != 0) add(tally.stopped);
+      if (outcome.status != 0) count_stop(suite, outcome);
       continue;
     }
     add(tally.broken);
@@ -266,6 +278,24 @@ void run_job(const Suite& suite, int job) {
   }
 }
 
+/// Whether every attack was made, and every place that may stop the program did.
+bool reaches_all(const Suite& suite) {
+  const Tally& tally = shared_tally();
+  bool all = true;
+  const auto expect = [&all](std::uint64_t runs, const std::string& what) {
+    if (runs > 0) return;
+    dprintf(STDOUT_FILENO, "never met: %s\n", what.c_str());
+    all = false;
+  };
+  const auto attacks = attacks_of(suite.name);
+  for (std::size_t i = 0; i < attacks.size(); ++i) expect(tally.attacks[i], attacks[i].name);
+  // A part of the runs need not come past all places.
+  for (std::size_t i = 0; suite.step == 1 && i < suite.stops.size(); ++i) {
+    expect(tally.stops[i], suite.stops[i].module + " " + suite.stops[i].reason);
+  }
+  return all;
+}
+
 int run_suite(const Suite& suite) {
   const Tally& tally = shared_tally();
   pid_t jobs[JOBS];
@@ -285,11 +315,7 @@ int run_suite(const Suite& suite) {
           suite.name.c_str(), static_cast<unsigned long long>(tally.runs),
           static_cast<unsigned long long>(tally.stopped),
           static_cast<unsigned long long>(tally.broken));
-  bool all_attacked = true;
-  for (std::size_t i = 0; i < attacks_of(suite.name).size(); ++i) {
-    all_attacked = all_attacked && tally.attacks[i] > 0;
-  }
-  return completed && all_attacked && tally.broken == 0 ? 0 : 1;
+  return completed && reaches_all(suite) && tally.broken == 0 ? 0 : 1;
 }
 
 int run_one(const Suite& suite, const char* const* words) {
@@ -313,14 +339,13 @@ int run_one(const Suite& suite, const char* const* words) {
   const Disturbance disturbance = {attack, std::strtoull(words[2], nullptr, 10),
                                    std::string_view(words[3]) == "ever"};
   const Outcome outcome = stage.run(disturbance);
-  const std::string fault =
-      find_fault(outcome, undisturbed.text, suite.stops, tolerance_of(*attack));
+  const std::string fault = judge(suite, *attack, outcome, stage.met_failure(), undisturbed.text);
   dprintf(STDOUT_FILENO, "%s\nstatus %x, %s, %s\n", outcome.text.c_str(),
           static_cast<unsigned>(outcome.status),
           stage.met_failure() ? "met the failure" : "met no failure",
           fault.empty() ? "keeps its promises" : fault.c_str());
-  if (!stage.met_failure()) return 2;
-  return fault.empty() ? 0 : 1;
+  if (!fault.empty()) return 1;
+  return stage.met_failure() ? 0 : 2;
 }
 
 /// A folder of this process's own.

@@ -51,16 +51,6 @@ bool take_stop(const std::string& line, Stop& stop) {
   return true;
 }
 
-std::string fault_of_stop(const std::string& text, const std::vector<Stop>& stops) {
-  Stop stop;
-  const auto lines = split(text, '\n');
-  if (lines.empty() || !take_stop(lines.back(), stop)) return "stopped without its report";
-  const bool known = std::any_of(stops.begin(), stops.end(), [&](const Stop& it) {
-    return it.module == stop.module && it.reason == stop.reason;
-  });
-  return known ? "" : "stopped where it may not: " + lines.back();
-}
-
 /// Once memory ran out for a message, every message must end with the notice.
 bool keeps_notice(const std::string& text) {
   const std::string notice(OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE - 2);
@@ -79,7 +69,9 @@ bool keeps_notice(const std::string& text) {
   return !owed;
 }
 
-bool is_error(const std::string& line) { return line.find("ERROR ") != std::string::npos; }
+bool is_about_address(const std::string& line) {
+  return line.find("ERROR ") != std::string::npos && line.find("ddress") != std::string::npos;
+}
 
 bool holds_any(const std::string& line, std::initializer_list<const char*> words) {
   return std::any_of(words.begin(), words.end(),
@@ -94,9 +86,16 @@ bool is_plain_word(const std::string& line) {
                           " first active: ", "looking in /../"});
 }
 
-/// Lines whose absence tells: of an adapter that could not be made, of a name that was not read.
-bool is_missed(const std::string& line) {
-  return holds_any(line, {" Adapter #", "-  #", "  Name        : "});
+/// Whether a line is missing that tells by that: of an adapter that could not be made, of a name
+/// that was not read.
+bool misses_line(const std::string& answer, const std::string& undisturbed) {
+  const auto count = [](const std::string& text) {
+    const auto lines = split(text, '\n');
+    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
+      return holds_any(line, {" Adapter #", "-  #", "  Name        : "});
+    });
+  };
+  return count(answer) < count(undisturbed);
 }
 
 template <typename Tells>
@@ -115,7 +114,7 @@ bool tells(const std::string& answer, const std::string& undisturbed) {
     return line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ") ||
            is_plain_word(line);
   };
-  return has_more(answer, undisturbed, fails) || has_more(undisturbed, answer, is_missed);
+  return has_more(answer, undisturbed, fails) || misses_line(answer, undisturbed);
 }
 
 std::string first_difference(const std::string& answer, const std::string& undisturbed) {
@@ -127,12 +126,12 @@ std::string first_difference(const std::string& answer, const std::string& undis
   return at != lines.end() ? *at : "it ends early";
 }
 
-std::string fault_of_answers(const std::string& text, const std::string& undisturbed) {
-  const auto answers = split(text, '$');
-  const auto usual = split(undisturbed, '$');
-  if (answers.size() != usual.size()) return "the prompt did not come back";
+/// What the first so many answers lack. Once one has told of a failure, later ones may differ too:
+/// they stand on what failed.
+std::string fault_of_answers(const std::vector<std::string>& answers,
+                             const std::vector<std::string>& usual, std::size_t count) {
   bool told = false;
-  for (std::size_t i = 0; i < answers.size(); ++i) {
+  for (std::size_t i = 0; i < count; ++i) {
     if (answers[i] == usual[i]) continue;
     if (answers[i].empty()) return "no answer";
     told = told || answers[i].find(OUT_OF_MEMORY_NOTICE) != std::string::npos ||
@@ -157,6 +156,23 @@ std::vector<Stop> read_stops(const std::string& path) {
   return stops;
 }
 
+std::size_t find_stop(const std::string& text, const std::vector<Stop>& stops) {
+  Stop stop;
+  const auto lines = split(text, '\n');
+  if (lines.empty() || !take_stop(lines.back(), stop)) return stops.size();
+  const auto known = std::find_if(stops.begin(), stops.end(), [&](const Stop& it) {
+    return it.module == stop.module && it.reason == stop.reason;
+  });
+  return static_cast<std::size_t>(known - stops.begin());
+}
+
+std::string find_difference(const Outcome& outcome, const std::string& undisturbed) {
+  const std::string text = without_pointers(outcome.text);
+  if (outcome.status != 0) return "ended otherwise, though nothing failed";
+  if (text == without_pointers(undisturbed)) return "";
+  return "another answer, though nothing failed: " + first_difference(text, undisturbed);
+}
+
 std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
                        const std::vector<Stop>& stops, Tolerance tolerance) {
   const std::string text = without_pointers(outcome.text);
@@ -164,9 +180,14 @@ std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
     return "ended by signal " + std::to_string(WTERMSIG(outcome.status));
   }
   if (text.find("DISAGREES") != std::string::npos) return "tool and host disagree";
+  const auto answers = split(text.substr(0, text.find("UNCLAIMED")), '$');
+  const auto usual = split(without_pointers(undisturbed), '$');
   switch (WEXITSTATUS(outcome.status)) {
     case 0: break;
-    case STOPPED: return fault_of_stop(text, stops);
+    case STOPPED:
+      if (find_stop(text, stops) == stops.size()) return "stopped where it may not";
+      // The last answer is the one that was cut off.
+      return fault_of_answers(answers, usual, std::min(answers.size(), usual.size()) - 1);
     case NO_HOST:
       return !stops.empty() && (text == "ZARVO_HOST: not enough memory\n" ||
                                 text.ends_with(": cannot be read: Cannot allocate memory\n"))
@@ -176,14 +197,9 @@ std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
   }
   if (!keeps_notice(text)) return "a message without the notice";
   if (!tolerance.lost_claims && text.find("UNCLAIMED") != std::string::npos &&
-      !has_more(text, without_pointers(undisturbed), is_error)) {
+      !has_more(text, without_pointers(undisturbed), is_about_address)) {
     return "an address nobody speaks of";
   }
-  if (tolerance.quiet_change) {
-    return std::count(text.begin(), text.end(), '$') ==
-                   std::count(undisturbed.begin(), undisturbed.end(), '$')
-               ? ""
-               : "the prompt did not come back";
-  }
-  return fault_of_answers(text.substr(0, text.find("UNCLAIMED")), without_pointers(undisturbed));
+  if (answers.size() != usual.size()) return "the prompt did not come back";
+  return tolerance.quiet_change ? "" : fault_of_answers(answers, usual, answers.size());
 }

@@ -11,7 +11,7 @@ struct Outcome {
   int status = 0;
 };
 
-/// A place that may stop the program for want of memory: what the module calls itself, and why.
+/// What may stop the program for want of memory: what the module calls itself, and why.
 struct Stop {
   std::string module;
   std::string reason;
@@ -19,11 +19,17 @@ struct Stop {
 
 [[nodiscard]] std::vector<Stop> read_stops(const std::string& path);
 
+/// The position in the list of the place that stopped a session, or the length of the list.
+[[nodiscard]] std::size_t find_stop(const std::string& text, const std::vector<Stop>& stops);
+
 /// What a disturbance excuses.
 struct Tolerance {
   bool quiet_change;  ///< another answer that does not tell of a failure
   bool lost_claims;   ///< an address of the tool's that the platform said was gone
 };
+
+/// Why a session in which nothing failed is not like the undisturbed one, or empty.
+[[nodiscard]] std::string find_difference(const Outcome& outcome, const std::string& undisturbed);
 
 /// Why the session broke what the tool promises, or empty. Compares with what the session does when
 /// nothing fails. `stops`: places that may end it, none when memory does not fail.
