@@ -1,6 +1,7 @@
 #include "torture/failing_memory.h"
 
-#include <algorithm>
+#include <dlfcn.h>
+
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -50,26 +51,38 @@ char* strdup(const char* text) { return strndup(text, std::strlen(text)); }
 
 }  // extern "C"
 
-void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
-  return std::malloc(std::max<std::size_t>(size, 1));
+namespace {
+
+using New = void* (*)(std::size_t);
+
+/// The sanitizer's operator of that name, which knows blocks of new, new[] and malloc apart.
+New sanitizers_own(const char* name) { return reinterpret_cast<New>(dlsym(RTLD_NEXT, name)); }
+
+void* allocate(std::size_t size) {
+  static const New next = sanitizers_own("_Znwm");
+  return fails() ? nullptr : next(size);
 }
 
-void* operator new(std::size_t size) {
-  void* const block = operator new(size, std::nothrow);
+void* allocate_array(std::size_t size) {
+  static const New next = sanitizers_own("_Znam");
+  return fails() ? nullptr : next(size);
+}
+
+void* or_throw(void* block) {
   if (block == nullptr) throw std::bad_alloc();
   return block;
 }
 
-void* operator new[](std::size_t size) { return operator new(size); }
+}  // namespace
 
-void* operator new[](std::size_t size, const std::nothrow_t& tag) noexcept {
-  return operator new(size, tag);
+void* operator new(std::size_t size) { return or_throw(allocate(size)); }
+
+void* operator new[](std::size_t size) { return or_throw(allocate_array(size)); }
+
+void* operator new(std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return allocate(size);
 }
 
-void operator delete(void* block) noexcept { std::free(block); }
-
-void operator delete[](void* block) noexcept { std::free(block); }
-
-void operator delete(void* block, std::size_t /*size*/) noexcept { std::free(block); }
-
-void operator delete[](void* block, std::size_t /*size*/) noexcept { std::free(block); }
+void* operator new[](std::size_t size, const std::nothrow_t& /*tag*/) noexcept {
+  return allocate_array(size);
+}
