@@ -4,16 +4,17 @@
     mutate.py [--count N] [--seed S]    a sample of N changes, drawn by the seed
     mutate.py CHANGE                    one change, as the list of what went unnoticed names it
 
-A change turns a comparison, moves a constant by one, leaves a call out, alters a text, swaps a
-report's level or what it does to the message, or swaps "and" and "or", plus and minus, true and
-false. Left alone is what nobody could see: the size of a buffer, what a variable holds that is set
-before it is used, the release of memory, also by destructors (the sanitizers' affair); and what is
-done only when memory runs out, which the torture plays instead, like the lines that uncovered.txt
-lists. What no compiler takes is no change. Each is built and tested in a copy of the tree; the tree
-itself is never touched.
+A change turns a comparison, moves a constant by one, leaves a call out, alters a text or a
+character, swaps a report's level or what it does to the message, or swaps "and" and "or", plus and
+minus, true and false; in the sources, not in the headers. Left alone is what nobody could see: the
+length of an array, what a variable holds that is set before it is used, the release of memory, also
+by destructors (the sanitizers' affair); and what is done only when memory runs out, which the torture
+plays instead, like the lines that uncovered.txt lists. What no compiler takes is no change. Each is
+built and tested in a copy of the tree; the tree itself is never touched.
 """
 
 import argparse
+import ast
 import collections
 import concurrent.futures
 import os
@@ -22,6 +23,7 @@ import shutil
 import signal
 import subprocess
 import sys
+import tempfile
 import threading
 
 from clang import cindex
@@ -30,21 +32,28 @@ from clang.cindex import CursorKind, TypeKind
 ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 WORK = os.path.join(ROOT, "build", "mutation")
 JOBS = 2
+LEAST = 85
 LONGEST_TEST = 120  # seconds; a change that makes the tests hang is noticed
 TURNED = {
     "<": ">", "<=": ">=", ">": "<", ">=": "<=", "==": "!=", "!=": "==",
     "&&": "||", "||": "&&", "+": "-", "-": "+",
 }  # fmt: skip
-KINDS = {
-    "BEGIN_ERROR": "ADD_ERROR", "ADD_ERROR": "ADD_WARN", "ADD_WARN": "ADD_ERROR",
-    "CLOSE_ERROR": "WRITE_ERROR", "CLOSE_WARN": "CLOSE_ERROR", "WRITE_ERROR": "CLOSE_ERROR",
-    "WRITE_DEBUG": "WRITE_ERROR", "true": "false", "false": "true",
+SWAPPED = {
+    "BEGIN_ERROR": ["ADD_ERROR", "ReportKind{LEVEL_WARN, true, false}"], "ADD_ERROR": ["ADD_WARN"],
+    "ADD_WARN": ["ADD_ERROR"], "CLOSE_ERROR": ["WRITE_ERROR", "CLOSE_WARN"],
+    "CLOSE_WARN": ["CLOSE_ERROR"], "WRITE_ERROR": ["CLOSE_ERROR", "WRITE_DEBUG"],
+    "WRITE_DEBUG": ["WRITE_ERROR"], "true": ["false"], "false": ["true"],
 }  # fmt: skip
-RELEASES = {"__builtin_va_end", "free", "reset", "release", "release_resized", "split_release"}
+RELEASES = {"__builtin_va_end", "free", "release", "release_resized", "split_release"}
 ANSWERS_TO_NO_MEMORY = {"stop_without_memory", "fail_memory", "fail_no_room"}
 DECLARATIONS = (CursorKind.VAR_DECL, CursorKind.FIELD_DECL)
 # Operators and conversions, which do not show what an expression is for.
 PASSED_OVER = (CursorKind.UNEXPOSED_EXPR, CursorKind.BINARY_OPERATOR, CursorKind.PAREN_EXPR)
+# What holds statements; a call that stands there is one.
+BODIES = (
+    CursorKind.COMPOUND_STMT, CursorKind.IF_STMT, CursorKind.FOR_STMT, CursorKind.WHILE_STMT,
+    CursorKind.CXX_FOR_RANGE_STMT, CursorKind.CASE_STMT, CursorKind.DEFAULT_STMT,
+)  # fmt: skip
 
 Change = collections.namedtuple("Change", "file start end text")
 
@@ -92,7 +101,7 @@ class Finder:
             self.find_first_uses(cursor, None, uses)
         self.set_first = {variable for variable, sets in uses.items() if sets}
         for cursor in own:
-            self.visit(cursor, None)
+            self.visit(cursor, unit.cursor, unit.cursor)
 
     def add(self, start, end, text):
         line = self.text.count(b"\n", 0, start)
@@ -123,30 +132,42 @@ class Finder:
         start, end = self.piece(cursor)
         return self.text[start:end].decode()
 
-    def visit(self, cursor, parent):
+    def visit(self, cursor, parent, purpose):
+        """`purpose` is the nearest ancestor that is more than an operator or a conversion."""
         if cursor.kind in (CursorKind.STATIC_ASSERT, CursorKind.DESTRUCTOR):
             return
         start, end = self.piece(cursor)
         text = self.text_of(cursor)
         if cursor.kind == CursorKind.BINARY_OPERATOR:
-            self.turn(cursor)
-        elif cursor.kind == CursorKind.INTEGER_LITERAL and text.replace("'", "").isdigit():
-            if not self.is_unseen(parent, text):
+            left, right = cursor.get_children()
+            self.turn(left.extent.end.offset, right.extent.start.offset)
+        elif cursor.kind == CursorKind.INTEGER_LITERAL and text[:1].isdigit():
+            if not self.is_unseen(purpose, text):
                 self.move_constant(start, end, text)
+        elif cursor.kind == CursorKind.CHARACTER_LITERAL:
+            self.add(start, end, "'~'")
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
             # At the end: modules are named by the end of their path.
             self.add(end - 1, end - 1, "~")
         elif cursor.kind == CursorKind.UNARY_OPERATOR and text.startswith("!"):
             self.add(start, start + 1, "")
-        elif text in KINDS:
-            if not self.is_unseen(parent, text):
-                self.add(start, end, KINDS[text])
-        elif cursor.kind == CursorKind.CALL_EXPR and self.is_statement(cursor, parent):
-            if cursor.spelling in RELEASES or self.answers_to_no_memory(cursor, text):
+        elif text in SWAPPED:
+            if not self.is_unseen(purpose, text):
+                for other in SWAPPED[text]:
+                    self.add(start, end, other)
+        elif cursor.kind == CursorKind.CALL_EXPR:
+            if self.is_release(cursor, text) or self.answers_to_no_memory(cursor, text):
                 return
-            self.add(start, end, "")
+            if cursor.spelling in ("operator==", "operator!="):
+                self.turn_overloaded(cursor)
+            if parent.kind in BODIES and self.text[end : end + 1] == b";":
+                self.add(start, end, "")
         for child in cursor.get_children():
-            self.visit(child, parent if cursor.kind in PASSED_OVER else cursor)
+            self.visit(child, cursor, purpose if cursor.kind in PASSED_OVER else cursor)
+
+    @staticmethod
+    def is_release(call, text):
+        return call.spelling in RELEASES or text.endswith((".reset()", "->reset()"))
 
     @staticmethod
     def answers_to_no_memory(call, text):
@@ -157,31 +178,30 @@ class Finder:
         """Whether a constant's parent is a declaration in which nobody sees it."""
         if parent.kind not in DECLARATIONS:
             return False
-        is_size = parent.type.kind == TypeKind.CONSTANTARRAY or parent.spelling.endswith("_SIZE")
-        return is_size or (text in ("0", "false") and parent.hash in self.set_first)
+        is_length = parent.type.kind == TypeKind.CONSTANTARRAY
+        return is_length or (text in ("0", "false") and parent.hash in self.set_first)
 
-    def turn(self, cursor):
-        left, right = cursor.get_children()
-        start, end = left.extent.end.offset, right.extent.start.offset
+    def turn(self, start, end):
+        """Turns the operator between two operands."""
         between = self.text[start:end].decode()
         operator = between.strip()
         if operator in TURNED:
             at = start + between.index(operator)
             self.add(at, at + len(operator), TURNED[operator])
 
+    def turn_overloaded(self, call):
+        operands = list(call.get_children())
+        if len(operands) == 3:
+            self.turn(operands[0].extent.end.offset, operands[2].extent.start.offset)
+
     def move_constant(self, start, end, text):
         # A failure's -1 becomes a success; -2 would be a failure too.
         if self.text[start - 1 : start] == b"-" and text == "1":
             self.add(start - 1, end, "0")
-        else:
-            self.add(start, end, str(int(text.replace("'", "")) + 1))
-
-    @staticmethod
-    def is_statement(cursor, parent):
-        return parent is not None and parent.kind in (
-            CursorKind.COMPOUND_STMT, CursorKind.IF_STMT, CursorKind.FOR_STMT,
-        ) and cursor.type.spelling in ("void", "int", "char *", "BOOL")  # fmt: skip
-
+            return
+        digits = text.rstrip("uUlLzZ") if text[:2].lower() != "0b" else text
+        number = ast.literal_eval(digits.replace("'", "_"))
+        self.add(start, end, str(number + 1) + text[len(digits) :])
 
 class Copy:
     """A copy of the tree in which changes are built and tested."""
@@ -190,14 +210,25 @@ class Copy:
         self.path = os.path.join(WORK, str(number))
         self.build = os.path.join(self.path, "build", "mutation")
         self.changed = None
-        files = subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).split("\n")
-        for file in filter(None, files):
+        files = subprocess.check_output(["git", "ls-files"], cwd=ROOT, text=True).splitlines()
+        self.drop_all_but(files)
+        for file in files:
             source, copy = os.path.join(ROOT, file), os.path.join(self.path, file)
             if not os.path.exists(source) or self.is_same(source, copy):
                 continue
             os.makedirs(os.path.dirname(copy), exist_ok=True)
             shutil.copy(source, copy)
         self.run(["cmake", "--preset", "mutation"])
+
+    def drop_all_but(self, files):
+        """What the tree no longer has must not be built and tested here."""
+        kept = {os.path.join(self.path, file) for file in files}
+        for folder, folders, names in os.walk(self.path):
+            if folder == self.path and "build" in folders:
+                folders.remove("build")
+            for name in names:
+                if os.path.join(folder, name) not in kept:
+                    os.remove(os.path.join(folder, name))
 
     @staticmethod
     def is_same(source, copy):
@@ -240,17 +271,19 @@ class Copy:
         return all(self.passes(choice) for choice in ("-LinuxHosts.*", "LinuxHosts.*"))
 
     def passes(self, choice):
-        tests = subprocess.Popen(
-            [f"{self.build}/tests/kadrix_tests", f"--gtest_filter={choice}", "--gtest_fail_fast"],
-            cwd=self.path, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
-            stderr=subprocess.DEVNULL, start_new_session=True,
-        )  # fmt: skip
-        try:
-            return tests.wait(LONGEST_TEST) == 0
-        except subprocess.TimeoutExpired:
-            os.killpg(tests.pid, signal.SIGKILL)
-            tests.wait()
-            return False
+        with tempfile.TemporaryDirectory(ignore_cleanup_errors=True) as folder:
+            tests = subprocess.Popen(
+                [f"{self.build}/tests/kadrix_tests", f"--gtest_filter={choice}", "--gtest_fail_fast"],
+                cwd=self.path, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
+                stderr=subprocess.DEVNULL, start_new_session=True,
+                env={**os.environ, "TMPDIR": folder, "TEST_TMPDIR": folder},
+            )  # fmt: skip
+            try:
+                return tests.wait(LONGEST_TEST) == 0
+            except subprocess.TimeoutExpired:
+                os.killpg(tests.pid, signal.SIGKILL)
+                tests.wait()
+                return False
 
 
 class Tally:
@@ -300,7 +333,7 @@ def sample(count, seed):
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("change", nargs="?")
-    parser.add_argument("--count", type=int, default=150)
+    parser.add_argument("--count", type=int, default=100)
     parser.add_argument("--seed", type=int, default=1)
     options = parser.parse_args()
     if options.change:
@@ -321,7 +354,8 @@ def main():
         f"mutation: {tally.noticed} of {tried} changes noticed, {percent} %; "
         f"{tally.refused} more were not C++"
     )
-    sys.exit(0 if percent >= 85 else 1)
+    # Most changes can be built; when they can't, it is not they that are at fault.
+    sys.exit(0 if percent >= LEAST and tally.refused <= len(changes) // 5 else 1)
 
 
 main()
