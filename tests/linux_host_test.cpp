@@ -343,7 +343,9 @@ TEST_F(LinuxHosts, LeaveAContiguousRunWhenKilled) {
   SCOPED_TRACE("killed after ms: " + std::to_string(moment));
   std::this_thread::sleep_for(std::chrono::milliseconds(moment));
   kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
+  int status = 0;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  ASSERT_TRUE(WIFSIGNALED(status)) << "the program ended by itself: " << status;
 
   std::vector<int> left;
   std::string purges;

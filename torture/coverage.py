@@ -52,7 +52,7 @@ def main():
     percent = 100 * run / all_lines
     print(
         f"coverage: {run} of {all_lines} lines, {percent:.1f} %; {taken} of {branches} branches, "
-        f"{100 * taken / branches:.1f} %; {sum(uncovered.values())} lines listed with their reasons"
+        f"{100 * taken / branches:.1f} %; {sum(uncovered.values())} lines not run"
     )
     sys.exit(0 if uncovered == listed and percent >= LEAST else 1)
 
