@@ -125,6 +125,7 @@ TEST(IpHelperAdapter, FindsPositionsByBinarySearch) {
 TEST(IpHelperAdapter, AddsAtTheSortedPositionAndDeletesOnlyItsOwn) {
   const Fixture adapter(MECHANISM_IP_HELPER,
                         one_adapter("\"10.0.0.1/255.0.0.0\", \"10.0.0.9/255.0.0.0\""));
+  adapter.host()->keep_diary();
   EXPECT_EQ(adapter->add_address("10.0.0.7", "0.0.0.0"), 0);
   EXPECT_THAT(adapter.table(),
               ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.7/255.0.0.0", "10.0.0.9/255.0.0.0"));
@@ -135,6 +136,9 @@ TEST(IpHelperAdapter, AddsAtTheSortedPositionAndDeletesOnlyItsOwn) {
                           "application."));
   EXPECT_EQ(adapter->delete_address("10.0.0.7"), 0);
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), 0);
+  EXPECT_THAT(adapter.host()->diary(),
+              ElementsAre("add 10.0.0.7/255.0.0.0 to 2", "sleep 1", "delete 10.0.0.7", "sleep 1",
+                          "delete 10.0.0.1", "sleep 1"));
   EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.9/255.0.0.0"));
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
   EXPECT_THAT(held_lines(),
@@ -209,17 +213,6 @@ TEST(DhcpClientAdapter, ReadsTheListsSlotBySlot) {
   EXPECT_EQ(adapter->count_blank_slots(), 2);
   EXPECT_STREQ(adapter->name(), "");
   EXPECT_STREQ(adapter->description(), "E100B1");
-}
-
-TEST(DhcpClientAdapter, TakesAsManySlotsAsThereAreMasks) {
-  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("") + R"(
-[registry."SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\E100B1"]
-IPAddress = false
-[registry."SYSTEM\\CurrentControlSet\\Services\\E100B1\\Parameters\\Tcpip"]
-IPAddress = ["10.0.0.1", "10.0.0.2", "10.0.0.3"]
-SubnetMask = ["255.0.0.0", "255.255.0.0"]
-)");
-  EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.2/255.255.0.0"));
 }
 
 TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {

@@ -93,7 +93,9 @@ TEST_F(NetshTest, RecordsWhatItAddedAndDeletesOnlyThat) {
   EXPECT_EQ(asked(), "");
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::5"), 1);
   EXPECT_EQ(asked(), "<interface><ipv6><del><address><Local Area 1 100%><address=2001:db8::5>");
+  host_->keep_diary();
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::6"), 1);
+  EXPECT_THAT(host_->diary(), ElementsAre("sleep 1"));
   EXPECT_EQ(adapter().ipv6_count(), 0);
   EXPECT_EQ(system_.add_ipv6_address("none", "2001:db8::5"), -1);
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <none> adapter."));

@@ -91,6 +91,8 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   EXPECT_STREQ(part.to_text(), "1.2.3.4");
   part.assign_range(part, 2, 3);
   EXPECT_STREQ(part.to_text(), "3");
+  part.assign_range(oid, -1, 2);
+  EXPECT_EQ(part.length(), 0);
   part.assign_range(oid, 64, 70);
   EXPECT_EQ(part.length(), 0);
   part = oid;

@@ -220,6 +220,7 @@ TEST(Listing, GivesEveryEntry) {
   while (next_listing_entry(*listing, buffer) == 0) {
     EXPECT_EQ(buffer.directory, folder.path() + "/list");
     names.insert(buffer.entry);
+    buffer = {};
   }
   EXPECT_STREQ(buffer.entry, "");
   EXPECT_THAT(names, ElementsAre(".", "..", "a", "b"));

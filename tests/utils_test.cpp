@@ -104,8 +104,8 @@ TEST(Texts, AreTrimmedAndUnescaped) {
   EXPECT_STREQ(skip_blanks(text), "a b \n");
   EXPECT_EQ(trim(text), 0);
   EXPECT_STREQ(text, "a b");
-  char escaped[] = "a\\nb\\tc\\sd\\re\\\\n\\x\\";
-  EXPECT_STREQ(unescape(escaped), "a\nb\tc d\re\\\\n\\x\\");
+  char escaped[] = "a\\nb\\tc\\sd\\re\\\\n\\~\\";
+  EXPECT_STREQ(unescape(escaped), "a\nb\tc d\re\\\\n\\~\\");
   char zero[] = "a\\0b\\n";
   EXPECT_EQ(std::string(unescape(zero), 5), std::string("a\0b\n", 5));
 }
@@ -201,11 +201,13 @@ TEST(HexBytes, AreReadInEveryGrouping) {
     std::string copy = text;
     std::int32_t length = -1;
     EXPECT_EQ(hex_to_bytes(copy.data(), length), 0);
-    EXPECT_EQ(copy.substr(0, static_cast<std::size_t>(length)), bytes) << text;
+    EXPECT_EQ(std::string(copy.c_str(), static_cast<std::size_t>(length) + 1), bytes + '\0')
+        << text;
   }
   std::string bad = "00.0C";
   std::int32_t length = -1;
   EXPECT_EQ(hex_to_bytes(bad.data(), length), -1);
+  EXPECT_EQ(bad[1], '\0');
   EXPECT_EQ(length, -1);
   EXPECT_EQ(held_lines().front(), "ERROR @ utils:# - bad Hex string token .0C");
 }
