@@ -204,15 +204,6 @@ TEST(IpHelperAdapter, ContextsAreFoundByTheWholeText) {
 
 // ---- DHCP client -------------------------------------------------------------------------------
 
-TEST(DhcpClientAdapter, ReadsTheListsSlotBySlot) {
-  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("\"10.0.0.1/255.0.0.0\"", 2));
-  EXPECT_THAT(adapter.table(),
-              ElementsAre("10.0.0.1/255.0.0.0", "0.0.0.0/0.0.0.0", "0.0.0.0/0.0.0.0"));
-  EXPECT_EQ(adapter->count_blank_slots(), 2);
-  EXPECT_STREQ(adapter->name(), "");
-  EXPECT_STREQ(adapter->description(), "E100B1");
-}
-
 TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
   const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("\"10.0.0.1/255.0.0.0\"", 6));
   adapter.host()->keep_diary();
@@ -304,14 +295,6 @@ TEST(Adapters, ReportWhatFailsAtItsLevel) {
       EXPECT_EQ(held_lines().front(), std::string("WARN  @ adapter:# - ") + report);
     });
   }
-}
-
-TEST(DhcpClientAdapter, HoldsAHundredGateways) {
-  std::string gateways;
-  for (int i = 0; i < 120; ++i) gateways += "\"10.0.0." + std::to_string(i) + "\",";
-  const Fixture adapter(MECHANISM_DHCP_CLIENT, one_adapter("") + "gateways = [" + gateways + "]");
-  EXPECT_EQ(adapter->gateway_count(), 100);
-  EXPECT_STREQ(adapter->gateway(99), "10.0.0.99");
 }
 
 TEST(OtherMechanisms, DoNothing) {

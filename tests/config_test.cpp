@@ -189,7 +189,7 @@ TEST(ExclusionFile, FillsTheList) {
       "exclusion.cfg",
       "exclude = {\n    name = Local Area Connection 3\n}\n"
       "exclude = {\n    address = 00:0C:29\n name = Spare\n}\n"
-      "adapters = {\n}\nexclude = {\n    comment = spare\n}\n"
+      "adapters = {\n}\nexclude = {\n    name =\n}\n"
       "exclude = {\naddress =\nNAME = Other\n}\n"
       "Exclude = {\n}\nexclude = {\naddress = 00.0C\n}\n"
       "exclude = {\nname = " +

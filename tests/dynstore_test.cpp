@@ -101,7 +101,8 @@ TEST_F(DynStoreTest, TurnsNumbersIntoText) {
 }
 
 TEST_F(DynStoreTest, RemovesAndRefuses) {
-  EXPECT_EQ(store_.append_str(" \tabcdefg\t "), 0);
+  EXPECT_EQ(store_.append_str("x \tabcdefg\t "), 0);
+  EXPECT_EQ(store_.erase(0, 1), 0);
   EXPECT_EQ(store_.trim_leading_blanks(), 0);
   EXPECT_EQ(store_.trim_trailing_blanks(), 0);
   EXPECT_STREQ(store_.str(), "abcdefg");

@@ -163,7 +163,7 @@ TEST(Reports, HaveTheHeaderOfTheirLevel) {
 
 TEST(Reports, AreCutAtTheEndOfTheirBuffer) {
   errmsg_begin();
-  errmsg_info("%s", std::string(20000, 'x').c_str());
+  errmsg_info("%20000x", 1U);
   EXPECT_EQ(std::string(errmsg_compose()).size(), REPORT_BUFFER_SIZE - 1 + 1U);
   errmsg_begin();
   errmsg_push_format("%s", std::string(20000, 'x').c_str());
@@ -233,6 +233,10 @@ TEST(Reports, GiveTheSystemsReason) {
 
 TEST(Reports, LastMessageIsWhatTheLastFlushWrote) {
   written_by([] { report(WRITE_ERROR, SITE, "seen"); });
+  char day[16];
+  const std::time_t now = std::time(nullptr);
+  std::strftime(day, sizeof day, " %m/%d.", std::localtime(&now));
+  EXPECT_THAT(errmsg_last_message(), testing::HasSubstr(day));
   EXPECT_EQ(normalised(errmsg_last_message()), "ERROR @ module:# - seen\n");
 }
 

@@ -68,6 +68,7 @@ TEST(Oids, AreComparedInLexicographicOrder) {
         {"", "1", 0, -1, 0},
         {"1", "", 0, 1, 1},
         {"", "", 0, 0, 1},
+        {"2.1.1.1.1.1.1.1.1.1", "3.1.1.1.1.1.1.1.0.0", 0, -1, 0},
         {"1.1.1.1.1.1.1.1.1.2", "1.1.1.1.1.1.1.1.2.1", 0, -1, 0}}) {
     EXPECT_EQ(parsed(a).compare(parsed(b), limit), compared) << a << " " << b;
     EXPECT_EQ(parsed(a).greater_or_equal(parsed(b)), greater_or_equal) << a << " " << b;
@@ -98,9 +99,10 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   part = oid;
   EXPECT_EQ(part.equals(oid), 1);
 
-  const std::vector<std::uint32_t> most(65535, 1);
+  const std::vector<std::uint32_t> most(65535, 10);
   Oid full(most.data(), 65535);
   EXPECT_EQ(full.length(), 65535);
+  EXPECT_EQ(std::string(full.to_text()).size(), 65535U * 3 - 1);
   EXPECT_EXIT(
       {
         dup2(STDERR_FILENO, STDOUT_FILENO);

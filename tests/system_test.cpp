@@ -123,12 +123,14 @@ TEST(AddressCommands, RefreshEveryThousandthTime) {
     EXPECT_EQ(host->delete_address(system.adapter(0)->address_slot(position)->nte_context()), 0U);
     int operations = 0;
     while (system.has_address("A", "10.0.0.5") == 1 && operations < 2000) {
-      system.delete_address("A", "10.0.0.250");
+      EXPECT_EQ(system.delete_address("A", "10.0.0.250"), -1);
       ++operations;
     }
     return operations;
   };
   EXPECT_LE(operations_until_refresh(), ADAPTER_REFRESH_INTERVAL);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Address <10.0.0.250> not found on A "
+                                        "adapter."));
   EXPECT_EQ(operations_until_refresh(), ADAPTER_REFRESH_INTERVAL - 1);
 }
 
