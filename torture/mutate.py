@@ -8,9 +8,10 @@ A change turns a comparison, moves a constant by one, leaves a call out, alters 
 character, swaps a report's level or what it does to the message, or swaps "and" and "or", plus and
 minus, true and false; in the sources, not in the headers. Left alone is what nobody could see: the
 length of an array, what a variable holds that is set before it is used, the release of memory, also
-by destructors (the sanitizers' affair); and what is done only when memory runs out, which the torture
-plays instead, like the lines that uncovered.txt lists. What no compiler takes is no change. Each is
-built and tested in a copy of the tree; the tree itself is never touched.
+by destructors (the sanitizers' affair), and single changes that unseen.txt lists with their reasons;
+and what is done only when memory runs out, which the torture plays instead, like the lines that
+uncovered.txt lists. What no compiler takes is no change. Each is built and tested in a copy of the
+tree; the tree itself is never touched.
 """
 
 import argparse
@@ -69,15 +70,22 @@ def sources():
     return [file for file in files if not file.endswith("_windows.cpp")]
 
 
-def uncovered_lines():
-    with open(os.path.join(ROOT, "torture", "uncovered.txt"), encoding="utf-8") as stream:
-        return collections.Counter(line.rstrip("\n") for line in stream)
+def listed(name):
+    with open(os.path.join(ROOT, "torture", name), encoding="utf-8") as stream:
+        lines = [line.rstrip("\n") for line in stream]
+    return [line for line in lines if line and not line.startswith("#")]
+
+
+def unseen_changes():
+    lines = listed("unseen.txt")
+    return {(place, change.strip()) for place, change in zip(lines[::2], lines[1::2])}
 
 
 class Finder:
     """The changes of one source."""
 
-    UNCOVERED = uncovered_lines()
+    UNCOVERED = collections.Counter(listed("uncovered.txt"))
+    UNSEEN = unseen_changes()
 
     def __init__(self, file):
         self.file = file
@@ -104,15 +112,17 @@ class Finder:
             self.visit(cursor, unit.cursor, unit.cursor)
 
     def add(self, start, end, text):
-        line = self.text.count(b"\n", 0, start)
+        line = self.lines[self.text.count(b"\n", 0, start)]
         change = Change(self.file, start, end, text)
-        if change not in self.changes and not self.is_uncovered(line):
+        if change not in self.changes and not self.is_listed(line, change):
             self.changes.append(change)
 
-    def is_uncovered(self, number):
+    def is_listed(self, line, change):
         """Lines are listed by their text: one that some test runs elsewhere is not left alone."""
-        line = self.lines[number]
-        return self.UNCOVERED[f"{self.file}: {line}"] == self.lines.count(line)
+        place = f"{self.file}: {line}"
+        before = self.text[change.start : change.end].decode()
+        unseen = (place, f"{before} -> {change.text}".strip())
+        return unseen in self.UNSEEN or self.UNCOVERED[place] == self.lines.count(line)
 
     def piece(self, cursor):
         return cursor.extent.start.offset, cursor.extent.end.offset
