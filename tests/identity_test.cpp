@@ -86,7 +86,6 @@ TEST_F(NetshTest, RecordsWhatItAddedAndDeletesOnlyThat) {
   EXPECT_EQ(asked(), "<interface><ipv6><add><address><Local Area 1 100%><address=2001:db8::5>");
   EXPECT_EQ(system_.add_ipv6_address("Ether", "2001:db8::7"), 1);
   EXPECT_EQ(system_.add_ipv6_address(nullptr, "2001:db8::6"), 1);
-  EXPECT_EQ(adapter().ipv6_count(), 2);
   asked();
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8::7"), 1);
   EXPECT_EQ(system_.delete_ipv6_address(nullptr, "2001:db8:0:0:0:0:0:5"), 1);

@@ -112,7 +112,9 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
 }
 
 TEST(Oids, ConvertToOctetsAndAddresses) {
-  EXPECT_STREQ(parsed("3.65.66.323").to_octets(), "ABC");
+  Oid octets = parsed("3.65.66.323");
+  EXPECT_STREQ(octets.to_octets(), "ABC");
+  EXPECT_EQ(octets.text_length(), 3);
   EXPECT_STREQ(Oid().to_octets(), "");
   Oid oid(9U);
   struct Case {

@@ -34,6 +34,7 @@ ROOT = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
 WORK = os.path.join(ROOT, "build", "mutation")
 JOBS = 2
 LEAST = 85
+PERTURBED = {"MALLOC_PERTURB_": "165"}  # as in tools/test
 LONGEST_TEST = 120  # seconds; a change that makes the tests hang is noticed
 TURNED = {
     "<": ">", "<=": ">=", ">": "<", ">=": "<=", "==": "!=", "!=": "==",
@@ -286,7 +287,7 @@ class Copy:
                 [f"{self.build}/tests/kadrix_tests", f"--gtest_filter={choice}", "--gtest_fail_fast"],
                 cwd=self.path, stdin=subprocess.DEVNULL, stdout=subprocess.DEVNULL,
                 stderr=subprocess.DEVNULL, start_new_session=True,
-                env={**os.environ, "TMPDIR": folder, "TEST_TMPDIR": folder},
+                env={**os.environ, "TMPDIR": folder, "TEST_TMPDIR": folder, **PERTURBED},
             )  # fmt: skip
             try:
                 return tests.wait(LONGEST_TEST) == 0
