@@ -107,7 +107,7 @@ TEST(Texts, AreTrimmedAndUnescaped) {
   char escaped[] = "a\\nb\\tc\\sd\\re\\\\n\\~\\";
   EXPECT_STREQ(unescape(escaped), "a\nb\tc d\re\\\\n\\~\\");
   char zero[] = "a\\0b\\n";
-  EXPECT_EQ(std::string(unescape(zero), 5), std::string("a\0b\n", 5));
+  EXPECT_EQ(std::string(unescape(zero), 4), std::string("a\0b\n", 4));
 }
 
 TEST(Texts, AreSplitAtACharacter) {
