@@ -92,6 +92,10 @@ TEST(IpHelperAdapter, ReadsItsOwnRowsInOrder) {
   EXPECT_STREQ(adapter->description(), "Ethernet-2");
   EXPECT_STREQ(adapter->name(), "E100B1");
   EXPECT_STREQ(adapter->connection_name(), "Office");
+  char name[sizeof "Office"];
+  EXPECT_EQ(read_connection_name("E100B1", name, sizeof name), 0);
+  EXPECT_STREQ(name, "Office");
+  EXPECT_EQ(read_connection_name("E100B1", name, sizeof name - 1), -1);
   EXPECT_EQ(adapter->read_gateways(), 0);
   ASSERT_EQ(adapter->gateway_count(), 2);
   EXPECT_STREQ(adapter->gateway(1), "10.0.0.4");
@@ -154,6 +158,11 @@ TEST(IpHelperAdapter, KeepsTheContextsOfWhatIsStillThere) {
   EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.5/255.0.0.0"));
   EXPECT_EQ(adapter->address_slot(1)->nte_context(), context);
   EXPECT_EQ(adapter->address_slot(0)->nte_context(), 0U);
+  std::unique_ptr<SavedContext[]> saved;
+  std::int32_t count = 0;
+  EXPECT_EQ(adapter->restore_contexts(nullptr, 0), -1);
+  EXPECT_EQ(adapter->save_contexts(saved, count), 0);
+  EXPECT_EQ(adapter->restore_contexts(std::move(saved), count), 0);
 }
 
 TEST(IpHelperAdapter, GrowsInSteps) {
@@ -290,9 +299,12 @@ TEST(Adapters, ReportWhatFailsAtItsLevel) {
     written_by([&, mechanism = mechanism, &host = host, action = action, report = report] {
       const Fixture adapter(mechanism, one_adapter("\"10.0.0.1/255.0.0.0\"", 6) + host);
       const std::int32_t count = adapter->address_count();
+      errmsg_push("left over");
       EXPECT_EQ(action(adapter), -1) << report;
       EXPECT_EQ(adapter->address_count(), count) << report;
-      EXPECT_EQ(held_lines().front(), std::string("WARN  @ adapter:# - ") + report);
+      const std::vector<std::string> lines = held_lines();
+      EXPECT_EQ(lines.front(), std::string("WARN  @ adapter:# - ") + report);
+      EXPECT_THAT(lines.back(), testing::Not(testing::EndsWith("over"))) << report;
     });
   }
 }
@@ -305,6 +317,7 @@ TEST(OtherMechanisms, DoNothing) {
   EXPECT_EQ(adapter->delete_address("10.0.0.1"), -1);
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
   EXPECT_EQ(adapter->read_tcpip_settings(), 0);
+  EXPECT_EQ(adapter->read_gateways(), 0);
   EXPECT_EQ(adapter->write_tcpip_settings(3), 0);
   EXPECT_EQ(adapter->probe_address_change(), 0);
   EXPECT_EQ(adapter->has_address("10.0.0.1"), 0);
@@ -338,6 +351,11 @@ TEST(CurrentAddress, IsTheFirstUsableOfFourValues) {
     EXPECT_STREQ(text, address != nullptr ? address : "untouched") << registry;
   }
   EXPECT_EQ(held_lines().front(), "WARN  @ adapter:# - Cannot determine IP address. ");
+  const Fixture nameless(MECHANISM_IP_HELPER,
+                         "[[faults]]\nfunction = \"GetAdaptersInfo\"\ncode = 5");
+  char text[8];
+  EXPECT_EQ(nameless->current_ip_address(text, sizeof text), -1);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ adapter:# - Adapter Key not found"));
 }
 
 }  // namespace

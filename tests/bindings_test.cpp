@@ -58,32 +58,25 @@ TEST(IpHelperBinding, IsAvailableOnlyWhole) {
 
 TEST(IpHelperBinding, ReportsWhatFailedAndWhy) {
   const Bindings bindings(one_adapter("\"10.0.0.1/255.0.0.0\""));
+  const auto reported = [](const std::string& failure, const std::string& arguments) {
+    EXPECT_THAT(held_lines(), ElementsAre("WARN  @ vmk_iphlpapi:# - " + failure + "\\r",
+                                          "      @ vmk_iphlpapi:# - " + arguments));
+  };
   errmsg_push("left over");
   ULONG size = 0;
   EXPECT_EQ(iphlpapi_get_ip_addr_table(nullptr, &size, TRUE), 122U);
   EXPECT_EQ(size, sizeof(MIB_IPADDRTABLE));
-  EXPECT_THAT(held_lines(),
-              ElementsAre("WARN  @ vmk_iphlpapi:# - GetIpAddrTable Failed. Reason=The data area "
-                          "passed to a system call is too small.\\r",
-                          "      @ vmk_iphlpapi:# - pIpAddrTable=0x00000000, pdwSize=P, bOrder=1"));
+  reported("GetIpAddrTable Failed. Reason=The data area passed to a system call is too small.",
+           "pIpAddrTable=0x00000000, pdwSize=P, bOrder=1");
   EXPECT_EQ(iphlpapi_delete_ip_address(77), 1168U);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("WARN  @ vmk_iphlpapi:# - DeleteIPAddress Failed. Reason=Element not "
-                          "found.\\r",
-                          "      @ vmk_iphlpapi:# - NTEContext=77"));
+  reported("DeleteIPAddress Failed. Reason=Element not found.", "NTEContext=77");
   MIB_IFROW row = {};
   row.dwIndex = 9;
   row.dwAdminStatus = 2;
   EXPECT_EQ(iphlpapi_set_if_entry(&row), 13U);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("WARN  @ vmk_iphlpapi:# - SetIfEntry Failed. Reason=The data is "
-                          "invalid.\\r",
-                          "      @ vmk_iphlpapi:# - dwIndex=9, dwAdminStatus=2"));
+  reported("SetIfEntry Failed. Reason=The data is invalid.", "dwIndex=9, dwAdminStatus=2");
   EXPECT_EQ(iphlpapi_get_if_entry(&row), 13U);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("WARN  @ vmk_iphlpapi:# - GetIfEntry Failed. Reason=The data is "
-                          "invalid.\\r",
-                          "      @ vmk_iphlpapi:# - dwIndex=9"));
+  reported("GetIfEntry Failed. Reason=The data is invalid.", "dwIndex=9");
   errmsg_begin();
   row.dwIndex = 2;
   EXPECT_EQ(iphlpapi_set_if_entry(&row), 0U);

@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <memory>
@@ -14,12 +13,11 @@
 #include "shared/include/vmk_errmsg.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
+#include "tests/support/program.h"
 
 namespace {
 
 using testing::ElementsAre;
-
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 int read(ConfigFile& file, const std::string& text) {
   errmsg_push("left over");
@@ -125,13 +123,8 @@ TEST(Configuration, AFailingStreamEndsTheInput) {
 TEST(Configuration, StopsAtAnIndexOutOfRange) {
   ConfigFile file;
   ASSERT_EQ(read(file, "a = {\n}\na = {\n}\n"), 0);
-  EXPECT_EXIT(
-      {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        static_cast<void>(file.block(5));
-      },
-      testing::ExitedWithCode(3),
-      "\\.\\\\zarvoparser:[0-9]+: assertion failed - out of bounds access. 5>=2\n$");
+  expect_stop([&] { static_cast<void>(file.block(5)); },
+              "\\.\\\\zarvoparser:[0-9]+: assertion failed - out of bounds access. 5>=2\n$");
 }
 
 /// Adds pairs and nested blocks drawn at random, as a file could hold them.

@@ -1,7 +1,6 @@
 #include "shared/include/dynstore.h"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <string>
@@ -132,13 +131,9 @@ void* no_block(std::size_t /*size*/) { return nullptr; }
 
 TEST(DynStoreDeathTest, EndsWithoutMemory) {
   const MemoryOperations none = {std::calloc, no_block, std::free, std::realloc, std::free};
-  EXPECT_EXIT(
-      {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        DynStore store(none);
-        EXPECT_EQ(store.append_str(std::string(1024, 'x').c_str()), 0);
-      },
-      testing::ExitedWithCode(3), "\\.\\\\dynstore:[0-9]+: assertion failed - out of memory\n$");
+  DynStore store(none);
+  expect_stop([&] { EXPECT_EQ(store.append_str(std::string(1024, 'x').c_str()), 0); },
+              "\\.\\\\dynstore:[0-9]+: assertion failed - out of memory\n$");
 }
 
 }  // namespace

@@ -171,8 +171,12 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
         {"platform_id = 1, major = 4, minor = 10", 1, false},
         {"platform_id = 1, major = 4, minor = 90", 2, true},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 3\"", 1, false},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 6\"", 2, true},
+        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 4\"", 2, true},
         {"platform_id = 2, major = 4, minor = 0", 1, false},
+        {"platform_id = 2, major = 5, minor = 0", 2, true},
+        {"platform_id = 2, major = 5, minor = 1", 2, true},
+        {"platform_id = 2, major = 5, minor = 2", 2, true},
+        {"platform_id = 2, major = 6, minor = 0", 2, true},
         {"platform_id = 2, major = 6, minor = 1", 2, true},
         {"platform_id = 2, major = 6, minor = 2", -1, false}}) {
     const TestHost host(std::string("os = {") + os + "}\n" + adapters);

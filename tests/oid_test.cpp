@@ -3,7 +3,6 @@
 #include <winsock2.h>
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <string>
 #include <vector>
@@ -59,7 +58,7 @@ TEST(Oids, AreComparedInLexicographicOrder) {
   for (const auto& [a, b, limit, compared, greater_or_equal] :
        {Case{"1.3.6", "1.3.6.1", 0, -1, 0},
         {"1.3.6.1", "1.3.6", 0, 1, 1},
-        {"1.3.6.1", "1.3.6.2", 3, 0, 0},
+        {"1.3", "1.4", 1, 0, 0},
         {"1.3.6.1", "1.3.6.2", 0, -1, 0},
         {"1.3.6", "1.3.6.1", 3, 0, 0},
         {"1.3", "1.3.6", 3, -1, 0},
@@ -92,23 +91,18 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   EXPECT_STREQ(part.to_text(), "1.2.3.4");
   part.assign_range(part, 2, 3);
   EXPECT_STREQ(part.to_text(), "3");
+  part = oid;
+  EXPECT_EQ(part.equals(oid), 1);
   part.assign_range(oid, -1, 2);
   EXPECT_EQ(part.length(), 0);
   part.assign_range(oid, 64, 70);
   EXPECT_EQ(part.length(), 0);
-  part = oid;
-  EXPECT_EQ(part.equals(oid), 1);
 
   const std::vector<std::uint32_t> most(65535, 10);
   Oid full(most.data(), 65535);
   EXPECT_EQ(full.length(), 65535);
   EXPECT_EQ(std::string(full.to_text()).size(), 65535U * 3 - 1);
-  EXPECT_EXIT(
-      {
-        dup2(STDERR_FILENO, STDOUT_FILENO);
-        full.append_id(1);
-      },
-      testing::ExitedWithCode(3), "\\.\\\\oid:[0-9]+: assertion failed - out of memory\n$");
+  expect_stop([&] { full.append_id(1); }, "\\.\\\\oid:[0-9]+: assertion failed - out of memory\n$");
 }
 
 TEST(Oids, ConvertToOctetsAndAddresses) {

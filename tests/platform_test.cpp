@@ -64,18 +64,6 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
   }
 }
 
-TEST(Descriptions, TheEmbeddedDefaultIsTheFile) {
-  const HostDescription file = read_description(std::string(SOURCE_ROOT) + "/hosts/default.toml");
-  const HostDescription embedded = default_description();
-  ASSERT_EQ(embedded.adapters.size(), file.adapters.size());
-  for (std::size_t i = 0; i < file.adapters.size(); ++i) {
-    EXPECT_EQ(embedded.adapters[i].name, file.adapters[i].name);
-    EXPECT_EQ(embedded.adapters[i].connection, file.adapters[i].connection);
-    EXPECT_EQ(embedded.adapters[i].hardware_address, file.adapters[i].hardware_address);
-    EXPECT_EQ(embedded.adapters[i].addresses.size(), file.adapters[i].addresses.size());
-  }
-}
-
 TEST(SimulatedHost, RefusesWhatThePlatformRefuses) {
   const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
   const auto add = [](const char* address, DWORD mask, DWORD index) {

@@ -42,8 +42,7 @@ TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
     EXPECT_EQ(size, capacity);
     if (result == 0) {
       EXPECT_STREQ(buffer, "ten bytes");
-    }
-    if (result != 0) {
+    } else {
       EXPECT_THAT(held_lines(), ElementsAre(report));
     }
   }
@@ -74,8 +73,7 @@ TEST(RegistryAccess, ReadsTheFirstStringOfAList) {
     EXPECT_EQ(read_first_multi_sz("Software\\Key", value, buffer, &size), result) << value;
     if (result == 0) {
       EXPECT_STREQ(buffer, "10.0.0.1");
-    }
-    if (result != 0) {
+    } else {
       EXPECT_THAT(held_lines(), ElementsAre(report));
     }
   }

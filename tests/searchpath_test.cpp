@@ -2,7 +2,6 @@
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <cstdlib>
 #include <set>
@@ -226,7 +225,9 @@ TEST(Listing, GivesEveryEntry) {
   EXPECT_THAT(names, ElementsAre(".", "..", "a", "b"));
   EXPECT_EQ(close_listing(listing), 0);
   EXPECT_EQ(listing, nullptr);
+  buffer = {"left", "over"};
   EXPECT_EQ(search.open_listing("none", SEARCH_PRIVATE, buffer), nullptr);
+  EXPECT_EQ(std::string(buffer.directory) + buffer.entry, "");
   EXPECT_EQ(held_lines().front(), "ERROR @ searchpath:# - none not in search path");
   EXPECT_EQ(search.open_listing("file", SEARCH_PRIVATE, buffer), nullptr);
   EXPECT_EQ(held_lines().front(),
@@ -250,8 +251,7 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
              "ERROR @ vmk_debug:# - error at line 3"},
         Case{"#\n\n", -1, "", "ERROR @ vmk_debug:# - error at line 2"}, Case{"", 0, "", nullptr}}) {
     const TestFolder folder;
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(
-        std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
+    const Stream stream(std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
     RuntimeDebugTable table;
     errmsg_push("left over");
     EXPECT_EQ(table.load(stream.get()), result);
@@ -263,9 +263,7 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
   }
   RuntimeDebugTable table;
   std::string longer = "system " + std::string(1100, ' ') + "7";
-  table.load(std::unique_ptr<std::FILE, int (*)(std::FILE*)>(
-                 fmemopen(longer.data(), longer.size(), "r"), std::fclose)
-                 .get());
+  table.load(Stream(fmemopen(longer.data(), longer.size(), "r"), std::fclose).get());
   EXPECT_TRUE(table.is_enabled("system", 5));
   EXPECT_TRUE(table.is_enabled("7", 5));
   EXPECT_FALSE(table.is_enabled("System", 5));

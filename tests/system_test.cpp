@@ -161,6 +161,20 @@ TEST(AddressCommands, WithoutANameWorkOnTheFirstActiveAdapterOnly) {
               ElementsAre("ERROR @ adapter:# - Cannot find address <10.0.3.1> to delete."));
 }
 
+TEST(Discovery, TellsWhetherItsSourceCouldBeRead) {
+  const std::string service = "libraries.iphlpapi = false\n";
+  const std::string fault = "[[faults]]\ncode = 5\nfunction = ";
+  for (const auto& [description, result] : {std::pair{std::string(), 0},
+                                            {service, 0},
+                                            {service + "libraries.dhcpcsvc = false", 0},
+                                            {fault + "\"GetIpAddrTable\"", -1},
+                                            {fault + "\"GetIfTable\"", -1},
+                                            {service + fault + "\"RegOpenKeyExA\"", -1}}) {
+    const TestHost host(description);
+    written_by([&, result = result] { EXPECT_EQ(System().discover_adapters(), result); });
+  }
+}
+
 class ForcedDhcpClient : public testing::Test {
  protected:
   ForcedDhcpClient() { setenv("ZARVO_IPMGMT_MECHANISM", "1", 1); }
@@ -176,6 +190,9 @@ TEST_F(ForcedDhcpClient, ProbesAndPads) {
   EXPECT_EQ(system->find_first_active_adapter(), -1);
   EXPECT_THAT(host->diary(), ElementsAre("slot 5 of E100B1 = 0.0.255.255/255.255.0.0",
                                          "slot 5 of E100B1 = 0.0.0.0/0.0.0.0"));
+  char names[8] = "left";
+  EXPECT_EQ(system->list_active_adapter_names(names), 0);
+  EXPECT_STREQ(names, "");
   EXPECT_EQ(system->pad_blank_addresses(nullptr, 9), 9);
   EXPECT_EQ(system->pad_blank_addresses("none", 9), -1);
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <none> adapter."));
@@ -190,6 +207,7 @@ TEST_F(ForcedDhcpClient, RefusesToCutAListShort) {
   const TestHost host(one_adapter(addresses));
   written_by([] {
     System system;
+    errmsg_push("left over");
     EXPECT_EQ(system.pad_blank_addresses(nullptr, 0), -1);
     EXPECT_THAT(
         held_lines(),

@@ -1,6 +1,7 @@
 #include "tests/support/hosts.h"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <sstream>
 
@@ -28,6 +29,15 @@ std::vector<std::string> held_lines() {
 void capture_standard_error() { testing::internal::CaptureStderr(); }
 
 std::string take_standard_error() { return normalised(testing::internal::GetCapturedStderr()); }
+
+void expect_stop(const std::function<void()>& action, const std::string& report) {
+  // What is expected is looked for on standard error.
+  const auto act = [&action] {
+    dup2(STDERR_FILENO, STDOUT_FILENO);
+    action();
+  };
+  EXPECT_EXIT(act(), testing::ExitedWithCode(3), report);
+}
 
 std::string one_adapter(const std::string& addresses, int blank_slots) {
   return "[[adapters]]\nname = \"E100B1\"\ndescription = \"Ethernet\"\nindex = 2\naddresses = [" +

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -39,6 +40,9 @@ std::string written_by(Action action) {
   action();
   return take_standard_error();
 }
+
+/// What must end a process with status 3 and one report on standard output, matched by `report`.
+void expect_stop(const std::function<void()>& action, const std::string& report);
 
 /// One adapter with the index 2 whose registry lists and address table hold these addresses.
 std::string one_adapter(const std::string& addresses, int blank_slots = 0);

@@ -4,25 +4,21 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <fstream>
-#include <memory>
 #include <regex>
 #include <sstream>
 #include <stdexcept>
 
 namespace {
 
-using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-File temporary_file() {
-  File file(std::tmpfile(), std::fclose);
+Stream temporary_file() {
+  Stream file(std::tmpfile(), std::fclose);
   if (file == nullptr) throw std::runtime_error("no temporary file");
   return file;
 }
 
-std::string contents(const File& file) {
+std::string contents(const Stream& file) {
   std::rewind(file.get());
   std::string text;
   char piece[65536];
@@ -56,9 +52,9 @@ std::string contents(const File& file) {
 }  // namespace
 
 Outcome run_program(const Run& run) {
-  const File input = temporary_file();
-  const File output = temporary_file();
-  const File errors = temporary_file();
+  const Stream input = temporary_file();
+  const Stream output = temporary_file();
+  const Stream errors = temporary_file();
   std::fwrite(run.input.data(), 1, run.input.size(), input.get());
   std::rewind(input.get());
   const pid_t child = fork();
