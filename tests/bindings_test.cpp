@@ -56,6 +56,11 @@ TEST(IpHelperBinding, IsAvailableOnlyWhole) {
   }
 }
 
+TEST(IpHelperBinding, IsLoadedAndUnloadedWithoutItsLibraryToo) {
+  const Bindings none("libraries = {iphlpapi = false, dhcpcsvc = false}");
+  EXPECT_EQ(iphlpapi_available(), 0);
+}
+
 TEST(IpHelperBinding, ReportsWhatFailedAndWhy) {
   const Bindings bindings(one_adapter("\"10.0.0.1/255.0.0.0\""));
   const auto reported = [](const std::string& failure, const std::string& arguments) {
@@ -121,10 +126,11 @@ TEST(DhcpClientBinding, RefusalsHaveTheirWords) {
                           "raise = true");
   const auto notify = [](const std::string& name, int slot) {
     errmsg_begin();
+    errmsg_push("left over");
     return dhcpcsvc_notify_config_change(name.c_str(), slot, "10.0.0.1", "255.0.0.0");
   };
   EXPECT_EQ(notify(longest, 0), 1);
-  EXPECT_THAT(held_lines(), ElementsAre());
+  EXPECT_THAT(held_lines(), ElementsAre("left over"));
   EXPECT_EQ(notify(longest + "n", 0), 0);
   EXPECT_THAT(held_lines(),
               ElementsAre("ERROR @ vmk_dhcpcsvc:# - Cannot convert Adapter name to Wide chars."));

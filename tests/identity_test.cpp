@@ -136,6 +136,7 @@ TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
     netsh_does(script);
     EXPECT_EQ(adapter().add_ipv6_address("2001:db8::9"), result) << script;
   }
+  EXPECT_EQ(adapter().delete_ipv6_address("2001:db8::9"), 0);
   EXPECT_EQ(open_descriptors(), descriptors);
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);

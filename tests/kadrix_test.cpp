@@ -4,13 +4,19 @@
 
 #include <string>
 
-#include "tests/support/hosts.h"
+#include "tests/support/namespace.h"
 #include "tests/support/program.h"
 
 namespace {
 
 const std::string READ_ERROR = "ERROR @ kadrix:# - error reading user input. try again.\n";
 const std::string DONE = "INFO  @ - done.\n";
+
+TEST(Prompt, StandsBeforeTheLineIsTyped) {
+  EXPECT_EQ(
+      run_shell("exec 3>&1; { sleep 1; printf typed >&3; echo quit; } | " KADRIX_PROGRAM " 2>&-"),
+      "$typed");
+}
 
 TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
   const std::string longest(1023, 'x');
@@ -25,7 +31,6 @@ TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
            {"foo\r\nquit\r\n", "$$", bad + "foo\n" + DONE},
            {"fo\ro\nquit\n", "$$", bad + "fo\\ro\n" + DONE},
            {"", "$", READ_ERROR + DONE},
-           {longest + "\nquit\n", "$$", bad + longest + "\n" + DONE},
            {longest + "\r\nquit\n", "$$", bad + longest + "\n" + DONE},
            {longest + "x\nquit\n", "$$", READ_ERROR + DONE},
            {"quit " + std::string(100000, 'x') + "\nquit\n", "$$", READ_ERROR + DONE},

@@ -89,8 +89,10 @@ TEST(Oids, MoveToAnArrayWhenTheyGrow) {
   Oid part = parsed("9.9");
   part.assign_range(parsed("0.1.2.3.4"), 1, 10);
   EXPECT_STREQ(part.to_text(), "1.2.3.4");
+  part.assign_range(parsed("0.1.2.3.4"), 0, 3);
+  EXPECT_STREQ(part.to_text(), "0.1.2");
   part.assign_range(part, 2, 3);
-  EXPECT_STREQ(part.to_text(), "3");
+  EXPECT_STREQ(part.to_text(), "2");
   part = oid;
   EXPECT_EQ(part.equals(oid), 1);
   part.assign_range(oid, -1, 2);

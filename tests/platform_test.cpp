@@ -12,7 +12,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/error_texts.h"
 #include "platform/host_description.h"
 #include "shared/include/guarded_call.h"
 #include "tests/support/hosts.h"

@@ -31,20 +31,6 @@ struct Environment {
   }
 };
 
-/// Makes a folder the current one while it lives.
-class CurrentFolder {
- public:
-  explicit CurrentFolder(const std::string& path) : before_(std::filesystem::current_path()) {
-    std::filesystem::current_path(path);
-  }
-  ~CurrentFolder() { std::filesystem::current_path(before_); }
-  CurrentFolder(const CurrentFolder&) = delete;
-  CurrentFolder& operator=(const CurrentFolder&) = delete;
-
- private:
-  std::filesystem::path before_;
-};
-
 TEST(PrivateDirectory, IsTheFirstThatApplies) {
   struct Case {
     const char* given;
@@ -185,7 +171,8 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   static_cast<void>(folder.write("parent/both", ""));
   static_cast<void>(folder.write("parent/far", ""));
   static_cast<void>(folder.write("parent/bin/x", ""));
-  const CurrentFolder current(folder.path() + "/parent/bin");
+  const std::filesystem::path before = std::filesystem::current_path();
+  std::filesystem::current_path(folder.path() + "/parent/bin");
   const SearchPath search((folder.path() + "/private").c_str());
   const auto find = [&](const char* name, SearchMode mode) -> std::string {
     char path[PATH_BUFFER_SIZE];
@@ -202,6 +189,7 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   Environment::set("ZARVO_DIR", "");
   EXPECT_EQ(dll_init_searchpath(), 0);
   EXPECT_EQ(find("x", SEARCH_PRODUCT), "./x");
+  std::filesystem::current_path(before);
   unsetenv("ZARVO_DIR");
   EXPECT_EQ(dll_init_searchpath(), 0);
 }
@@ -243,6 +231,7 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
     const char* dump;
     const char* report;  // or null
   };
+  RuntimeDebugTable table;
   for (const auto& [text, result, dump, report] :
        {Case{"system 935\nsystem\n", 0, "DEBUG Debugging\n module system:935 -1 \n", nullptr},
         Case{"#c\n\tsystem\t12 more\nadapter -5", 0,
@@ -252,7 +241,6 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
         Case{"#\n\n", -1, "", "ERROR @ vmk_debug:# - error at line 2"}, Case{"", 0, "", nullptr}}) {
     const TestFolder folder;
     const Stream stream(std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
-    RuntimeDebugTable table;
     errmsg_push("left over");
     EXPECT_EQ(table.load(stream.get()), result);
     EXPECT_EQ(written_by([&] { table.dump(); }), dump) << text;
@@ -261,11 +249,12 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
     }
     EXPECT_TRUE(table.is_valid());
   }
-  RuntimeDebugTable table;
-  std::string longer = "system " + std::string(1100, ' ') + "7";
+  std::string longer = "system " + std::string(1100, ' ') + "7\nutils 12";
   table.load(Stream(fmemopen(longer.data(), longer.size(), "r"), std::fclose).get());
   EXPECT_TRUE(table.is_enabled("system", 5));
   EXPECT_TRUE(table.is_enabled("7", 5));
+  EXPECT_TRUE(table.is_enabled("utils", 12));
+  EXPECT_FALSE(table.is_enabled("utils", 5));
   EXPECT_FALSE(table.is_enabled("System", 5));
 }
 

@@ -19,6 +19,8 @@
 
 namespace {
 
+using testing::ElementsAre;
+
 TEST(Utils, ReadsDecimalNumbersWithinThirtyTwoBits) {
   struct Case {
     const char* text;
@@ -198,7 +200,7 @@ TEST(HexBytes, AreReadInEveryGrouping) {
   };
   for (const auto& [text, bytes] :
        {Case{"00-0C-29-3E-5B-01", mac}, Case{"00:0c:29:3e:5b:01", mac}, Case{"000C293E5B01", mac},
-        Case{"0 c 29 3e 5b 1", mac}, Case{"ABC", "\xAB\x0C"}, Case{"", ""}, Case{"--\n:", ""}}) {
+        Case{"0 c 29 3e 5b 1", mac}, Case{"A0C", "\xA0\x0C"}, Case{"", ""}, Case{"--\n:", ""}}) {
     std::string copy = text;
     std::int32_t length = -1;
     EXPECT_EQ(hex_to_bytes(copy.data(), length), 0);
@@ -293,19 +295,17 @@ TEST(IdenticalFiles, LoseTheFirst) {
   errno = 0;
   EXPECT_EQ(remove_if_identical(path.c_str(), none.c_str()), -1);
   errno = 0;
-  EXPECT_THAT(held_lines(),
-              testing::ElementsAre("WARN  @ utils:# - cannot open " + none,
-                                   "      @ utils:# - fopen: No such file or directory"));
+  EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot open " + none,
+                                        "      @ utils:# - fopen: No such file or directory"));
   EXPECT_EQ(remove_if_identical(path.c_str(), folder.path().c_str()), -1);
   errno = 0;
   EXPECT_TRUE(std::filesystem::exists(path));
   EXPECT_EQ(remove_if_identical("/proc/version", "/proc/version"), -1);
-  EXPECT_THAT(held_lines(),
-              testing::ElementsAre("WARN  @ utils:# - cannot delete /proc/version",
-                                   "      @ utils:# - unlink: Operation not permitted"));
+  EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot delete /proc/version",
+                                        "      @ utils:# - unlink: Operation not permitted"));
   EXPECT_EQ(remove_if_identical(path.c_str(), "/proc/self/mem"), -1);
-  EXPECT_THAT(held_lines(), testing::ElementsAre("WARN  @ utils:# - cannot read /proc/self/mem",
-                                                 "      @ utils:# - fread: Input/output error"));
+  EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot read /proc/self/mem",
+                                        "      @ utils:# - fread: Input/output error"));
   errno = 0;
 }
 
@@ -331,13 +331,16 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   char user[9];
   EXPECT_EQ(get_user_name(user, sizeof user), 0);
   EXPECT_STREQ(user, "operator");
-  EXPECT_EQ(get_user_name(user, 8), -1);
+  EXPECT_EQ(get_user_name(user, 1), -1);
   EXPECT_STREQ(user, "");
   EXPECT_EQ(get_user_name(nullptr, 8), -1);
 
   std::uint32_t address = 0;
   EXPECT_EQ(resolve_ipv4("10.0.0.1", address), 0);
   EXPECT_EQ(address, inet_addr("10.0.0.1"));
+  EXPECT_EQ(resolve_ipv4("no such name.invalid", address), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ utils:# - illegal address or name no such name.invalid"));
   errmsg_begin();
   EXPECT_FALSE(set_name_lookup(false));
   EXPECT_EQ(resolve_ipv4("localhost", address), -1);
@@ -347,8 +350,6 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   if (resolve_ipv4("localhost", address) == 0) {
     EXPECT_EQ(address, inet_addr("127.0.0.1"));
   }
-  EXPECT_EQ(resolve_ipv4("no such name.invalid", address), -1);
-  EXPECT_EQ(held_lines().front(), "ERROR @ utils:# - illegal address or name no such name.invalid");
 
   sockaddr_in6 address6 = {};
   EXPECT_EQ(ipv6_supported(), 1);
@@ -367,7 +368,8 @@ TEST(NamesDeathTest, OfIpv6NeedAnOsAndAResolver) {
     const char* report;
   };
   for (const auto& [description, status, report] :
-       {Case{"os = {major = 5, minor = 0}", 1, "IPv6 not supported by OS"},
+       {Case{"os = {major = 5, minor = 0}", 1,
+             "^ERROR [^ ]+ utils:[0-9]+ - IPv6 not supported by OS\n$"},
         {"os = {major = 5, minor = 2}", 2, ""},
         {"os = {major = 6, minor = 0}", 2, ""},
         {"os = {major = 6, minor = 1}", 2, ""},
@@ -394,10 +396,11 @@ TEST(Dumps, LineUpTheirColumns) {
 }
 
 TEST(Reports, OfSeveralLinesKeepTheirOrder) {
+  EXPECT_EQ(report_lines(""), 0);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ utils:# - "));
   EXPECT_EQ(report_lines("first\nsecond\n\nfourth"), 0);
-  EXPECT_THAT(held_lines(),
-              testing::ElementsAre("WARN  @ utils:# - first", "      @ utils:# - second",
-                                   "      @ utils:# - ", "      @ utils:# - fourth"));
+  EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - first", "      @ utils:# - second",
+                                        "      @ utils:# - ", "      @ utils:# - fourth"));
 }
 
 }  // namespace

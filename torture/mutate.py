@@ -160,7 +160,7 @@ class Finder:
             if not self.is_unseen(purpose, text):
                 self.move_constant(start, end, text)
         elif cursor.kind == CursorKind.CHARACTER_LITERAL:
-            self.add(start, end, "'~'")
+            self.add(start, end, "'~'" if text != "'~'" else "'!'")
         elif cursor.kind == CursorKind.STRING_LITERAL and text.startswith('"'):
             # At the end: modules are named by the end of their path.
             self.add(end - 1, end - 1, "~")

@@ -275,7 +275,7 @@ void follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
 
 namespace {
 
-/// The directories to search, in order.
+/// The directories to search, in order. Each ends in a slash.
 struct DirectoryList {
   const char* directories[4];
   int count = 0;
@@ -295,9 +295,7 @@ bool exists(const char* path) {
 
 /// Puts directory and name together; false when they do not fit.
 bool form_candidate(const char* directory, const char* name, char (&path)[PATH_BUFFER_SIZE]) {
-  const std::size_t length = std::strlen(directory);
-  const char* separator = length > 0 && directory[length - 1] == '/' ? "" : "/";
-  const int size = std::snprintf(path, sizeof path, "%s%s%s", directory, separator, name);
+  const int size = std::snprintf(path, sizeof path, "%s%s", directory, name);
   return size >= 0 && static_cast<std::size_t>(size) < sizeof path;
 }
 

@@ -598,7 +598,7 @@ int resolve_ipv4(const char* text, std::uint32_t& address) {
   const KeptErrno kept;
   start_sockets();
   const hostent* host = gethostbyname(text);
-  if (host == nullptr || host->h_addrtype != AF_INET || host->h_addr_list[0] == nullptr) {
+  if (host == nullptr || host->h_addr_list[0] == nullptr) {
     report(BEGIN_ERROR, here(), "illegal address or name %s", text);
     return -1;
   }

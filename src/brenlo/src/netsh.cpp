@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <string_view>
 
 #include "shared/include/dynstore.h"
@@ -10,7 +11,6 @@
 namespace {
 
 constexpr std::size_t READ_STEP = 256;
-constexpr int GROUPS = 8;
 constexpr std::size_t MAX_IPV6_TEXT = 255;
 
 /// An anonymous pipe; closes whichever end is still open.
@@ -64,7 +64,7 @@ int parse_ipv6_groups(const char* text, std::uint16_t (&groups)[8]) {
   copy_cut(copy, text);
   for (std::uint16_t& group : groups) group = 0;
   int count = 0;
-  for (char* piece = copy; *piece != '\0' && count < GROUPS;) {
+  for (char* piece = copy; *piece != '\0' && count < std::ssize(groups);) {
     const std::size_t length = std::strcspn(piece, ":");
     const bool last = piece[length] == '\0';
     piece[length] = '\0';
