@@ -90,6 +90,7 @@ class Finder:
 
     UNCOVERED = collections.Counter(listed("uncovered.txt"))
     UNSEEN = unseen_changes()
+    MET = set()
 
     def __init__(self, file):
         self.file = file
@@ -126,6 +127,7 @@ class Finder:
         place = f"{self.file}: {line}"
         before = self.text[change.start : change.end].decode()
         unseen = (place, f"{before} -> {change.text}".strip())
+        self.MET.add(unseen)
         return unseen in self.UNSEEN or self.UNCOVERED[place] == self.lines.count(line)
 
     def piece(self, cursor):
@@ -350,6 +352,8 @@ def show(change):
 def sample(count, seed):
     finders = [Finder(file) for file in sources()]
     changes = [change for finder in finders for change in finder.changes]
+    for place, change in sorted(Finder.UNSEEN - Finder.MET):
+        sys.exit(f"unseen.txt lists what is no change: {place}\n  {change}")
     drawn = random.Random(seed).sample(changes, min(count, len(changes)))
     print(f"mutation: {len(changes)} changes possible, {len(drawn)} drawn", flush=True)
     return sorted(drawn)
