@@ -122,10 +122,10 @@ TEST(Log, ComposesNewestFirstAndBlanksTheCauses) {
   MessageLog log(STANDARD_MEMORY);
   EXPECT_EQ(log.push("WARN  cause"), 0);
   log.push("ERROR error at line 3\n");
-  log.push("nothing\nto blank");
+  log.push("no~thing\nto blank");
   log.push("DEBUG outcome");
   EXPECT_STREQ(log.compose(),
-               "DEBUG outcome\n       \nto blank\n      error at line 3\n      cause\n");
+               "DEBUG outcome\n        \nto blank\n      error at line 3\n      cause\n");
   log.begin();
   EXPECT_STREQ(log.compose(), "");
 }

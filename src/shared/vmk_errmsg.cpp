@@ -188,10 +188,11 @@ struct ReportBuffer {
       if (conversion == nullptr) conversion = format + std::strlen(format);
       append_text({format, conversion});
       format = conversion;
-      if (format[0] == '%' && format[1] == 's') {
+      const char kind = *format != '\0' ? format[1] : '\0';
+      if (kind == 's') {
         const char* argument = va_arg(arguments, const char*);
         append_text(argument != nullptr ? argument : "(null)");
-      } else if (format[0] == '%' && format[1] == 'd') {
+      } else if (kind == 'd') {
         append_number(va_arg(arguments, int));
       } else {
         break;
