@@ -128,6 +128,7 @@ TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
                                        {"echo an error, not Ok. at all", 0},
                                        {"printf Ok", -1},
                                        {"echo ok.", -1},
+                                       {"printf O; sleep 0.1; printf k.", 0},
                                        {"exit 3", -1},
                                        {"kill -9 $$", -1},
                                        {"exec >&-; sleep 0.1; echo Ok.", -1},
@@ -141,6 +142,17 @@ TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
   EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
   EXPECT_EQ(errno, ECHILD);
   errno = 0;
+}
+
+TEST(NetshOutput, OfAChildThatSaysNothingIsEmpty) {
+  SECURITY_ATTRIBUTES attributes = {};
+  HANDLE read_end = nullptr;
+  HANDLE write_end = nullptr;
+  ASSERT_NE(CreatePipe(&read_end, &write_end, &attributes, 0), FALSE);
+  std::size_t length = 9;
+  EXPECT_STREQ(read_pipe_output(length, write_end, read_end).get(), "");
+  EXPECT_EQ(length, 0U);
+  CloseHandle(read_end);
 }
 
 TEST_F(NetshTest, NothingIsStartedWithoutAProgram) {

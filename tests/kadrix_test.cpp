@@ -38,9 +38,7 @@ TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
            {std::string("quit\0\nquit\n", 11), "$$", READ_ERROR + DONE},
            {"\xFF\xFE\x01\nquit\n", "$$", bad + "\xFF\xFE\x01\n" + DONE},
        }) {
-    struct Run run;
-    run.input = input;
-    const Outcome outcome = run_program(run);
+    const Outcome outcome = run_program({.input = input});
     EXPECT_EQ(outcome.output, output) << input.substr(0, 80);
     EXPECT_EQ(normalised(outcome.errors), errors) << input.substr(0, 80);
     EXPECT_EQ(outcome.status, 0);

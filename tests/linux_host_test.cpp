@@ -40,10 +40,7 @@ constexpr DWORD WIDE = 0x0000FFFF;    // 255.255.0.0
 constexpr DWORD NARROW = 0x00FFFFFF;  // 255.255.255.0
 
 Outcome run_session(const std::string& input) {
-  Run run;
-  run.environment = {"ZARVO_HOST=linux"};
-  run.input = input;
-  return run_program(run);
+  return run_program({.environment = {"ZARVO_HOST=linux"}, .input = input});
 }
 
 /// A namespace with the ends of a cable, a0 and b0, and the host over it.
@@ -283,12 +280,11 @@ TEST_F(LinuxHosts, TellTheOperatorWhy) {
   }
   EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.10.0.2/16", "lo 127.0.0.1/8"));
 
-  ::Run unprivileged;
-  unprivileged.program = "/usr/bin/setpriv";
-  unprivileged.arguments = {"--bounding-set=-net_admin", KADRIX_PROGRAM};
-  unprivileged.environment = {"ZARVO_HOST=linux"};
-  unprivileged.input = "add 10.10.0.4 255.255.0.0 a0\npurge 10.10.0.2 a0\n";
-  const Outcome denied = run_program(unprivileged);
+  const Outcome denied =
+      run_program({.program = "/usr/bin/setpriv",
+                   .arguments = {"--bounding-set=-net_admin", KADRIX_PROGRAM},
+                   .environment = {"ZARVO_HOST=linux"},
+                   .input = "add 10.10.0.4 255.255.0.0 a0\npurge 10.10.0.2 a0\n"});
   EXPECT_THAT(denied.errors, HasSubstr("AddIPAddress Failed. Reason=Access is denied."));
   EXPECT_THAT(denied.errors, HasSubstr("DeleteIPAddress Failed. Reason=Access is denied."));
   EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.10.0.2/16", "lo 127.0.0.1/8"));

@@ -38,8 +38,8 @@ struct Session {
   std::string output;
   std::string errors;
   int status = 0;
-  bool both =
-      false;  ///< played on a Windows runtime too, where tests/windows/host.toml is laid out
+  /// Played on a Windows runtime too, where tests/windows/host.toml is laid out.
+  bool both = false;
 };
 
 std::ostream& operator<<(std::ostream& stream, const Session& session) {

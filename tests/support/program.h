@@ -10,9 +10,10 @@ using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 struct Run {
   std::string program = KADRIX_PROGRAM;
-  std::vector<std::string> arguments;
-  std::vector<std::string> environment;  ///< NAME=VALUE; the program sees no other ZARVO_ variable
-  std::string input;
+  std::vector<std::string> arguments = {};
+  std::vector<std::string> environment =
+      {};  ///< NAME=VALUE; the program sees no other ZARVO_ variable
+  std::string input = {};
 };
 
 struct Outcome {
