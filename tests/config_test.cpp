@@ -69,7 +69,7 @@ TEST(Configuration, LinesMeanWhatTheySay) {
   for (const auto& [text, expected] : std::initializer_list<Case>{
            {"", ""},
            {"# a\n\n  \t\n", ""},
-           {"VERSION = 3", "version = 3\n"},
+           {"VERSION = 3 \t", "version = 3\n"},
            {"version = {\n", "version = {\n"},
            {"version=\na={\n}", "version = \na = {\n}\n"},
            {"a = {\n} and more\n", "a = {\n}\n"},
