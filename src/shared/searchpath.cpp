@@ -363,7 +363,7 @@ char* SearchPath::resolve(const char* name, char (&path)[PATH_BUFFER_SIZE], Sear
 
 std::unique_ptr<DirectoryListing> SearchPath::open_listing(const char* name, SearchMode mode,
                                                            ListingBuffer& buffer) const {
-  buffer.directory[0] = buffer.entry[0] = '\0';
+  buffer.entry[0] = '\0';
   if (resolve(name, buffer.directory, mode) == nullptr) {
     buffer.directory[0] = '\0';
     report(BEGIN_ERROR, here(), "%s not in search path", name);
