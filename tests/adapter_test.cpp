@@ -96,6 +96,7 @@ TEST(IpHelperAdapter, ReadsItsOwnRowsInOrder) {
   EXPECT_EQ(read_connection_name("E100B1", name, sizeof name), 0);
   EXPECT_STREQ(name, "Office");
   EXPECT_EQ(read_connection_name("E100B1", name, sizeof name - 1), -1);
+  EXPECT_EQ(read_connection_name("none", name, sizeof name), -1);
   EXPECT_EQ(adapter->read_gateways(), 0);
   ASSERT_EQ(adapter->gateway_count(), 2);
   EXPECT_STREQ(adapter->gateway(1), "10.0.0.4");
@@ -329,12 +330,9 @@ TEST(CurrentAddress, IsTheFirstUsableOfFourValues) {
       "E100B1\"]\n";
   const std::string second =
       "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\E100B1\\\\Parameters\\\\Tcpip\"]\n";
-  struct Case {
-    std::string registry;
-    const char* address;  // null: none
-  };
   for (const auto& [registry, address] :
-       {Case{first + "IPAddress = [\"10.0.0.1\", \"10.0.0.2\"]", "10.0.0.1"},
+       {std::pair<std::string, const char*>{first + "IPAddress = [\"10.0.0.1\", \"10.0.0.2\"]",
+                                            "10.0.0.1"},
         {first + "IPAddress = [\"0.0.0.0\"]\nDhcpIPAddress = \"10.0.0.3\"", "10.0.0.3"},
         {first + "IPAddress = \"10.0.0.4\"\nDhcpIPAddress = \"0.0.0.0\"\n" + second +
              "IPAddress = \"10.0.0.5\"",

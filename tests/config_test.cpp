@@ -61,12 +61,8 @@ TEST(Configuration, ReadsAndWritesTheCanonicalLayout) {
 }
 
 TEST(Configuration, LinesMeanWhatTheySay) {
-  struct Case {
-    const char* text;
-    const char* written;
-  };
   const std::string longest = "a = {\n\tk = " + std::string(10000, 'x') + "\n}\n";
-  for (const auto& [text, expected] : std::initializer_list<Case>{
+  for (const auto& [text, expected] : std::initializer_list<std::pair<const char*, const char*>>{
            {"", ""},
            {"# a\n\n  \t\n", ""},
            {"VERSION = 3 \t", "version = 3\n"},

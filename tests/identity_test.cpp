@@ -119,12 +119,8 @@ TEST_F(NetshTest, TriesThreeTimesWithTheConnectionsCurrentName) {
 }
 
 TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
-  struct Case {
-    const char* script;
-    int result;
-  };
   const std::ptrdiff_t descriptors = open_descriptors();
-  for (const auto& [script, result] : {Case{"head -c 10000000 /dev/zero; echo Ok.", 0},
+  for (const auto& [script, result] : {std::pair{"head -c 10000000 /dev/zero; echo Ok.", 0},
                                        {"echo an error, not Ok. at all", 0},
                                        {"printf Ok", -1},
                                        {"echo ok.", -1},
@@ -208,12 +204,8 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
 }
 
 TEST(HardwareIdentity, AUuidThatFailsIsTold) {
-  struct Case {
-    const char* fault;
-    const char* report;
-  };
   for (const auto& [fault, said] :
-       {Case{"function = \"UuidCreate\"\ncode = 1739", "UuidCreate failed."},
+       {std::pair{"function = \"UuidCreate\"\ncode = 1739", "UuidCreate failed."},
         {"function = \"UuidToStringA\"\ncode = 14", "UuidToString failed."}}) {
     const TestHost host(std::string("os = {platform_id = 1, major = 4, minor = 0}\n[[faults]]\n") +
                         fault);

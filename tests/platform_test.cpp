@@ -21,12 +21,8 @@ namespace {
 using testing::ElementsAre;
 
 TEST(Descriptions, AreRefusedWithLineAndReason) {
-  struct Case {
-    const char* text;
-    const char* what;
-  };
   const std::string adapter = "[[adapters]]\nname = \"A\"\nindex = 1\n";
-  for (const auto& [text, what] : std::initializer_list<Case>{
+  for (const auto& [text, what] : std::initializer_list<std::pair<const char*, const char*>>{
            {"os = 5", "d:1: 'os' must be a table"},
            {"os = {major = -1}", "d:1: 'major' must be from 0 to 4294967295"},
            {"os = {user = 5}", "d:1: 'user' must be a string"},

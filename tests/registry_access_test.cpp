@@ -89,12 +89,8 @@ TEST(RegistryAccess, WritesListsAndCreatesTheirKey) {
 }
 
 TEST(RegistryAccess, EachFailingCallHasItsWords) {
-  struct Case {
-    const char* fault;
-    const char* report;
-  };
   for (const auto& [fault, report] :
-       {Case{"function = \"RegCreateKeyExA\"", "ERROR @ utils:# - Cannot create key <A>"},
+       {std::pair{"function = \"RegCreateKeyExA\"", "ERROR @ utils:# - Cannot create key <A>"},
         {"function = \"RegOpenKeyExA\"", "ERROR @ utils:# - Cannot open key <A>"},
         {"function = \"RegSetValueExA\"", "ERROR @ utils:# - Cannot set <A\\v>"}}) {
     const TestHost host(std::string("[[faults]]\ncode = 5\n") + fault);

@@ -99,7 +99,10 @@ TEST(Resolution, FollowsFilesLinksAndShortcuts) {
   EXPECT_EQ(written_by([&] { EXPECT_EQ(find("broken"), broken); }), "");
   EXPECT_EQ(find("none"), "none");
   EXPECT_THAT(held_lines(), ElementsAre("ERROR @ searchpath:# - none not in search path"));
-  EXPECT_EQ(find(std::string(1023, 'n').c_str()), "none");
+  const std::string slashes(PATH_BUFFER_SIZE - 1 - folder.path().size() - sizeof "/f", '/');
+  static_cast<void>(folder.write("ff", ""));
+  EXPECT_EQ(find((slashes + "ff").c_str()), folder.path() + "/" + slashes + "ff");
+  EXPECT_EQ(find((slashes + "ff and more").c_str()), "none");
   EXPECT_EQ(find(std::string(5000, 'n').c_str()), "none");
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "brenlo/src/brenlocfg.h"
+#include "brenlo/src/kadrix.h"
 #include "shared/include/os_identity.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
@@ -36,11 +37,7 @@ std::unique_ptr<ExclusionEntry> excluded(ExclusionKind kind, const std::string& 
 }
 
 TEST(Uname, TellsTheReleasesApart) {
-  struct Case {
-    const char* os;
-    const char* release;
-  };
-  for (const auto& [os, release] : {Case{"platform_id = 0, major = 3", "3.10 (win32s)"},
+  for (const auto& [os, release] : {std::pair{"platform_id = 0, major = 3", "3.10 (win32s)"},
                                     {"platform_id = 1, major = 4, minor = 0", "95"},
                                     {"platform_id = 1, major = 4, minor = 10", "98"},
                                     {"platform_id = 1, major = 4, minor = 90", "Me"},
@@ -92,6 +89,7 @@ TEST(FindAdapter, WithoutANameTakesTheFirstActiveOrTheFirst) {
   EXPECT_STREQ(system.find_adapter(nullptr, false)->description(), "A-2");
   EXPECT_EQ(system.find_first_active_adapter(), 1);
   EXPECT_STREQ(system.find_adapter(nullptr, true)->description(), "B-3");
+  EXPECT_EQ(system.has_address(nullptr, "10.0.3.1"), 1);
   char text[ADDRESS_BUFFER_SIZE];
   EXPECT_EQ(system.read_adapter_settings(nullptr, text, sizeof text), 0);
   EXPECT_STREQ(text, "10.0.3.1");
@@ -173,6 +171,30 @@ TEST(Discovery, TellsWhetherItsSourceCouldBeRead) {
   }
 }
 
+TEST(Stress, TellsWhetherItWentThrough) {
+  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"") +
+                      "[[faults]]\nfunction = \"DeleteIPAddress\"\ncode = 5\nskip = 2\ntimes = 9");
+  System system;
+  for (const auto& [start, result] : {std::pair{"10.0.0.5", 0},
+                                      {"10.0.0", -1},
+                                      {"10.0.0.255", -1},
+                                      {"240.0.0.1", -1},
+                                      {"10.0.0.6", -1}}) {
+    written_by([&, start = start, result = result] {
+      EXPECT_EQ(run_stress(system, "Ether", "1", "2", start, "255.0.0.0"), result) << start;
+    });
+  }
+}
+
+TEST(Start, AlwaysSucceeds) {
+  const TestHost host(adapters({"A"}));
+  System system;
+  EXPECT_EQ(system.choose_ip_mechanism(), 0);
+  EXPECT_EQ(system.refresh_adapters(), 0);
+  EXPECT_EQ(system.release_adapters(), 0);
+  EXPECT_EQ(system.adapter_count(), 0);
+}
+
 class ForcedDhcpClient : public testing::Test {
  protected:
   ForcedDhcpClient() { setenv("ZARVO_IPMGMT_MECHANISM", "1", 1); }
@@ -183,6 +205,7 @@ TEST_F(ForcedDhcpClient, ProbesAndPads) {
   const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"", 6));
   System* constructed = nullptr;
   written_by([&] { constructed = new System; });
+  written_by([&] { EXPECT_EQ(constructed->choose_ip_mechanism(), 0); });
   const std::unique_ptr<System> system(constructed);
   host->keep_diary();
   EXPECT_EQ(system->find_first_active_adapter(), -1);
