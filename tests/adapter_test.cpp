@@ -106,12 +106,7 @@ TEST(IpHelperAdapter, FindsPositionsByBinarySearch) {
   const Fixture adapter(MECHANISM_IP_HELPER,
                         one_adapter("\"10.0.0.1/255.0.0.0\", \"10.0.0.5/255.0.0.0\","
                                     "\"10.0.0.9/255.0.0.0\""));
-  struct Case {
-    const char* address;
-    int result;
-    int position;
-  };
-  for (const auto& [address, result, position] : {Case{"10.0.0.5", 0, 1},
+  for (const auto& [address, result, position] : {std::tuple{"10.0.0.5", 0, 1},
                                                   {"10.0.0.6", -1, 2},
                                                   {"10.0.0.0", -1, 0},
                                                   {"10.0.0.10", -1, 3},
@@ -154,6 +149,7 @@ TEST(IpHelperAdapter, KeepsTheContextsOfWhatIsStillThere) {
   EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0", "10.0.0.5/255.0.0.0"));
   EXPECT_EQ(adapter->address_slot(1)->nte_context(), context);
   EXPECT_EQ(adapter->address_slot(0)->nte_context(), 0U);
+  EXPECT_EQ(adapter->address_slot(0)->added_here(), 0U);
   std::unique_ptr<SavedContext[]> saved;
   std::int32_t count = 0;
   EXPECT_EQ(adapter->restore_contexts(nullptr, 0), -1);

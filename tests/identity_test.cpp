@@ -128,7 +128,6 @@ TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
                                        {"exit 3", -1},
                                        {"kill -9 $$", -1},
                                        {"exec >&-; sleep 0.1; echo Ok.", -1},
-
                                        {"[ $(ls /proc/self/fd | wc -l) = 4 ] && echo Ok.", 0}}) {
     netsh_does(script);
     EXPECT_EQ(adapter().add_ipv6_address("2001:db8::9"), result) << script;
@@ -181,6 +180,7 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
         {"platform_id = 1, major = 4, minor = 90", 2, true},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 3\"", 1, false},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 4\"", 2, true},
+        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack-6\"", 1, false},
         {"platform_id = 2, major = 4, minor = 0", 1, false},
         {"platform_id = 2, major = 5, minor = 0", 2, true},
         {"platform_id = 2, major = 5, minor = 1", 2, true},

@@ -13,9 +13,11 @@ const std::string READ_ERROR = "ERROR @ kadrix:# - error reading user input. try
 const std::string DONE = "INFO  @ - done.\n";
 
 TEST(Prompt, StandsBeforeTheLineIsTyped) {
-  EXPECT_EQ(run_shell("exec 3>&1; { sleep 1; printf typed >&3; echo quit; } | " KADRIX_PROGRAM
-                      " 2>/dev/null"),
-            "$typed");
+  EXPECT_EQ(
+      run_shell(
+          "d=$(mktemp -d); mkfifo $d/typed; exec 3<>$d/typed; env -i timeout 20 " KADRIX_PROGRAM
+          " <$d/typed 2>/dev/null | { head -c 1; echo quit >&3; cat; }; rm -r $d"),
+      "$");
 }
 
 TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
@@ -28,6 +30,7 @@ TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
   };
   for (const auto& [input, output, errors] : {
            Case{"quit", "$", DONE},
+           {"quit\r", "$", DONE},
            {"foo\r\nquit\r\n", "$$", bad + "foo\n" + DONE},
            {"fo\ro\nquit\n", "$$", bad + "fo\\ro\n" + DONE},
            {"", "$", READ_ERROR + DONE},

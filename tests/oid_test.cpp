@@ -113,12 +113,7 @@ TEST(Oids, ConvertToOctetsAndAddresses) {
   EXPECT_EQ(octets.text_length(), 3);
   EXPECT_STREQ(Oid().to_octets(), "");
   Oid oid(9U);
-  struct Case {
-    const char* text;
-    int result;
-    const char* shown;
-  };
-  for (const auto& [text, result, shown] : {Case{"192.168.1.300", -1, "9"},
+  for (const auto& [text, result, shown] : {std::tuple{"192.168.1.300", -1, "9"},
                                             {"10.1", 0, "10.1.0.0"},
                                             {"1.10.0.0.7.9", 0, "10.0.0.7"},
                                             {"..10..2", 0, "10.2.0.0"},

@@ -59,6 +59,10 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
   }
 }
 
+TEST(Descriptions, TheDefaultIsEmbedded) {
+  EXPECT_EQ(default_description().adapters.back().connection, "Wireless Network Connection");
+}
+
 TEST(SimulatedHost, RefusesWhatThePlatformRefuses) {
   const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
   const auto add = [](const char* address, DWORD mask, DWORD index) {

@@ -142,7 +142,13 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
   };
   EXPECT_TRUE(follows(whole));
   EXPECT_TRUE(follows(shortcut(target, 2).erase(76, 263))) << "no ID list";
+  EXPECT_TRUE(follows(std::string(whole).append(std::size_t{9} << 20, '\0')));
   EXPECT_FALSE(follows(std::string(whole).append(std::size_t{16} << 20, '\0'))) << "far too long";
+  {
+    const TestHost host("[[faults]]\nfunction = \"GetLongPathNameA\"\ncode = 8");
+    EXPECT_EQ(written_by([&] { EXPECT_FALSE(follows(whole)); }),
+              "ERROR @ searchpath:# - out of memory\n");
+  }
   {
     const TestHost old_host("libraries.kernel32 = false");
     EXPECT_TRUE(follows(whole)) << "the path itself, where long forms are not told apart";

@@ -260,6 +260,7 @@ TEST(Exclusions, MatchByBeginnings) {
   EXPECT_EQ(list.excludes_address(address), 1);
   EXPECT_EQ(list.count(), 4);
   EXPECT_EQ(list.clear(), 0);
+  EXPECT_EQ(list.count(), 0);
   EXPECT_EQ(list.excludes_address(address), 0);
   list.append(excluded(EXCLUDED_ADDRESS, ""));
   EXPECT_EQ(list.excludes_address(address), 1);

@@ -257,7 +257,7 @@ TEST(Lines, AreReadWholeAtAnyLength) {
                                              "last" + full.substr(4)}));
 }
 
-TEST(Lines, NeedABufferOfAnySize) {
+TEST(Lines, AreReadIntoOneByteToo) {
   char text[] = "ab\ncd";
   const Stream stream(fmemopen(text, 5, "r"), std::fclose);
   char buffer[1];
@@ -329,6 +329,7 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   EXPECT_STREQ(user, "operator");
   EXPECT_EQ(get_user_name(user, 1), -1);
   EXPECT_STREQ(user, "");
+  EXPECT_EQ(get_user_name(user, 8), -1);
   EXPECT_EQ(get_user_name(nullptr, 8), -1);
 
   std::uint32_t address = 0;
@@ -343,7 +344,8 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   EXPECT_STREQ(errmsg_compose(), "");
   EXPECT_TRUE(set_name_lookup(true));
   // Whether a machine knows the name is its own affair; if it does, this is the address.
-  if (resolve_ipv4("localhost", address) == 0) {
+  if (const int result = resolve_ipv4("localhost", address); result != -1) {
+    EXPECT_EQ(result, 0);
     EXPECT_EQ(address, inet_addr("127.0.0.1"));
   }
 
@@ -358,14 +360,9 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
 
 // What a host offers for IPv6 is asked once in a process: these run in processes of their own.
 TEST(NamesDeathTest, OfIpv6NeedAnOsAndAResolver) {
-  struct Case {
-    const char* host;
-    int status;
-    const char* report;
-  };
   for (const auto& [description, status, report] :
-       {Case{"os = {major = 5, minor = 0}", 1,
-             "^ERROR [^ ]+ utils:[0-9]+ - IPv6 not supported by OS\n$"},
+       {std::tuple{"os = {major = 5, minor = 0}", 1,
+                   "^ERROR [^ ]+ utils:[0-9]+ - IPv6 not supported by OS\n$"},
         {"os = {major = 5, minor = 2}", 2, ""},
         {"os = {major = 6, minor = 0}", 2, ""},
         {"os = {major = 6, minor = 1}", 2, ""},

@@ -8,10 +8,10 @@ A change turns a comparison, moves a constant by one, leaves a call out, alters 
 character, swaps a report's level or what it does to the message, or swaps "and" and "or", plus and
 minus, true and false; in the sources, not in the headers. Left alone is what nobody could see: the
 length of an array, what a variable holds that is set before it is used, the release of memory and of
-the platform's handles, which are memory here, also by destructors (the sanitizers' affair), and
-single changes that unseen.txt lists with their reasons; and what is done only when memory runs out,
-which the torture plays instead, like the lines that uncovered.txt lists. What no compiler takes is
-no change. Each is built and tested in a copy of the tree; the tree itself is never touched.
+the platform's handles, also by destructors (the sanitizers' affair), and single changes that
+unseen.txt lists with their reasons; and whole blocks that answer to memory running out, which the
+torture plays instead, like the lines that uncovered.txt lists. What no compiler takes is no change.
+Each is built and tested in a copy of the tree; the tree itself is never touched.
 """
 
 import argparse
@@ -156,8 +156,7 @@ class Finder:
         text = self.text_of(cursor)
         if cursor.kind == CursorKind.BINARY_OPERATOR:
             left, right = cursor.get_children()
-            if not self.is_length(purpose):
-                self.turn(left.extent.end.offset, right.extent.start.offset)
+            self.turn(left.extent.end.offset, right.extent.start.offset)
         elif cursor.kind == CursorKind.INTEGER_LITERAL and text[:1].isdigit():
             if not self.is_unseen(purpose, text):
                 self.move_constant(start, end, text)
@@ -173,7 +172,7 @@ class Finder:
                 for other in SWAPPED[text]:
                     self.add(start, end, other)
         elif cursor.kind == CursorKind.COMPOUND_STMT:
-            if any(map(self.answers_to_no_memory, cursor.get_children())):
+            if any(map(self.tells_of_no_memory, cursor.get_children())):
                 return
         elif cursor.kind == CursorKind.CALL_EXPR:
             if self.is_release(cursor, text) or self.answers_to_no_memory(cursor):
@@ -189,23 +188,22 @@ class Finder:
     def is_release(call, text):
         return call.spelling in RELEASES or text.endswith((".reset()", "->reset()"))
 
-    def answers_to_no_memory(self, cursor):
-        if cursor.kind != CursorKind.CALL_EXPR:
-            return False
-        reports = cursor.spelling in ("report", "assertion_report")
-        tells = reports and "memory" in self.text_of(cursor)
-        return tells or cursor.spelling in ANSWERS_TO_NO_MEMORY
+    def answers_to_no_memory(self, call):
+        stops = call.spelling == "assertion_report" and "memory" in self.text_of(call)
+        return stops or call.spelling in ANSWERS_TO_NO_MEMORY
 
-    @staticmethod
-    def is_length(parent):
-        return parent.kind in DECLARATIONS and parent.type.kind == TypeKind.CONSTANTARRAY
+    def tells_of_no_memory(self, statement):
+        if statement.kind != CursorKind.CALL_EXPR:
+            return False
+        reports = statement.spelling == "report" and "memory" in self.text_of(statement)
+        return reports or self.answers_to_no_memory(statement)
 
     def is_unseen(self, parent, text):
         """Whether a constant's parent is a declaration in which nobody sees it."""
-        if self.is_length(parent):
-            return True
-        is_declared = parent.kind in DECLARATIONS
-        return is_declared and text in ("0", "false") and parent.hash in self.set_first
+        if parent.kind not in DECLARATIONS:
+            return False
+        is_length = parent.type.kind == TypeKind.CONSTANTARRAY
+        return is_length or (text in ("0", "false") and parent.hash in self.set_first)
 
     def turn(self, start, end):
         """Turns the operator between two operands."""
