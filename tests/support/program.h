@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+/// A stream of the C library, closed with the object.
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 struct Run {
