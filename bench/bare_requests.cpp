@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/exact_wait.h"
-#include "platform/rtnetlink.h"
+#include "platform/hosts/exact_wait.h"
+#include "platform/hosts/rtnetlink.h"
 
 namespace {
 

@@ -10,7 +10,7 @@
 #include <string>
 
 #include "brenlo/src/system.h"
-#include "platform/simulated_host.h"
+#include "platform/hosts/simulated_host.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {

@@ -1,4 +1,4 @@
-#include "platform/linux_host.h"
+#include "platform/hosts/linux_host.h"
 
 #include <winsock2.h>
 
@@ -25,7 +25,7 @@
 #include <thread>
 #include <vector>
 
-#include "platform/ipv4.h"
+#include "platform/hosts/ipv4.h"
 #include "tests/support/hosts.h"
 #include "tests/support/namespace.h"
 #include "tests/support/program.h"

@@ -12,7 +12,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/host_description.h"
+#include "platform/hosts/host_description.h"
 #include "shared/include/guarded_call.h"
 #include "tests/support/hosts.h"
 

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "platform/adapter_keys.h"
+#include "platform/hosts/adapter_keys.h"
 
 namespace {
 

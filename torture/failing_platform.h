@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "platform/simulated_host.h"
+#include "platform/hosts/simulated_host.h"
 #include "torture/schedule.h"
 
 /// What a call of the layer does instead of what it should.

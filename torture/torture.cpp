@@ -21,7 +21,7 @@
 #include <vector>
 
 #include "brenlo/src/kadrix.h"
-#include "platform/host_description.h"
+#include "platform/hosts/host_description.h"
 #include "torture/agreement.h"
 #include "torture/failing_memory.h"
 #include "torture/failing_platform.h"

@@ -10,7 +10,7 @@
 #include <string>
 #include <vector>
 
-#include "platform/simulated_host.h"
+#include "platform/hosts/simulated_host.h"
 
 /// The host of a description text, behind the layer while the object lives.
 class TestHost {

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <string>
 
-#include "platform/calls.h"
-#include "platform/host.h"
-#include "platform/library_functions.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/host.h"
+#include "platform/libraries/library_functions.h"
 
 DWORD WINAPI DhcpNotifyConfigChange(LPWSTR /*server*/, LPWSTR adapter, BOOL /*new_address*/,
                                     DWORD position, DWORD address, DWORD mask,

@@ -1,4 +1,4 @@
-#include "platform/rtnetlink.h"
+#include "platform/hosts/rtnetlink.h"
 
 #include <sys/socket.h>
 

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "platform/host.h"
-#include "platform/registry.h"
-#include "platform/rtnetlink.h"
+#include "platform/hosts/host.h"
+#include "platform/hosts/registry.h"
+#include "platform/hosts/rtnetlink.h"
 
 class LinuxHost final : public Host {
  public:

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "platform/registry.h"
+#include "platform/hosts/registry.h"
 
 /// The path of the key with an adapter's TCP/IP parameters.
 [[nodiscard]] std::string interface_key(std::string_view adapter);

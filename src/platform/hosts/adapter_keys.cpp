@@ -1,4 +1,4 @@
-#include "platform/adapter_keys.h"
+#include "platform/hosts/adapter_keys.h"
 
 namespace {
 

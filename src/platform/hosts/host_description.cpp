@@ -1,4 +1,4 @@
-#include "platform/host_description.h"
+#include "platform/hosts/host_description.h"
 
 #include <arpa/inet.h>
 
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <unordered_set>
 
-#include "platform/registry.h"
+#include "platform/hosts/registry.h"
 
 #define TOML_EXCEPTIONS 0
 // Without the parts of the library that bring the stream classes and their locales into the

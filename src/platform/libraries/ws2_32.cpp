@@ -4,9 +4,9 @@
 
 #include <ws2tcpip.h>
 
-#include "platform/calls.h"
-#include "platform/errno_keeper.h"
-#include "platform/library_functions.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/errno_keeper.h"
+#include "platform/libraries/library_functions.h"
 
 int WINAPI WSAStartup(WORD version, LPWSADATA data) {
   if (const auto code = scripted_failure(Call::WSA_STARTUP)) return static_cast<int>(*code);

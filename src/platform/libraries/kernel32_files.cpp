@@ -14,8 +14,8 @@
 
 #include <windows.h>
 
-#include "platform/calls.h"
-#include "platform/errno_keeper.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/errno_keeper.h"
 
 namespace {
 

@@ -9,8 +9,8 @@
 #include <string_view>
 #include <utility>
 
-#include "platform/calls.h"
-#include "platform/host.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/host.h"
 
 namespace {
 

@@ -1,4 +1,4 @@
-#include "platform/library_functions.h"
+#include "platform/libraries/library_functions.h"
 
 #include <iphlpapi.h>
 

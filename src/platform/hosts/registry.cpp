@@ -1,4 +1,4 @@
-#include "platform/registry.h"
+#include "platform/hosts/registry.h"
 
 #include <algorithm>
 #include <cstdint>

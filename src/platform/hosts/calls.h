@@ -8,7 +8,7 @@
 
 #include <windows.h>
 
-#include "platform/errno_keeper.h"
+#include "platform/hosts/errno_keeper.h"
 
 enum class Call : std::uint8_t {
   ADD_IP_ADDRESS,

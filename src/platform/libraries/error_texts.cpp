@@ -1,4 +1,4 @@
-#include "platform/error_texts.h"
+#include "platform/libraries/error_texts.h"
 
 #include <algorithm>
 #include <iterator>

@@ -7,9 +7,9 @@
 #include <unordered_map>
 #include <vector>
 
-#include "platform/host.h"
-#include "platform/host_description.h"
-#include "platform/registry.h"
+#include "platform/hosts/host.h"
+#include "platform/hosts/host_description.h"
+#include "platform/hosts/registry.h"
 
 class SimulatedHost : public Host {
  public:

@@ -1,4 +1,4 @@
-#include "platform/linux_host.h"
+#include "platform/hosts/linux_host.h"
 
 #include <arpa/inet.h>
 #include <linux/if.h>
@@ -17,9 +17,9 @@
 #include <new>
 #include <utility>
 
-#include "platform/adapter_keys.h"
-#include "platform/exact_wait.h"
-#include "platform/ipv4.h"
+#include "platform/hosts/adapter_keys.h"
+#include "platform/hosts/exact_wait.h"
+#include "platform/hosts/ipv4.h"
 
 namespace {
 

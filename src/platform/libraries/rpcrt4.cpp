@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "platform/calls.h"
+#include "platform/hosts/calls.h"
 
 RPC_STATUS WINAPI UuidCreate(UUID* uuid) {
   if (const auto code = scripted_failure(Call::UUID_CREATE)) return static_cast<RPC_STATUS>(*code);

@@ -14,7 +14,7 @@
 
 #include <iphlpapi.h>
 
-#include "platform/calls.h"
+#include "platform/hosts/calls.h"
 
 struct HostVersion {
   DWORD platform_id = VER_PLATFORM_WIN32_NT;

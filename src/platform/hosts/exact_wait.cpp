@@ -1,4 +1,4 @@
-#include "platform/exact_wait.h"
+#include "platform/hosts/exact_wait.h"
 
 #include <sys/prctl.h>
 

@@ -1,4 +1,4 @@
-#include "platform/simulated_host.h"
+#include "platform/hosts/simulated_host.h"
 
 #include <arpa/inet.h>
 
@@ -7,9 +7,9 @@
 #include <cstring>
 #include <new>
 
-#include "platform/adapter_keys.h"
-#include "platform/exact_wait.h"
-#include "platform/ipv4.h"
+#include "platform/hosts/adapter_keys.h"
+#include "platform/hosts/exact_wait.h"
+#include "platform/hosts/ipv4.h"
 
 namespace {
 

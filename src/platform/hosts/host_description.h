@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "platform/calls.h"
-#include "platform/host.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/host.h"
 
 /// In network byte order.
 struct AddressDescription {

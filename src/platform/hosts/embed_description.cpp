@@ -7,7 +7,7 @@
 #include <memory>
 #include <string>
 
-#include "platform/host_description.h"
+#include "platform/hosts/host_description.h"
 
 namespace {
 
@@ -93,7 +93,7 @@ void write_faults(Source& source, const HostDescription& host) {
 }
 
 void write_source(Source& source, const HostDescription& host) {
-  source.line("#include \"platform/host_description.h\"\n");
+  source.line("#include \"platform/hosts/host_description.h\"\n");
   source.line("HostDescription default_description() {");
   source.line("  HostDescription host;");
   source.line("  host.version = {" + number(host.version.platform_id) + ", " +

@@ -7,8 +7,8 @@
 #include <new>
 #include <string>
 
-#include "platform/calls.h"
-#include "platform/host.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/host.h"
 
 namespace {
 

@@ -6,11 +6,11 @@
 #include <cstring>
 #include <new>
 
-#include "platform/errno_keeper.h"
-#include "platform/host.h"
-#include "platform/host_description.h"
-#include "platform/linux_host.h"
-#include "platform/simulated_host.h"
+#include "platform/hosts/errno_keeper.h"
+#include "platform/hosts/host.h"
+#include "platform/hosts/host_description.h"
+#include "platform/hosts/linux_host.h"
+#include "platform/hosts/simulated_host.h"
 
 namespace {
 

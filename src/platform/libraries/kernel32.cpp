@@ -7,11 +7,11 @@
 #include <cstring>
 #include <string>
 
-#include "platform/calls.h"
-#include "platform/errno_keeper.h"
-#include "platform/error_texts.h"
-#include "platform/host.h"
-#include "platform/library_functions.h"
+#include "platform/hosts/calls.h"
+#include "platform/hosts/errno_keeper.h"
+#include "platform/hosts/host.h"
+#include "platform/libraries/error_texts.h"
+#include "platform/libraries/library_functions.h"
 
 namespace {
 

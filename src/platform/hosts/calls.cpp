@@ -1,4 +1,4 @@
-#include "platform/calls.h"
+#include "platform/hosts/calls.h"
 
 #include <algorithm>
 #include <iterator>

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "platform/host.h"
+#include "platform/hosts/host.h"
 
 /// Equality and hash of names, for containers keyed by them.
 struct EqualIgnoringCase {

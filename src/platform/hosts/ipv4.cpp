@@ -1,4 +1,4 @@
-#include "platform/ipv4.h"
+#include "platform/hosts/ipv4.h"
 
 #include <arpa/inet.h>
 
