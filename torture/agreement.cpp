@@ -6,6 +6,7 @@
 #include <cstring>
 
 #include "platform/hosts/adapter_keys.h"
+#include "platform/hosts/ipv4.h"
 
 namespace {
 
@@ -87,7 +88,8 @@ class Comparison {
       if (lists(*adapter, address, !stood)) return;
       expected = expected || has_interface(*adapter, address);
     }
-    if (expected && address.address != INADDR_ANY) note("UNCLAIMED:", address.address_text);
+    if (expected && address.address != INADDR_ANY)
+      note("UNCLAIMED:", dotted(address.address).c_str());
   }
 
   static bool lists(const Adapter& adapter, const HostAddress& address, bool as_own) {
@@ -117,9 +119,9 @@ class Comparison {
 }  // namespace
 
 std::vector<HostAddress> standing_addresses(Host& host) {
-  std::span<const HostAddress> addresses;
-  if (host.read_addresses(Reading::FRESH, addresses) != NO_ERROR) return {};
-  return {addresses.begin(), addresses.end()};
+  HostTable<HostAddress> addresses;
+  if (host.read_addresses(addresses) != NO_ERROR) return {};
+  return {addresses.rows.begin(), addresses.rows.end()};
 }
 
 std::string disagreements(const System& system, Host& host,

@@ -46,18 +46,3 @@ void expect_stop(const std::function<void()>& action, const std::string& report)
 
 /// One adapter with the index 2 whose registry lists and address table hold these addresses.
 std::string one_adapter(const std::string& addresses, int blank_slots = 0);
-
-/// What every host refuses, whatever stands behind it. `add` takes an address, a mask and an
-/// interface index and gives the host's answer; the interface `index` has the address `standing`.
-template <typename Add>
-void expect_refusals(Add add, DWORD index, const char* standing) {
-  const DWORD mask = inet_addr("255.255.0.0");
-  for (const char* address :
-       {"0.0.0.0", "0.0.255.255", "127.0.0.5", "224.0.0.1", "240.0.0.1", "255.255.255.255"}) {
-    EXPECT_EQ(add(address, mask, index), 87U) << address;
-  }
-  EXPECT_EQ(add("10.0.0.2", inet_addr("255.0.255.0"), index), 87U) << "a mask with holes";
-  EXPECT_EQ(add("10.0.0.2", mask, 4711), 55U) << "no such interface";
-  EXPECT_EQ(add(standing, mask, index), 5010U);
-  EXPECT_EQ(add(standing, inet_addr("255.0.0.0"), index), 5010U);
-}

@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <regex>
+#include <sstream>
 #include <stdexcept>
 
 NetworkNamespace::NetworkNamespace() : before_(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
@@ -34,17 +34,13 @@ std::string run_shell(const std::string& command) {
 }
 
 std::vector<std::string> kernel_addresses() {
-  static const std::regex ITEM(
-      "\"ifname\":\"([^\"]*)\"|\"local\":\"([^\"]*)\"[^}]*?\"prefixlen\":([0-9]+)");
-  const std::string listing = run_shell("ip -j -4 addr show");
+  std::istringstream listing(run_shell("ip -o -4 addr show"));
   std::vector<std::string> addresses;
-  std::string interface;
-  for (std::sregex_iterator it(listing.begin(), listing.end(), ITEM), end; it != end; ++it) {
-    if ((*it)[1].matched) {
-      interface = (*it)[1];
-    } else {
-      addresses.push_back(interface + " " + (*it)[2].str() + "/" + (*it)[3].str());
-    }
+  for (std::string line; std::getline(listing, line);) {
+    std::istringstream words(line);
+    std::string number, interface, family, address;
+    words >> number >> interface >> family >> address;
+    addresses.push_back(interface + " " + address);
   }
   std::sort(addresses.begin(), addresses.end());
   return addresses;

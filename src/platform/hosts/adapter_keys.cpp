@@ -18,12 +18,22 @@ std::string joined(std::string_view first, std::string_view second, std::string_
 
 std::string interface_key(std::string_view adapter) { return joined(INTERFACES_KEY, adapter); }
 
-void enter_interface(Registry& registry, std::string_view adapter, RegistryValue addresses,
-                     RegistryValue masks, const std::vector<std::string>& gateways) {
+std::string_view adapter_of_interface_key(std::string_view path) {
+  const std::size_t length = INTERFACES_KEY.size();
+  const bool below = EqualIgnoringCase{}(path.substr(0, length), INTERFACES_KEY);
+  return below ? path.substr(length) : std::string_view();
+}
+
+void enter_address_lists(Registry& registry, std::string_view adapter, RegistryValue addresses,
+                         RegistryValue masks) {
   Registry::Key& key = registry.key(interface_key(adapter));
   key.set("IPAddress", std::move(addresses));
   key.set("SubnetMask", std::move(masks));
-  key.set("DefaultGateway", list_value(gateways));
+}
+
+void enter_gateways(Registry& registry, std::string_view adapter,
+                    const std::vector<std::string>& gateways) {
+  registry.key(interface_key(adapter)).set("DefaultGateway", list_value(gateways));
 }
 
 void enter_connection(Registry& registry, std::string_view adapter, std::string_view name) {

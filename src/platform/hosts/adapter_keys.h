@@ -10,9 +10,14 @@
 /// The path of the key with an adapter's TCP/IP parameters.
 [[nodiscard]] std::string interface_key(std::string_view adapter);
 
+/// The adapter whose key with TCP/IP parameters a path names; empty for other paths.
+[[nodiscard]] std::string_view adapter_of_interface_key(std::string_view path);
+
 /// Enters the lists of an adapter: its addresses with their masks, and its gateways.
-void enter_interface(Registry& registry, std::string_view adapter, RegistryValue addresses,
-                     RegistryValue masks, const std::vector<std::string>& gateways);
+void enter_address_lists(Registry& registry, std::string_view adapter, RegistryValue addresses,
+                         RegistryValue masks);
+void enter_gateways(Registry& registry, std::string_view adapter,
+                    const std::vector<std::string>& gateways);
 
 /// Enters the name under which the system shows an adapter.
 void enter_connection(Registry& registry, std::string_view adapter, std::string_view name);

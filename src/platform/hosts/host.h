@@ -3,6 +3,7 @@
 // change something.
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <span>
@@ -29,14 +30,21 @@ struct HostAdapter {
   MIB_IFROW row;
 };
 
-/// Address and mask in network byte order, and as dotted texts.
+/// Address and mask in network byte order. An interface that holds no address may have a row with
+/// the address 0.0.0.0 and the context 0.
 struct HostAddress {
   DWORD address;
   DWORD mask;
   DWORD interface_index;
   DWORD context;
-  char address_text[16];
-  char mask_text[16];
+};
+
+/// One kind of thing that a host holds, as it stands now. Tables of one host with the same version
+/// have the same rows.
+template <typename Row>
+struct HostTable {
+  std::span<const Row> rows;
+  std::uint64_t version = 0;
 };
 
 struct RegistryValue {
@@ -51,13 +59,19 @@ struct ScriptedFault {
   bool raise = false;  ///< an access violation instead of a result
 };
 
-/// Of a table that may change at any moment: what stands now, or what the last reading gave.
-enum class Reading { FRESH, AS_BEFORE };
-
-/// A machine that can be looked at.
-class HostView {
+/// What a library of the layer remembers of a host between two calls.
+class LibraryMemory {
  public:
-  virtual ~HostView() = default;
+  virtual ~LibraryMemory() = default;
+};
+
+/// A machine.
+class Host {
+ public:
+  Host() = default;
+  virtual ~Host() = default;
+  Host(const Host&) = delete;
+  Host& operator=(const Host&) = delete;
 
   [[nodiscard]] virtual const HostVersion& version() const = 0;
 
@@ -69,23 +83,17 @@ class HostView {
                                           std::string_view function) const = 0;
 
   /// The adapters, in the host's own order.
-  [[nodiscard]] virtual DWORD read_adapters(Reading reading,
-                                            std::span<const HostAdapter>& adapters) = 0;
+  [[nodiscard]] virtual DWORD read_adapters(HostTable<HostAdapter>& adapters) = 0;
 
   /// The addresses of all adapters, in ascending order.
-  [[nodiscard]] virtual DWORD read_addresses(Reading reading,
-                                             std::span<const HostAddress>& addresses) = 0;
+  [[nodiscard]] virtual DWORD read_addresses(HostTable<HostAddress>& addresses) = 0;
 
   /// Registry paths are relative to HKEY_LOCAL_MACHINE; their names ignore case. What the registry
   /// does not hold is answered with 2 (ERROR_FILE_NOT_FOUND).
   [[nodiscard]] virtual DWORD find_key(std::string_view path) = 0;
   [[nodiscard]] virtual DWORD find_value(std::string_view path, std::string_view name,
                                          const RegistryValue*& value) = 0;
-};
 
-/// A machine that can be changed too.
-class Host : public HostView {
- public:
   /// Adds an address (network byte order) to an interface and gives its context.
   [[nodiscard]] virtual DWORD add_address(DWORD address, DWORD mask, DWORD interface_index,
                                           DWORD& context) = 0;
@@ -107,6 +115,12 @@ class Host : public HostView {
 
   /// What the host's script has for a call that is being made.
   [[nodiscard]] virtual std::optional<ScriptedFault> next_fault(Call call) = 0;
+
+  /// What the IP Helper's functions remember of this host; theirs to fill.
+  [[nodiscard]] std::unique_ptr<LibraryMemory>& ip_helper_memory() { return ip_helper_memory_; }
+
+ private:
+  std::unique_ptr<LibraryMemory> ip_helper_memory_;
 };
 
 /// The host behind the layer: the one installed, or on first use the one that the environment

@@ -54,6 +54,10 @@ bool is_host_address(DWORD address) {
   return first != 0 && first != 127 && first < 224;
 }
 
+DWORD prefix_mask(DWORD length) {
+  return length == 0 ? 0 : htonl(~std::uint32_t{0} << (32 - length));
+}
+
 bool is_mask(DWORD mask) {
   const std::uint32_t bits = ntohl(mask);
   return std::countl_one(bits) == std::popcount(bits);

@@ -12,5 +12,8 @@ void write_dotted(char (&text)[16], DWORD value);
 /// Whether a host may have the address: not of this network (0), loopback, multicast or beyond.
 [[nodiscard]] bool is_host_address(DWORD address);
 
+/// The mask of a prefix of 0 to 32 bits.
+[[nodiscard]] DWORD prefix_mask(DWORD length);
+
 /// Whether no bit follows a clear one.
 [[nodiscard]] bool is_mask(DWORD mask);

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 #include <linux/if.h>
 #include <linux/if_addr.h>
-#include <linux/if_arp.h>
 #include <linux/if_link.h>
 #include <linux/ip.h>
 #include <pwd.h>
@@ -13,9 +12,6 @@
 #include <algorithm>
 #include <bit>
 #include <cstdio>
-#include <cstring>
-#include <new>
-#include <utility>
 
 #include "platform/hosts/adapter_keys.h"
 #include "platform/hosts/exact_wait.h"
@@ -23,17 +19,9 @@
 
 namespace {
 
-/// How often a reading is begun again that changes of the host spoil.
-constexpr int MAX_READINGS = 10;
-
-/// What the registry lists for an interface without an address.
-constexpr char NO_ADDRESS[] = "0.0.0.0";
 constexpr DWORD STATUS_UP = 1;
-constexpr DWORD STATUS_DOWN = 2;
-constexpr DWORD TYPE_OTHER = 1;
-constexpr DWORD TYPE_POINT_TO_POINT = 23;
-constexpr DWORD TYPE_WIRELESS = 71;
-constexpr DWORD TYPE_TUNNEL = 131;
+/// As many bindings as the list's readers take, and have room for.
+constexpr int MAX_BINDINGS = 32;
 
 struct CodeOfError {
   int error;
@@ -58,6 +46,7 @@ constexpr CodeOfError CODES[] = {
     {ENOMEM, ERROR_NOT_ENOUGH_MEMORY},
     {EOPNOTSUPP, ERROR_NOT_SUPPORTED},
     {EPROTONOSUPPORT, ERROR_NOT_SUPPORTED},
+    {ENOSPC, ERROR_OUTOFMEMORY},
     {ERANGE, ERROR_INVALID_PARAMETER},
 };
 
@@ -65,82 +54,6 @@ DWORD code_of(int error) {
   const auto* found = std::find_if(std::begin(CODES), std::end(CODES),
                                    [=](const CodeOfError& row) { return row.error == error; });
   return found != std::end(CODES) ? found->code : ERROR_UNEXP_NET_ERR;
-}
-
-struct TypeOfHardware {
-  unsigned hardware;
-  DWORD type;
-};
-
-constexpr TypeOfHardware TYPES[] = {
-    {ARPHRD_ETHER, MIB_IF_TYPE_ETHERNET},
-    {ARPHRD_LOOPBACK, MIB_IF_TYPE_LOOPBACK},
-    {ARPHRD_PPP, TYPE_POINT_TO_POINT},
-    {ARPHRD_TUNNEL, TYPE_TUNNEL},
-    {ARPHRD_TUNNEL6, TYPE_TUNNEL},
-    {ARPHRD_SIT, TYPE_TUNNEL},
-    {ARPHRD_IPGRE, TYPE_TUNNEL},
-    {ARPHRD_IP6GRE, TYPE_TUNNEL},
-    {ARPHRD_IEEE80211, TYPE_WIRELESS},
-    {ARPHRD_IEEE80211_PRISM, TYPE_WIRELESS},
-    {ARPHRD_IEEE80211_RADIOTAP, TYPE_WIRELESS},
-};
-
-/// A wireless interface is an Ethernet to the kernel's tables; only its driver's folder tells,
-/// which may be of an interface that has the name in another network namespace.
-bool is_wireless(const std::string& name, int index) {
-  const std::string folder = "/sys/class/net/" + name;
-  if (access((folder + "/phy80211").c_str(), F_OK) != 0 &&
-      access((folder + "/wireless").c_str(), F_OK) != 0) {
-    return false;
-  }
-  std::FILE* file = std::fopen((folder + "/ifindex").c_str(), "r");
-  if (file == nullptr) return false;
-  int its_index = 0;
-  const bool read = std::fscanf(file, "%d", &its_index) == 1;
-  std::fclose(file);
-  return read && its_index == index;
-}
-
-DWORD interface_type(const ifinfomsg& link, const std::string& name) {
-  const auto* found = std::find_if(std::begin(TYPES), std::end(TYPES),
-                                   [&](const auto& row) { return row.hardware == link.ifi_type; });
-  if (found == std::end(TYPES)) {
-    return (link.ifi_flags & IFF_POINTOPOINT) != 0 ? TYPE_POINT_TO_POINT : TYPE_OTHER;
-  }
-  if (found->type == MIB_IF_TYPE_ETHERNET && is_wireless(name, link.ifi_index)) {
-    return TYPE_WIRELESS;
-  }
-  return found->type;
-}
-
-HostAdapter adapter_of(const nlmsghdr& message) {
-  const auto& link = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
-  const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
-  HostAdapter adapter = {};
-  if (const nlattr* name = attributes[IFLA_IFNAME]) adapter.name = mnl_attr_get_str(name);
-  MIB_IFROW& row = adapter.row;
-  row.dwIndex = static_cast<DWORD>(link.ifi_index);
-  row.dwType = interface_type(link, adapter.name);
-  row.dwMtu = number_in(attributes[IFLA_MTU]);
-  row.dwAdminStatus = (link.ifi_flags & IFF_UP) != 0 ? STATUS_UP : STATUS_DOWN;
-  row.dwOperStatus = (link.ifi_flags & IFF_RUNNING) != 0 ? STATUS_UP : STATUS_DOWN;
-  if (const nlattr* hardware = attributes[IFLA_ADDRESS]) {
-    // Of a longer address the end: that is where interfaces differ.
-    const std::size_t length = mnl_attr_get_payload_len(hardware);
-    const std::size_t kept = std::min(length, sizeof row.bPhysAddr);
-    const auto* bytes = static_cast<const BYTE*>(mnl_attr_get_payload(hardware));
-    std::copy_n(bytes + (length - kept), kept, row.bPhysAddr);
-    row.dwPhysAddrLen = static_cast<DWORD>(kept);
-  }
-  const std::size_t length = std::min(adapter.name.size(), sizeof row.bDescr);
-  row.dwDescrLen = static_cast<DWORD>(length);
-  std::memcpy(row.bDescr, adapter.name.data(), length);
-  return adapter;
-}
-
-DWORD mask_of(DWORD prefix_length) {
-  return prefix_length == 0 ? 0 : htonl(~std::uint32_t{0} << (32 - prefix_length));
 }
 
 /// The name that goes with the effective user, or its number where none does.
@@ -177,148 +90,59 @@ bool LinuxHost::has_function(std::string_view /*library*/, std::string_view /*fu
   return true;
 }
 
-/// Visits all that a request shows. Before each reading, also one begun again because the host
-/// changed meanwhile, `begin` is called.
-template <typename Begin, typename Visit>
-int LinuxHost::dump(RtRequest& request, Begin begin, Visit visit) {
-  int error = EINTR;
-  for (int i = 0; error == EINTR && i < MAX_READINGS; ++i) {
-    begin();
-    error = requests_.exchange(request, visit);
-  }
-  return error;
-}
+// ---- Looking ----------------------------------------------------------------------------------
 
-// ---- Addresses --------------------------------------------------------------------------------
-
-/// Brings the addresses up to date by what became of them since the last time; the first time, and
-/// when news were lost, by reading them all.
-DWORD LinuxHost::follow_addresses() {
-  const auto visit = [this](const nlmsghdr& message) { take_news(message); };
-  // Should what follows not end well, the next time begins anew.
-  const bool followed = std::exchange(follows_, false);
-  int error = followed ? news_.take(visit) : ENOBUFS;
-  for (int i = 0; (error == ENOBUFS || error == EINTR) && i < MAX_READINGS; ++i) {
-    error = read_all_addresses();
-  }
-  follows_ = error == 0;
-  return code_of(error);
-}
-
-/// Reads all addresses once, and the news since it began. EINTR: the reading may lack an address.
-int LinuxHost::read_all_addresses() {
-  // News are heard before the reading begins, so that no change falls between the two.
-  if (const int error = news_.listen(); error != 0) return error;
-  adapters_are_stale_ = true;
-  ++sweep_;
-  RtRequest request(RTM_GETADDR, NLM_F_DUMP);
-  request.part<ifaddrmsg>().ifa_family = AF_INET;
-  const int reading =
-      requests_.exchange(request, [this](const nlmsghdr& message) { take_address(message); });
-  if (reading != 0) return reading;
-  bool any_went = false;
-  const int hearing = news_.take([&](const nlmsghdr& message) {
-    any_went = any_went || message.nlmsg_type == RTM_DELADDR;
-    take_news(message);
-  });
-  if (hearing != 0) return hearing;
-  // The kernel goes on by position from one part of its list to the next, so that an address that
-  // goes hides another; it does not always own up to that.
-  if (any_went) return EINTR;
-  for (auto it = addresses_.begin(); it != addresses_.end();) {
-    it = it->second.sweep == sweep_ ? std::next(it) : erase_address(it);
-  }
-  return 0;
-}
-
-void LinuxHost::take_news(const nlmsghdr& message) {
-  switch (message.nlmsg_type) {
-    case RTM_NEWADDR:
-    case RTM_DELADDR: take_address(message); break;
-    case RTM_NEWLINK:
-    case RTM_DELLINK: adapters_are_stale_ = true; break;
-    default: break;
-  }
-}
-
-void LinuxHost::take_address(const nlmsghdr& message) {
-  const auto& part = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
-  const auto attributes = attributes_of<IFA_MAX + 1, ifaddrmsg>(message);
-  const DWORD peer = number_in(attributes[IFA_ADDRESS]);
-  const DWORD local = number_in(attributes[IFA_LOCAL], peer);
-  const Place place = {ntohl(local), part.ifa_index, part.ifa_prefixlen, peer};
-  if (message.nlmsg_type == RTM_DELADDR) {
-    const auto found = addresses_.find(place);
-    if (found != addresses_.end()) erase_address(found);
-    return;
-  }
-  Created created;
-  const nlattr* times = attributes[IFA_CACHEINFO];
-  if (times != nullptr && mnl_attr_get_payload_len(times) >= sizeof(ifa_cacheinfo)) {
-    created = static_cast<const ifa_cacheinfo*>(mnl_attr_get_payload(times))->cstamp;
-  }
-  const std::uint32_t flags = number_in(attributes[IFA_FLAGS], part.ifa_flags);
-  enter_address(place, created)->second.secondary = (flags & IFA_F_SECONDARY) != 0;
-}
-
-LinuxHost::Addresses::iterator LinuxHost::enter_address(const Place& place, Created created) {
-  auto found = addresses_.lower_bound(place);
-  if (found != addresses_.end() && found->first == place) {
-    Standing& standing = found->second;
-    if (!standing.created || standing.created == created) {
-      standing.created = created;
-      standing.sweep = sweep_;
-      return found;
-    }
-    found = erase_address(found);
-  }
-  const DWORD context = next_context_++;
-  const auto entered =
-      addresses_.emplace_hint(found, place, Standing{context, sweep_, created, false});
-  try {
-    by_context_.emplace_hint(by_context_.end(), context, place);
-  } catch (const std::bad_alloc&) {
-    addresses_.erase(entered);
-    throw;
-  }
-  snapshot_is_stale_ = true;
-  registry_is_stale_ = true;
-  return entered;
-}
-
-LinuxHost::Addresses::iterator LinuxHost::erase_address(Addresses::iterator address) {
-  by_context_.erase(address->second.context);
-  snapshot_is_stale_ = true;
-  registry_is_stale_ = true;
-  return addresses_.erase(address);
-}
-
-bool LinuxHost::has_address(std::uint32_t address) const {
-  const auto found = addresses_.lower_bound({address, 0, 0, 0});
-  return found != addresses_.end() && found->first.address == address;
-}
-
-DWORD LinuxHost::read_addresses(Reading reading, std::span<const HostAddress>& addresses) {
-  if (reading == Reading::FRESH) {
-    if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  }
-  if (reading == Reading::FRESH && snapshot_is_stale_) {
-    snapshot_.clear();
-    snapshot_.reserve(addresses_.size());
-    for (const auto& [place, standing] : addresses_) {
-      HostAddress& row = snapshot_.emplace_back();
-      row.address = htonl(place.address);
-      row.mask = mask_of(place.prefix_length);
-      row.interface_index = place.interface_index;
-      row.context = standing.context;
-      write_dotted(row.address_text, row.address);
-      write_dotted(row.mask_text, row.mask);
-    }
-    snapshot_is_stale_ = false;
-  }
-  addresses = snapshot_;
+DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
+  int error = network_.follow();
+  if (error == 0) error = routes_.follow(network_);
+  if (error != 0) return code_of(error);
+  const std::uint64_t now = network_.link_changes() + routes_.readings();
+  if (adapters_at_ != now) lay_out_adapters();
+  adapters_at_ = now;
+  adapters = {adapters_, adapters_at_};
   return NO_ERROR;
 }
+
+void LinuxHost::lay_out_adapters() {
+  adapters_at_ = 0;
+  adapters_.clear();
+  for (const auto& [index, link] : network_.links()) {
+    HostAdapter& adapter = adapters_.emplace_back(link.adapter);
+    for (const DefaultGateway& way : routes_.gateways()) {
+      if (way.interface_index == index) adapter.gateways.push_back(dotted(way.gateway));
+    }
+  }
+}
+
+DWORD LinuxHost::read_addresses(HostTable<HostAddress>& addresses) {
+  if (const int error = network_.follow(); error != 0) return code_of(error);
+  if (rows_at_ != network_.changes()) lay_out_rows();
+  addresses = {rows_, rows_at_};
+  return NO_ERROR;
+}
+
+void LinuxHost::lay_out_rows() {
+  rows_at_ = 0;
+  rows_.clear();
+  rows_.reserve(network_.addresses().size() + network_.links().size());
+  for (const auto& [index, link] : network_.links()) {
+    if (!network_.is_addressed(index)) rows_.push_back({0, 0, index, 0});
+  }
+  for (const auto& [number, standing] : network_.addresses()) {
+    const auto& place = standing.place;
+    rows_.push_back(
+        {place.address, prefix_mask(place.prefix_length), place.interface_index, standing.context});
+  }
+  const auto rank = [](const HostAddress& row) {
+    return std::tuple(ntohl(row.address), row.interface_index, ntohl(row.mask), row.context);
+  };
+  std::sort(rows_.begin(), rows_.end(), [=](const HostAddress& a, const HostAddress& b) {
+    return a.address != b.address ? ntohl(a.address) < ntohl(b.address) : rank(a) < rank(b);
+  });
+  rows_at_ = network_.changes();
+}
+
+// ---- Changing ---------------------------------------------------------------------------------
 
 int LinuxHost::request_address(std::uint16_t type, unsigned flags, const Place& place) {
   RtRequest request(type, flags);
@@ -326,53 +150,40 @@ int LinuxHost::request_address(std::uint16_t type, unsigned flags, const Place& 
   part.ifa_family = AF_INET;
   part.ifa_prefixlen = static_cast<std::uint8_t>(place.prefix_length);
   part.ifa_index = place.interface_index;
-  request.put(IFA_LOCAL, htonl(place.address));
+  request.put(IFA_LOCAL, place.address);
   request.put(IFA_ADDRESS, place.peer);
-  const int error = requests_.request(request);
-  if (error == 0) route_news_.close();
-  return error;
+  return requests_.request(request);
 }
 
 DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, DWORD& context) {
   if (!is_host_address(address) || !is_mask(mask)) return ERROR_INVALID_PARAMETER;
-  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  if (has_address(ntohl(address))) return ERROR_OBJECT_ALREADY_EXISTS;
+  if (const int error = network_.follow(); error != 0) return code_of(error);
+  if (network_.has_address(address)) return ERROR_OBJECT_ALREADY_EXISTS;
   const auto prefix_length = static_cast<DWORD>(std::popcount(mask));
-  const Place place = {ntohl(address), interface_index, prefix_length, address};
+  const Place place = {address, interface_index, prefix_length, address};
   // Entered first: once the kernel has added the address nothing may fail.
-  const auto entered = enter_address(place, std::nullopt);
+  const DWORD entered = network_.enter(place);
   const int error = request_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, place);
   if (error == 0) {
-    context = entered->second.context;
+    context = entered;
     return NO_ERROR;
   }
-  erase_address(entered);
+  network_.forget(entered);
   // The kernel keeps addresses only for interfaces that IPv4 runs on.
   if (error == ENOBUFS && !has_ipv4(interface_index)) return ERROR_NOT_SUPPORTED;
   return code_of(error);
 }
 
 DWORD LinuxHost::delete_address(DWORD context) {
-  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  const auto place = by_context_.find(context);
-  if (place == by_context_.end()) return ERROR_NOT_FOUND;
-  const auto found = addresses_.find(place->second);
-  const auto& [its_place, standing] = *found;
-  int error = keep_secondaries(its_place.interface_index, standing.secondary);
-  if (error == 0) error = request_address(RTM_DELADDR, 0, its_place);
-  if (error == 0 || error == EADDRNOTAVAIL) erase_address(found);
+  if (const int error = network_.follow(); error != 0) return code_of(error);
+  const LinuxNetwork::Standing* standing = network_.find_context(context);
+  if (standing == nullptr) return ERROR_NOT_FOUND;
+  const Place place = standing->place;
+  // A primary address alone takes others with it. Somebody may have undone what was told before.
+  int error = standing->secondary ? 0 : promote_secondaries(place.interface_index);
+  if (error == 0) error = request_address(RTM_DELADDR, 0, place);
+  if (error == 0 || error == EADDRNOTAVAIL) network_.forget(context);
   return code_of(error);
-}
-
-/// Sees to it, before an address goes, that the kernel keeps the interface's others: before the
-/// first one, and before each primary one, which alone takes others, since somebody may have undone
-/// it.
-int LinuxHost::keep_secondaries(DWORD interface_index, bool secondary) {
-  const bool first = !kept_.contains(interface_index);
-  if (!first && secondary) return 0;
-  const int error = promote_secondaries(interface_index);
-  if (error == 0) kept_.insert(interface_index);
-  return error;
 }
 
 /// Tells the kernel to promote a secondary address when the primary of its subnet goes.
@@ -389,80 +200,6 @@ int LinuxHost::promote_secondaries(DWORD interface_index) {
   return requests_.request(request);
 }
 
-// ---- Adapters ---------------------------------------------------------------------------------
-
-/// Brings the adapters up to date, after the news that the addresses are followed by.
-DWORD LinuxHost::follow_adapters() {
-  if (const DWORD code = follow_addresses(); code != NO_ERROR) return code;
-  const auto visit = [this](const nlmsghdr& /*message*/) { adapters_are_stale_ = true; };
-  if (!route_news_.is_open() || route_news_.take(visit) != 0) {
-    adapters_are_stale_ = true;
-    if (const int error = route_news_.listen(); error != 0) return code_of(error);
-  }
-  if (!adapters_are_stale_) return NO_ERROR;
-  const int error = read_all_adapters();
-  adapters_are_stale_ = error != 0;
-  registry_is_stale_ = true;
-  return code_of(error);
-}
-
-int LinuxHost::read_all_adapters() {
-  RtRequest links(RTM_GETLINK, NLM_F_DUMP);
-  links.part<ifinfomsg>().ifi_family = AF_UNSPEC;
-  links.put(IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  const int error = dump(
-      links, [this] { adapters_.clear(); },
-      [this](const nlmsghdr& message) { adapters_.push_back(adapter_of(message)); });
-  if (error != 0) return error;
-
-  RtRequest routes(RTM_GETROUTE, NLM_F_DUMP);
-  auto& part = routes.part<rtmsg>();
-  part.rtm_family = AF_INET;
-  part.rtm_table = RT_TABLE_MAIN;
-  const auto forget = [this] {
-    for (HostAdapter& adapter : adapters_) adapter.gateways.clear();
-  };
-  const auto visit = [this](const nlmsghdr& message) { take_route(message); };
-  const int routing = dump(routes, forget, visit);
-  // Where nothing was ever routed there is no table yet.
-  return routing != ENOENT ? routing : 0;
-}
-
-/// Notes the gateways of a default route.
-void LinuxHost::take_route(const nlmsghdr& message) {
-  const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(&message));
-  if (route.rtm_dst_len != 0 || route.rtm_table != RT_TABLE_MAIN) return;
-  const auto attributes = attributes_of<RTA_MAX + 1, rtmsg>(message);
-  take_hop(number_in(attributes[RTA_OIF]), route.rtm_flags, attributes[RTA_GATEWAY]);
-  const nlattr* paths = attributes[RTA_MULTIPATH];
-  if (paths == nullptr) return;
-  std::size_t left = mnl_attr_get_payload_len(paths);
-  const auto* at = static_cast<const char*>(mnl_attr_get_payload(paths));
-  while (left >= sizeof(rtnexthop)) {
-    const auto& hop = *reinterpret_cast<const rtnexthop*>(at);
-    if (hop.rtnh_len < sizeof hop || hop.rtnh_len > left) return;
-    const auto of_hop = attributes_in<RTA_MAX + 1>(at + sizeof hop, hop.rtnh_len - sizeof hop);
-    take_hop(static_cast<DWORD>(hop.rtnh_ifindex), hop.rtnh_flags, of_hop[RTA_GATEWAY]);
-    const std::size_t step = std::min<std::size_t>(MNL_ALIGN(hop.rtnh_len), left);
-    at += step;
-    left -= step;
-  }
-}
-
-void LinuxHost::take_hop(DWORD interface_index, unsigned flags, const nlattr* gateway) {
-  if (gateway == nullptr || (flags & RTNH_F_DEAD) != 0) return;
-  const auto adapter = std::find_if(adapters_.begin(), adapters_.end(), [=](const HostAdapter& it) {
-    return it.row.dwIndex == interface_index;
-  });
-  if (adapter == adapters_.end()) return;
-  std::vector<std::string>& listed = adapter->gateways;
-  std::string text = dotted(number_in(gateway));
-  // Routes of several metrics may go by the same gateway.
-  if (std::find(listed.begin(), listed.end(), text) == listed.end()) {
-    listed.push_back(std::move(text));
-  }
-}
-
 bool LinuxHost::has_ipv4(DWORD interface_index) {
   RtRequest request(RTM_GETLINK, NLM_F_ACK);
   request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
@@ -470,14 +207,9 @@ bool LinuxHost::has_ipv4(DWORD interface_index) {
   const int error = requests_.exchange(request, [&](const nlmsghdr& message) {
     const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
     found = attributes_in<AF_INET + 1>(attributes[IFLA_AF_SPEC])[AF_INET] != nullptr;
+    return true;
   });
   return error != 0 || found;
-}
-
-DWORD LinuxHost::read_adapters(Reading reading, std::span<const HostAdapter>& adapters) {
-  const DWORD code = reading == Reading::FRESH ? follow_adapters() : NO_ERROR;
-  if (code == NO_ERROR) adapters = adapters_;
-  return code;
 }
 
 DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
@@ -491,51 +223,68 @@ DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
 
 // ---- Registry ---------------------------------------------------------------------------------
 
-/// Makes the registry anew when adapters or addresses changed since.
+/// Makes the registry anew when interfaces, or whether they hold addresses, changed since. The
+/// lists of an interface are entered when they are asked for.
 DWORD LinuxHost::lay_out_registry() {
-  const DWORD code = follow_adapters();
-  if (code == NO_ERROR && registry_is_stale_) {
-    registry_ = registry_of_facts();
-    registry_is_stale_ = false;
+  if (const int error = network_.follow(); error != 0) return code_of(error);
+  if (registry_at_ == network_.link_changes()) return NO_ERROR;
+  registry_at_ = 0;
+  registry_ = {};
+  lists_at_.clear();
+  BindingList bindings;
+  int bound = 0;
+  for (const auto& [index, link] : network_.links()) {
+    const HostAdapter& adapter = link.adapter;
+    registry_.key(interface_key(adapter.name));
+    enter_connection(registry_, adapter.name, adapter.name);
+    const bool is_bound =
+        adapter.row.dwType != MIB_IF_TYPE_LOOPBACK && network_.is_addressed(index);
+    if (is_bound && ++bound <= MAX_BINDINGS) bindings.add(adapter.name);
   }
-  return code;
+  bindings.enter(registry_);
+  registry_at_ = network_.link_changes();
+  return NO_ERROR;
 }
 
-Registry LinuxHost::registry_of_facts() const {
-  struct Lists {
-    std::size_t count = 0;
-    StringListValue addresses;
-    StringListValue masks;
-  };
-  std::map<DWORD, Lists> lists;
-  for (const auto& [context, place] : by_context_) ++lists[place.interface_index].count;
-  for (auto& [interface_index, its_lists] : lists) {
-    its_lists.addresses.reserve(its_lists.count * sizeof "255.255.255.255");
-    its_lists.masks.reserve(its_lists.count * sizeof "255.255.255.255");
-  }
-  for (const auto& [context, place] : by_context_) {
-    Lists& its_lists = lists[place.interface_index];
+/// Enters the addresses of an interface in the order in which they came to stand.
+void LinuxHost::enter_addresses(const HostAdapter& adapter) {
+  std::vector<HostAddress> held;
+  std::copy_if(rows_.begin(), rows_.end(), std::back_inserter(held),
+               [&](const HostAddress& row) { return row.interface_index == adapter.row.dwIndex; });
+  std::sort(held.begin(), held.end(),
+            [](const HostAddress& a, const HostAddress& b) { return a.context < b.context; });
+  StringListValue addresses;
+  StringListValue masks;
+  for (const HostAddress& row : held) {
     char text[16];
-    write_dotted(text, htonl(place.address));
-    its_lists.addresses.add(text);
-    write_dotted(text, mask_of(place.prefix_length));
-    its_lists.masks.add(text);
+    write_dotted(text, row.address);
+    addresses.add(text);
+    write_dotted(text, row.mask);
+    masks.add(text);
   }
-  Registry registry;
-  BindingList bindings;
-  for (const HostAdapter& adapter : adapters_) {
-    Lists& its_lists = lists[adapter.row.dwIndex];
-    if (its_lists.count == 0) {
-      its_lists.addresses.add(NO_ADDRESS);
-      its_lists.masks.add(NO_ADDRESS);
-    }
-    enter_interface(registry, adapter.name, its_lists.addresses.take(), its_lists.masks.take(),
-                    adapter.gateways);
-    enter_connection(registry, adapter.name, adapter.name);
-    if (adapter.row.dwType != MIB_IF_TYPE_LOOPBACK) bindings.add(adapter.name);
+  enter_address_lists(registry_, adapter.name, addresses.take(), masks.take());
+}
+
+/// Brings up to date what the registry shows of an adapter's addresses, as the network was followed
+/// last, or of its gateways.
+DWORD LinuxHost::renew_lists(std::string_view adapter, std::string_view value) {
+  const EqualIgnoringCase equal;
+  const auto is_adapter = [=](const HostAdapter& it) { return equal(it.name, adapter); };
+  if (equal(value, "DefaultGateway")) {
+    HostTable<HostAdapter> adapters;
+    if (const DWORD code = read_adapters(adapters); code != NO_ERROR) return code;
+    const auto found = std::find_if(adapters.rows.begin(), adapters.rows.end(), is_adapter);
+    if (found != adapters.rows.end()) enter_gateways(registry_, found->name, found->gateways);
+    return NO_ERROR;
   }
-  bindings.enter(registry);
-  return registry;
+  for (const auto& [index, link] : network_.links()) {
+    if (!is_adapter(link.adapter) || lists_at_[index] > network_.changes_of(index)) continue;
+    if (rows_at_ != network_.changes()) lay_out_rows();
+    enter_addresses(link.adapter);
+    lists_at_[index] = network_.changes() + 1;
+    break;
+  }
+  return NO_ERROR;
 }
 
 DWORD LinuxHost::find_key(std::string_view path) {
@@ -545,7 +294,9 @@ DWORD LinuxHost::find_key(std::string_view path) {
 
 DWORD LinuxHost::find_value(std::string_view path, std::string_view name,
                             const RegistryValue*& value) {
-  const DWORD code = lay_out_registry();
+  DWORD code = lay_out_registry();
+  const std::string_view adapter = adapter_of_interface_key(path);
+  if (code == NO_ERROR && !adapter.empty()) code = renew_lists(adapter, name);
   return code != NO_ERROR ? code : registry_.find_value(path, name, value);
 }
 

@@ -2,15 +2,14 @@
 // of its addresses by the kernel.
 #pragma once
 
-#include <compare>
 #include <cstdint>
 #include <map>
-#include <optional>
-#include <set>
 #include <string>
 #include <vector>
 
 #include "platform/hosts/host.h"
+#include "platform/hosts/linux_network.h"
+#include "platform/hosts/linux_routes.h"
 #include "platform/hosts/registry.h"
 #include "platform/hosts/rtnetlink.h"
 
@@ -24,10 +23,10 @@ class LinuxHost final : public Host {
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
-  [[nodiscard]] DWORD read_adapters(Reading reading,
-                                    std::span<const HostAdapter>& adapters) override;
-  [[nodiscard]] DWORD read_addresses(Reading reading,
-                                     std::span<const HostAddress>& addresses) override;
+  /// In the order of their indices, which are the kernel's.
+  [[nodiscard]] DWORD read_adapters(HostTable<HostAdapter>& adapters) override;
+  /// With a row 0.0.0.0 for each interface that holds no address.
+  [[nodiscard]] DWORD read_addresses(HostTable<HostAddress>& addresses) override;
   /// The registry shows interfaces and addresses; it cannot be written.
   [[nodiscard]] DWORD find_key(std::string_view path) override;
   [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
@@ -49,69 +48,29 @@ class LinuxHost final : public Host {
   [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
 
  private:
-  /// What the kernel tells addresses apart by. Ordered by the address in host byte order; the peer,
-  /// in network byte order, is the address itself but on point-to-point links.
-  struct Place {
-    std::uint32_t address;
-    DWORD interface_index;
-    DWORD prefix_length;
-    DWORD peer;
+  using Place = LinuxNetwork::Place;
 
-    // NOLINTNEXTLINE(modernize-use-nullptr): the check mistakes what the compiler generates
-    auto operator<=>(const Place&) const = default;
-  };
-  /// When the kernel says that an address was created tells it from a later one in its place.
-  using Created = std::optional<std::uint32_t>;
-  struct Standing {
-    DWORD context;
-    std::uint32_t sweep;  ///< the reading of all addresses that it was last seen in or after
-    Created created;
-    bool secondary;  ///< goes with the primary of its subnet unless the kernel promotes it
-  };
-  using Addresses = std::map<Place, Standing>;
-
-  DWORD follow_addresses();
-  int read_all_addresses();
-  void take_news(const nlmsghdr& message);
-  void take_address(const nlmsghdr& message);
-  Addresses::iterator enter_address(const Place& place, Created created);
-  Addresses::iterator erase_address(Addresses::iterator address);
-  [[nodiscard]] bool has_address(std::uint32_t address) const;
+  void lay_out_adapters();
+  void lay_out_rows();
   int request_address(std::uint16_t type, unsigned flags, const Place& place);
-  int keep_secondaries(DWORD interface_index, bool secondary);
   int promote_secondaries(DWORD interface_index);
-
-  DWORD follow_adapters();
-  int read_all_adapters();
-  void take_route(const nlmsghdr& message);
-  void take_hop(DWORD interface_index, unsigned flags, const nlattr* gateway);
   [[nodiscard]] bool has_ipv4(DWORD interface_index);
-
   DWORD lay_out_registry();
-  [[nodiscard]] Registry registry_of_facts() const;
-
-  template <typename Begin, typename Visit>
-  int dump(RtRequest& request, Begin begin, Visit visit);
+  void enter_addresses(const HostAdapter& adapter);
+  DWORD renew_lists(std::string_view adapter, std::string_view value);
 
   HostVersion version_;
   std::string user_;
   RtRequests requests_;
+  LinuxNetwork network_;
+  LinuxRoutes routes_;
 
-  RtNews news_{RTMGRP_LINK | RTMGRP_IPV4_IFADDR};
-  bool follows_ = false;
-  Addresses addresses_;
-  std::map<DWORD, Place> by_context_;  ///< in the order in which the addresses came to stand
-  DWORD next_context_ = 1;
-  std::uint32_t sweep_ = 0;
-  std::vector<HostAddress> snapshot_;
-  bool snapshot_is_stale_ = true;
-  std::set<DWORD> kept_;  ///< interfaces that were told to keep their secondary addresses
-
-  // Apart, and left while addresses are being changed: each change of an address changes routes.
-  RtNews route_news_{RTMGRP_IPV4_ROUTE};
+  // What is made of the network, with the count of its changes at that time.
+  std::vector<HostAddress> rows_;
+  std::uint64_t rows_at_ = 0;
   std::vector<HostAdapter> adapters_;
-  bool adapters_are_stale_ = true;
-
+  std::uint64_t adapters_at_ = 0;
   Registry registry_;
-  bool registry_is_stale_ = true;
+  std::uint64_t registry_at_ = 0;
+  std::map<DWORD, std::uint64_t> lists_at_;  ///< by interface index
 };

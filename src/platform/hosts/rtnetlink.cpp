@@ -63,4 +63,17 @@ int RtRequests::send(RtRequest& request) {
   return sent >= 0 ? 0 : errno;
 }
 
-int RtNews::listen() { return open(SOCK_NONBLOCK, groups_); }
+int RtNews::listen() {
+  if (const int error = open(SOCK_NONBLOCK, groups_); error != 0) return error;
+  const int socket = mnl_socket_get_fd(get());
+  // Room for thousands of news while nobody takes them; without the privilege what the system
+  // allows.
+  const int size = 2 << 20;
+  if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
+    static_cast<void>(setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size));
+  }
+  if (filter_.empty()) return 0;
+  const sock_fprog program = {static_cast<unsigned short>(filter_.size()), filter_.data()};
+  const int refused = setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
+  return refused != 0 ? errno : 0;
+}

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <libmnl/libmnl.h>
+#include <linux/filter.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
@@ -10,6 +11,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
+#include <span>
 
 /// A request in the making: the part that its type calls for, then attributes, in order.
 class RtRequest {
@@ -108,8 +110,9 @@ class RtSocket {
 
  private:
   mnl_socket* socket_ = nullptr;
-  // The kernel fills a datagram of a dump up to this size.
-  alignas(nlmsghdr) char buffer_[32768];
+  // The kernel fills a datagram of a dump up to 32 KB. One message alone may be longer: the
+  // alternative names of a link take up to 64 KB, and what else it has a few more.
+  alignas(nlmsghdr) char buffer_[131072];
 };
 
 /// Requests, each answered before the next. Opens its socket when it first needs it, and anew after
@@ -117,28 +120,32 @@ class RtSocket {
 class RtRequests : public RtSocket {
  public:
   /// Sends a request for a dump, or one that is to be acknowledged, and visits the messages that
-  /// answer it. EINTR: what a dump shows changed meanwhile, so that it may lack something.
+  /// answer it, until the visit returns false. EINTR: what a dump shows changed meanwhile, so that
+  /// it may lack something.
   template <typename Visit>
   [[nodiscard]] int exchange(RtRequest& request, Visit visit) {
     if (const int error = send(request); error != 0) return error;
     Reply reply;
-    while (!reply.complete) {
+    bool goes_on = true;
+    while (!reply.complete && goes_on) {
       std::size_t length = 0;
       if (const int error = receive(length); error != 0) return error;
       for_each_message(length, [&](const nlmsghdr& message) {
         if (message.nlmsg_seq != sequence_) return true;
-        if (!reply.take(message)) visit(message);
-        return !reply.complete;
+        if (!reply.take(message)) goes_on = visit(message);
+        return !reply.complete && goes_on;
       });
     }
-    completed_ = true;
+    completed_ = reply.complete;
+    // The kernel holds on to what nobody receives.
+    if (!completed_) close();
     return reply.error;
   }
 
   /// Sends a request that changes something; the kernel's answer.
   [[nodiscard]] int request(RtRequest& request) {
     request.message().nlmsg_flags |= NLM_F_ACK;
-    return exchange(request, [](const nlmsghdr& /*message*/) {});
+    return exchange(request, [](const nlmsghdr& /*message*/) { return true; });
   }
 
  private:
@@ -157,21 +164,23 @@ class RtRequests : public RtSocket {
   std::uint32_t sequence_ = 0;
 };
 
-/// News of the groups (a mask of RTMGRP_ bits) that it listens to.
+/// News of the groups (a mask of RTMGRP_ bits) that it listens to, as far as a filter of the
+/// kernel, which must outlive it, lets them through.
 class RtNews : public RtSocket {
  public:
-  explicit RtNews(unsigned groups) : groups_(groups) {}
+  explicit RtNews(unsigned groups, std::span<sock_filter> filter = {})
+      : groups_(groups), filter_(filter) {}
 
   [[nodiscard]] int listen();
 
-  /// Visits all news that wait. ENOBUFS: some came when no more could wait, and are lost.
+  /// Visits all news that wait. ENOBUFS: some are lost, since no more could wait.
   template <typename Visit>
   [[nodiscard]] int take(Visit visit) {
     for (;;) {
       std::size_t length = 0;
       const int error = receive(length);
       if (error == EAGAIN) return 0;
-      if (error != 0) return error;
+      if (error != 0) return error == ENOSPC ? ENOBUFS : error;
       for_each_message(length, [&](const nlmsghdr& message) {
         visit(message);
         return true;
@@ -181,4 +190,5 @@ class RtNews : public RtSocket {
 
  private:
   unsigned groups_;
+  std::span<sock_filter> filter_;
 };

@@ -3,7 +3,6 @@
 #include <arpa/inet.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <new>
 
@@ -79,19 +78,21 @@ void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
     masks.add(BLANK);
   }
 
-  enter_interface(registry_, adapter.name, addresses.take(), masks.take(), adapter.gateways);
+  enter_address_lists(registry_, adapter.name, addresses.take(), masks.take());
+  enter_gateways(registry_, adapter.name, adapter.gateways);
   if (adapter.connection) enter_connection(registry_, adapter.name, *adapter.connection);
   adapters_.push_back({adapter.name, std::move(adapter.gateways), interface_row(adapter)});
 }
 
 void SimulatedHost::describe_registry(HostDescription& description) {
   if (version_.platform_id == VER_PLATFORM_WIN32_WINDOWS) {
-    const auto addressed =
-        std::find_if(description.adapters.begin(), description.adapters.end(),
-                     [](const AdapterDescription& it) { return !it.addresses.empty(); });
-    if (addressed != description.adapters.end()) {
+    const auto bound = std::find_if(
+        description.adapters.begin(), description.adapters.end(), [](const AdapterDescription& it) {
+          return it.bound && it.type != MIB_IF_TYPE_LOOPBACK && !it.addresses.empty();
+        });
+    if (bound != description.adapters.end()) {
       registry_.key(std::string(NET_TRANS_KEY))
-          .set("IpAddress", text_value(dotted(addressed->addresses.front().address)));
+          .set("IpAddress", text_value(dotted(bound->addresses.front().address)));
     }
   } else {
     BindingList bindings;
@@ -128,19 +129,19 @@ bool SimulatedHost::has_function(std::string_view library, std::string_view func
   return true;
 }
 
-DWORD SimulatedHost::read_adapters(Reading /*reading*/, std::span<const HostAdapter>& adapters) {
-  adapters = adapters_;
+DWORD SimulatedHost::read_adapters(HostTable<HostAdapter>& adapters) {
+  adapters = {adapters_, adapters_version_};
   return NO_ERROR;
 }
 
-DWORD SimulatedHost::read_addresses(Reading /*reading*/, std::span<const HostAddress>& addresses) {
-  if (snapshot_is_stale_) {
-    snapshot_.clear();
-    snapshot_.reserve(addresses_.size());
-    for (const auto& [key, address] : addresses_) snapshot_.push_back(address);
-    snapshot_is_stale_ = false;
+DWORD SimulatedHost::read_addresses(HostTable<HostAddress>& addresses) {
+  if (rows_version_ != addresses_version_) {
+    rows_.clear();
+    rows_.reserve(addresses_.size());
+    for (const auto& [key, address] : addresses_) rows_.push_back(address);
+    rows_version_ = addresses_version_;
   }
-  addresses = snapshot_;
+  addresses = {rows_, rows_version_};
   return NO_ERROR;
 }
 
@@ -163,9 +164,9 @@ HostAdapter* SimulatedHost::find_adapter(DWORD interface_index) {
 void SimulatedHost::note(const std::string& line) { diary_.push_back(line); }
 
 DWORD SimulatedHost::insert_address(DWORD address, DWORD mask, DWORD interface_index) {
-  HostAddress entry = {address, mask, interface_index, next_context_++, {}, {}};
-  write_dotted(entry.address_text, address);
-  write_dotted(entry.mask_text, mask);
+  // One that no address has; 0 would stand for none.
+  while (next_context_ == 0 || by_context_.contains(next_context_)) ++next_context_;
+  const HostAddress entry = {address, mask, interface_index, next_context_++};
   const auto inserted = addresses_.emplace(ntohl(address), entry);
   try {
     by_context_.emplace(entry.context, inserted);
@@ -173,14 +174,14 @@ DWORD SimulatedHost::insert_address(DWORD address, DWORD mask, DWORD interface_i
     addresses_.erase(inserted);
     throw;
   }
-  snapshot_is_stale_ = true;
+  ++addresses_version_;
   return entry.context;
 }
 
 void SimulatedHost::erase_address(Addresses::iterator address) {
   by_context_.erase(address->second.context);
   addresses_.erase(address);
-  snapshot_is_stale_ = true;
+  ++addresses_version_;
 }
 
 DWORD SimulatedHost::add_address(DWORD address, DWORD mask, DWORD interface_index, DWORD& context) {
@@ -210,6 +211,7 @@ DWORD SimulatedHost::set_admin_status(DWORD interface_index, DWORD status) {
   HostAdapter* adapter = find_adapter(interface_index);
   if (adapter == nullptr) return ERROR_INVALID_DATA;
   adapter->row.dwAdminStatus = status;
+  ++adapters_version_;
   return NO_ERROR;
 }
 

@@ -20,10 +20,8 @@ class SimulatedHost : public Host {
   [[nodiscard]] bool has_library(std::string_view library) const override;
   [[nodiscard]] bool has_function(std::string_view library,
                                   std::string_view function) const override;
-  [[nodiscard]] DWORD read_adapters(Reading reading,
-                                    std::span<const HostAdapter>& adapters) override;
-  [[nodiscard]] DWORD read_addresses(Reading reading,
-                                     std::span<const HostAddress>& addresses) override;
+  [[nodiscard]] DWORD read_adapters(HostTable<HostAdapter>& adapters) override;
+  [[nodiscard]] DWORD read_addresses(HostTable<HostAddress>& addresses) override;
   [[nodiscard]] DWORD find_key(std::string_view path) override;
   [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
                                  const RegistryValue*& value) override;
@@ -71,11 +69,13 @@ class SimulatedHost : public Host {
   bool sleeps_;
   std::vector<HostDescription::Library> libraries_;
   std::vector<HostAdapter> adapters_;
+  std::uint64_t adapters_version_ = 1;
   Addresses addresses_;
+  std::uint64_t addresses_version_ = 1;
   std::unordered_map<DWORD, Addresses::iterator> by_context_;
   DWORD next_context_ = 1;
-  std::vector<HostAddress> snapshot_;
-  bool snapshot_is_stale_ = true;
+  std::vector<HostAddress> rows_;
+  std::uint64_t rows_version_ = 0;  ///< of the addresses that the rows were made from
   Registry registry_;
   std::vector<Script> scripts_;
   bool keeps_diary_ = false;

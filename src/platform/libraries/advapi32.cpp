@@ -5,7 +5,9 @@
 #include <algorithm>
 #include <cstring>
 #include <new>
+#include <optional>
 #include <string>
+#include <utility>
 
 #include "platform/hosts/calls.h"
 #include "platform/hosts/host.h"
@@ -16,6 +18,9 @@ namespace {
 struct OpenKey {
   std::string path;
   REGSAM access;
+  /// The value whose size was given last, with its name: the next call gets that very value,
+  /// whatever others changed in between.
+  std::optional<std::pair<std::string, RegistryValue>> sized = {};
 };
 
 OpenKey* opened(HKEY key) { return reinterpret_cast<OpenKey*>(key); }
@@ -65,14 +70,22 @@ LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LP
   return status(answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::REG_QUERY_VALUE_EX)) return *code;
     if ((opened(key)->access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
+    const auto sized = std::exchange(opened(key)->sized, std::nullopt);
     const RegistryValue* found = nullptr;
-    const DWORD code = current_host().find_value(opened(key)->path, value, found);
-    if (code != NO_ERROR) return code;
+    if (data != nullptr && sized && sized->first == value) {
+      found = &sized->second;
+    } else {
+      const DWORD code = current_host().find_value(opened(key)->path, value, found);
+      if (code != NO_ERROR) return code;
+    }
     if (type != nullptr) *type = found->type;
     if (size == nullptr) return data == nullptr ? ERROR_SUCCESS : ERROR_INVALID_PARAMETER;
     const DWORD room = *size;
     *size = static_cast<DWORD>(found->data.size());
-    if (data == nullptr) return ERROR_SUCCESS;
+    if (data == nullptr) {
+      opened(key)->sized.emplace(value, *found);
+      return ERROR_SUCCESS;
+    }
     if (room < *size) return ERROR_MORE_DATA;
     std::copy(found->data.begin(), found->data.end(), data);
     return ERROR_SUCCESS;

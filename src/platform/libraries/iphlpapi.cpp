@@ -5,27 +5,26 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstring>
+#include <cstdint>
+#include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
+#include <vector>
 
 #include "platform/hosts/calls.h"
 #include "platform/hosts/host.h"
+#include "platform/hosts/ipv4.h"
 
 namespace {
-
-template <typename Table>
-ULONG table_size(std::size_t rows) {
-  return static_cast<ULONG>(offsetof(Table, table) + rows * sizeof(Table::table[0]));
-}
 
 /// The size protocol of one function: a call without room for the table says how much is needed,
 /// and the next call with room gets that very table, whatever changed in between.
 class SizeProtocol {
  public:
-  [[nodiscard]] Reading reading(const void* buffer) {
-    return std::exchange(size_given_, false) && buffer != nullptr ? Reading::AS_BEFORE
-                                                                  : Reading::FRESH;
+  /// Whether a call with this buffer is to get the table whose size was given.
+  [[nodiscard]] bool keeps_table(const void* buffer) {
+    return std::exchange(size_given_, false) && buffer != nullptr;
   }
 
   /// Says how much room is needed; true when the caller's buffer has it.
@@ -38,6 +37,37 @@ class SizeProtocol {
 
  private:
   bool size_given_ = false;
+};
+
+/// One of the platform's tables of records, ready to be copied.
+template <typename Table, typename Record>
+class RecordTable {
+ public:
+  SizeProtocol protocol;
+
+  /// Makes the records anew when the host's rows are others than before.
+  template <typename Row, typename Make>
+  void renew(const HostTable<Row>& rows, Make make) {
+    if (version_ == rows.version) return;
+    version_.reset();
+    records_.resize(rows.rows.size());
+    std::transform(rows.rows.begin(), rows.rows.end(), records_.begin(), make);
+    version_ = rows.version;
+  }
+
+  [[nodiscard]] DWORD give(Table* table, PULONG size) {
+    const std::size_t needed = offsetof(Table, table) + records_.size() * sizeof(Record);
+    if (!protocol.has_room(table, size, static_cast<ULONG>(needed))) {
+      return ERROR_INSUFFICIENT_BUFFER;
+    }
+    table->dwNumEntries = static_cast<DWORD>(records_.size());
+    std::copy(records_.begin(), records_.end(), table->table);
+    return NO_ERROR;
+  }
+
+ private:
+  std::optional<std::uint64_t> version_;
+  std::vector<Record> records_;
 };
 
 MIB_IPADDRROW address_row(const HostAddress& address) {
@@ -58,53 +88,47 @@ void copy_text(char (&field)[SIZE], std::string_view text) {
   text.copy(field, SIZE - 1);
 }
 
-/// Lays an adapter-information list out in the caller's buffer: the entries first, then the further
-/// nodes of their address and gateway lists.
+/// The adapter-information list: the entries, then the further nodes of their address and gateway
+/// lists. It is laid out once for all copies of it.
 class InformationList {
  public:
-  InformationList(IP_ADAPTER_INFO* entries, std::size_t count)
-      : entries_(entries),
-        count_(count),
-        node_(reinterpret_cast<IP_ADDR_STRING*>(entries + count)) {}
+  SizeProtocol protocol;
 
-  void fill(std::span<const HostAdapter> adapters, std::span<const HostAddress> addresses) {
-    for (std::size_t i = 0; i < count_; ++i) {
-      fill_entry(entries_[i], adapters[i]);
-      if (i + 1 < count_) entries_[i].Next = &entries_[i + 1];
+  /// Lays the list out anew when the host's tables are others than before. The loopback interface
+  /// has no entry.
+  void renew(const HostTable<HostAdapter>& adapters, const HostTable<HostAddress>& addresses) {
+    const std::pair versions{adapters.version, addresses.version};
+    if (versions_ == versions) return;
+    versions_.reset();
+    entries_.clear();
+    nodes_.clear();
+    entry_of_.clear();
+    // No node moves once it is linked.
+    std::size_t nodes = addresses.rows.size();
+    for (const HostAdapter& adapter : adapters.rows) nodes += adapter.gateways.size();
+    nodes_.reserve(nodes);
+    entries_.reserve(adapters.rows.size());
+    for (const HostAdapter& adapter : adapters.rows) {
+      if (adapter.row.dwType != MIB_IF_TYPE_LOOPBACK) add_entry(adapter);
     }
-    // The entry's CurrentIpAddress serves as the tail of its address list meanwhile.
-    for (const HostAddress& address : addresses) {
-      IP_ADAPTER_INFO* entry = find_entry(address.interface_index);
-      if (entry == nullptr) continue;
-      IP_ADDR_STRING*& tail = entry->CurrentIpAddress;
-      tail = tail != nullptr ? append(*tail) : &entry->IpAddressList;
-      std::memcpy(tail->IpAddress.String, address.address_text, sizeof tail->IpAddress.String);
-      std::memcpy(tail->IpMask.String, address.mask_text, sizeof tail->IpMask.String);
-      tail->Context = address.context;
-    }
-    for (std::size_t i = 0; i < count_; ++i) entries_[i].CurrentIpAddress = nullptr;
+    add_addresses(addresses.rows);
+    versions_ = versions;
   }
 
-  /// The number of bytes that `fill` takes.
-  static ULONG size(std::span<const HostAdapter> adapters, std::span<const HostAddress> addresses) {
-    // Room for a node per address and gateway, although the first of each list needs none: counting
-    // exactly would cost a walk for what a few bytes do.
-    std::size_t nodes = addresses.size();
-    for (const HostAdapter& adapter : adapters) nodes += adapter.gateways.size();
-    return static_cast<ULONG>(adapters.size() * sizeof(IP_ADAPTER_INFO) +
-                              nodes * sizeof(IP_ADDR_STRING));
+  [[nodiscard]] DWORD give(IP_ADAPTER_INFO* list, PULONG size) {
+    if (entries_.empty()) return ERROR_NO_DATA;
+    const std::size_t needed =
+        entries_.size() * sizeof(IP_ADAPTER_INFO) + nodes_.size() * sizeof(IP_ADDR_STRING);
+    if (!protocol.has_room(list, size, static_cast<ULONG>(needed))) return ERROR_BUFFER_OVERFLOW;
+    copy_to(list);
+    return NO_ERROR;
   }
 
  private:
-  IP_ADAPTER_INFO* find_entry(DWORD interface_index) {
-    for (std::size_t i = 0; i < count_; ++i) {
-      if (entries_[i].Index == interface_index) return &entries_[i];
-    }
-    return nullptr;
-  }
-
-  void fill_entry(IP_ADAPTER_INFO& entry, const HostAdapter& adapter) {
-    entry = {};
+  void add_entry(const HostAdapter& adapter) {
+    IP_ADAPTER_INFO& entry = entries_.emplace_back();
+    if (entries_.size() > 1) entries_[entries_.size() - 2].Next = &entry;
+    entry_of_[adapter.row.dwIndex] = entries_.size() - 1;
     copy_text(entry.AdapterName, adapter.name);
     copy_text(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
                                                   adapter.row.dwDescrLen));
@@ -124,28 +148,71 @@ class InformationList {
     }
   }
 
-  IP_ADDR_STRING* append(IP_ADDR_STRING& last) {
-    *node_ = {};
-    last.Next = node_;
-    return node_++;
+  void add_addresses(std::span<const HostAddress> addresses) {
+    std::vector<IP_ADDR_STRING*> tails(entries_.size());
+    for (const HostAddress& address : addresses) {
+      const auto found = entry_of_.find(address.interface_index);
+      if (found == entry_of_.end()) continue;
+      IP_ADDR_STRING*& tail = tails[found->second];
+      tail = tail != nullptr ? append(*tail) : &entries_[found->second].IpAddressList;
+      write_dotted(tail->IpAddress.String, address.address);
+      write_dotted(tail->IpMask.String, address.mask);
+      tail->Context = address.context;
+    }
   }
 
-  IP_ADAPTER_INFO* entries_;
-  std::size_t count_;
-  IP_ADDR_STRING* node_;
+  IP_ADDR_STRING* append(IP_ADDR_STRING& last) {
+    last.Next = &nodes_.emplace_back();
+    return last.Next;
+  }
+
+  /// Copies the list, its links pointing into the copy.
+  void copy_to(IP_ADAPTER_INFO* list) const {
+    auto* const nodes = reinterpret_cast<IP_ADDR_STRING*>(list + entries_.size());
+    const std::ptrdiff_t way =
+        reinterpret_cast<char*>(nodes) - reinterpret_cast<const char*>(nodes_.data());
+    const auto lead_into_copy = [way](IP_ADDR_STRING& node) {
+      if (node.Next == nullptr) return;
+      node.Next = reinterpret_cast<IP_ADDR_STRING*>(reinterpret_cast<char*>(node.Next) + way);
+    };
+    for (std::size_t i = 0; i < entries_.size(); ++i) {
+      list[i] = entries_[i];
+      if (i + 1 < entries_.size()) list[i].Next = &list[i + 1];
+      lead_into_copy(list[i].IpAddressList);
+      lead_into_copy(list[i].GatewayList);
+    }
+    for (std::size_t i = 0; i < nodes_.size(); ++i) {
+      nodes[i] = nodes_[i];
+      lead_into_copy(nodes[i]);
+    }
+  }
+
+  std::optional<std::pair<std::uint64_t, std::uint64_t>> versions_;
+  std::vector<IP_ADAPTER_INFO> entries_;
+  std::vector<IP_ADDR_STRING> nodes_;
+  std::unordered_map<DWORD, std::size_t> entry_of_;  ///< by interface index
 };
 
-/// The adapter with an interface index; null, with the code to answer, when there is none.
-const HostAdapter* find_adapter(DWORD interface_index, DWORD& code) {
-  std::span<const HostAdapter> adapters;
-  code = current_host().read_adapters(Reading::FRESH, adapters);
-  if (code != NO_ERROR) return nullptr;
-  const auto found = std::find_if(adapters.begin(), adapters.end(), [=](const HostAdapter& it) {
-    return it.row.dwIndex == interface_index;
-  });
-  if (found != adapters.end()) return &*found;
-  code = ERROR_INVALID_DATA;
-  return nullptr;
+/// What the functions remember of the host.
+struct Memory final : LibraryMemory {
+  RecordTable<MIB_IFTABLE, MIB_IFROW> interfaces;
+  RecordTable<MIB_IPADDRTABLE, MIB_IPADDRROW> addresses;
+  InformationList information;
+};
+
+Memory& memory() {
+  std::unique_ptr<LibraryMemory>& kept = current_host().ip_helper_memory();
+  if (kept == nullptr) kept = std::make_unique<Memory>();
+  return static_cast<Memory&>(*kept);
+}
+
+DWORD renew_information(InformationList& list) {
+  HostTable<HostAdapter> adapters;
+  HostTable<HostAddress> addresses;
+  DWORD code = current_host().read_adapters(adapters);
+  if (code == NO_ERROR) code = current_host().read_addresses(addresses);
+  if (code == NO_ERROR) list.renew(adapters, addresses);
+  return code;
 }
 
 }  // namespace
@@ -153,58 +220,43 @@ const HostAdapter* find_adapter(DWORD interface_index, DWORD& code) {
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_IF_TABLE)) return *code;
-    static SizeProtocol protocol;
-    std::span<const HostAdapter> adapters;
-    const DWORD code = current_host().read_adapters(protocol.reading(table), adapters);
-    if (code != NO_ERROR) return code;
-    if (!protocol.has_room(table, size, table_size<MIB_IFTABLE>(adapters.size()))) {
-      return ERROR_INSUFFICIENT_BUFFER;
+    auto& interfaces = memory().interfaces;
+    if (!interfaces.protocol.keeps_table(table)) {
+      HostTable<HostAdapter> adapters;
+      if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
+      interfaces.renew(adapters, [](const HostAdapter& adapter) { return adapter.row; });
     }
-    MIB_IFROW* const rows = table->table;
-    std::transform(adapters.begin(), adapters.end(), rows,
-                   [](const HostAdapter& adapter) { return adapter.row; });
-    table->dwNumEntries = static_cast<DWORD>(adapters.size());
-    if (order != FALSE) {
-      std::sort(rows, rows + adapters.size(),
+    const DWORD code = interfaces.give(table, size);
+    if (code == NO_ERROR && order != FALSE) {
+      std::sort(table->table, table->table + table->dwNumEntries,
                 [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
     }
-    return NO_ERROR;
+    return code;
   });
 }
 
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_IP_ADDR_TABLE)) return *code;
-    static SizeProtocol protocol;
-    std::span<const HostAddress> addresses;
-    const DWORD code = current_host().read_addresses(protocol.reading(table), addresses);
-    if (code != NO_ERROR) return code;
-    if (!protocol.has_room(table, size, table_size<MIB_IPADDRTABLE>(addresses.size()))) {
-      return ERROR_INSUFFICIENT_BUFFER;
+    auto& addresses = memory().addresses;
+    if (!addresses.protocol.keeps_table(table)) {
+      HostTable<HostAddress> rows;
+      if (const DWORD code = current_host().read_addresses(rows); code != NO_ERROR) return code;
+      // The host's order is the sorted one, and as good as any when no order is asked for.
+      addresses.renew(rows, address_row);
     }
-    // The host's order is the sorted one, and as good as any when no order is asked for.
-    std::transform(addresses.begin(), addresses.end(), table->table, address_row);
-    table->dwNumEntries = static_cast<DWORD>(addresses.size());
-    return NO_ERROR;
+    return addresses.give(table, size);
   });
 }
 
 DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_ADAPTERS_INFO)) return *code;
-    static SizeProtocol protocol;
-    const Reading reading = protocol.reading(list);
-    std::span<const HostAdapter> adapters;
-    std::span<const HostAddress> addresses;
-    DWORD code = current_host().read_adapters(reading, adapters);
-    if (code == NO_ERROR) code = current_host().read_addresses(reading, addresses);
-    if (code != NO_ERROR) return code;
-    if (adapters.empty()) return ERROR_NO_DATA;
-    if (!protocol.has_room(list, size, InformationList::size(adapters, addresses))) {
-      return ERROR_BUFFER_OVERFLOW;
+    InformationList& information = memory().information;
+    if (!information.protocol.keeps_table(list)) {
+      if (const DWORD code = renew_information(information); code != NO_ERROR) return code;
     }
-    InformationList(list, adapters.size()).fill(adapters, addresses);
-    return NO_ERROR;
+    return information.give(list, size);
   });
 }
 
@@ -238,9 +290,13 @@ DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
 DWORD WINAPI GetIfEntry(PMIB_IFROW row) {
   return answering_code([=]() -> DWORD {
     if (const auto code = scripted_failure(Call::GET_IF_ENTRY)) return *code;
-    DWORD code = NO_ERROR;
-    const HostAdapter* adapter = find_adapter(row->dwIndex, code);
-    if (adapter != nullptr) *row = adapter->row;
-    return code;
+    HostTable<HostAdapter> adapters;
+    if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
+    const auto found =
+        std::find_if(adapters.rows.begin(), adapters.rows.end(),
+                     [=](const HostAdapter& it) { return it.row.dwIndex == row->dwIndex; });
+    if (found == adapters.rows.end()) return ERROR_INVALID_DATA;
+    *row = found->row;
+    return NO_ERROR;
   });
 }
