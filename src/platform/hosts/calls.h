@@ -25,7 +25,9 @@ enum class Call : std::uint8_t {
   FREE_LIBRARY,
   GET_ADAPTERS_INFO,
   GET_ADDR_INFO,
+  GET_CONSOLE_TITLE,
   GET_CURRENT_DIRECTORY,
+  GET_FULL_PATH_NAME,
   GET_IF_ENTRY,
   GET_IF_TABLE,
   GET_IP_ADDR_TABLE,
@@ -46,6 +48,7 @@ enum class Call : std::uint8_t {
   REG_QUERY_VALUE_EX,
   REG_SET_VALUE_EX,
   RPC_STRING_FREE,
+  SET_CONSOLE_TITLE,
   SET_HANDLE_INFORMATION,
   SET_IF_ENTRY,
   SLEEP,
@@ -58,9 +61,8 @@ enum class Call : std::uint8_t {
 [[nodiscard]] std::string_view call_name(Call call);
 [[nodiscard]] std::optional<Call> find_call(std::string_view name);
 
-/// The run-time library that a function is found in, in lower case; empty for the functions that
-/// every program is linked with.
-[[nodiscard]] std::string_view library_of(Call call);
+/// Whether a function is found at run time in a library, which is named in lower case.
+[[nodiscard]] bool is_in_library(Call call, std::string_view library);
 
 /// Runs the body of a call that answers a code; memory that runs out becomes its code.
 template <typename Body>

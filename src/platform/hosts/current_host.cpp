@@ -3,9 +3,10 @@
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
 #include <new>
+#include <string_view>
 
+#include "platform/hosts/console.h"
 #include "platform/hosts/errno_keeper.h"
 #include "platform/hosts/host.h"
 #include "platform/hosts/host_description.h"
@@ -27,13 +28,12 @@ std::unique_ptr<Host>& installed() {
 
 std::unique_ptr<Host> chosen_host() {
   const ErrnoKeeper keeper;
-  const char* choice = std::getenv("ZARVO_HOST");
+  const char* setting = std::getenv("ZARVO_HOST");
+  const std::string_view choice = setting != nullptr ? setting : "";
   try {
-    if (choice != nullptr && std::strcmp(choice, "linux") == 0) {
-      return std::make_unique<LinuxHost>();
-    }
-    return std::make_unique<SimulatedHost>(choice == nullptr ? default_description()
-                                                             : read_description(choice));
+    if (choice == "linux") return std::make_unique<LinuxHost>();
+    return std::make_unique<SimulatedHost>(choice.empty() ? default_description()
+                                                          : read_description(setting));
   } catch (const DescriptionError& error) {
     end_without_host(error.what());
   } catch (const std::bad_alloc&) {
@@ -45,7 +45,10 @@ std::unique_ptr<Host> chosen_host() {
 
 Host& current_host() {
   std::unique_ptr<Host>& host = installed();
-  if (host == nullptr) host = chosen_host();
+  if (host == nullptr) {
+    host = chosen_host();
+    open_console();
+  }
   return *host;
 }
 

@@ -4,15 +4,18 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <charconv>
 #include <cstdio>
 #include <cstring>
 #include <initializer_list>
 #include <limits>
+#include <map>
 #include <memory>
 #include <set>
 #include <string_view>
 #include <unordered_set>
 
+#include "platform/hosts/ipv4.h"
 #include "platform/hosts/registry.h"
 
 #define TOML_EXCEPTIONS 0
@@ -35,6 +38,8 @@ namespace {
 
 constexpr std::size_t MAX_HARDWARE_ADDRESS = 8;
 constexpr DWORD MAX_BLANK_SLOTS = 10010;
+constexpr std::uint64_t MAX_ADDRESSES = 1'000'000;
+constexpr std::string_view ROOT_KEY = "HKEY_LOCAL_MACHINE\\";
 
 /// A message of one line: what a file holds of control characters is shown as "?".
 std::string joined(std::initializer_list<std::string_view> pieces) {
@@ -44,6 +49,12 @@ std::string joined(std::initializer_list<std::string_view> pieces) {
   std::replace_if(text.begin(), text.end(), is_control, '?');
   return text;
 }
+
+/// The numbers that a key takes, both ends included.
+struct Range {
+  DWORD first = 0;
+  DWORD last = std::numeric_limits<DWORD>::max();
+};
 
 /// Reads one document; every refusal names the line of the node that is wrong.
 class Reader {
@@ -111,13 +122,14 @@ class Reader {
     return node.as_string()->get();
   }
 
-  std::int64_t number_of(const toml::node& node, std::string_view key, std::int64_t max) const {
+  DWORD number_of(const toml::node& node, std::string_view key, Range range) const {
     if (!node.is_integer()) refuse(node, joined({"'", key, "' must be an integer"}));
     const std::int64_t number = node.as_integer()->get();
-    if (number < 0 || number > max) {
-      refuse(node, joined({"'", key, "' must be from 0 to ", std::to_string(max)}));
+    if (number < range.first || number > range.last) {
+      refuse(node, joined({"'", key, "' must be from ", std::to_string(range.first), " to ",
+                           std::to_string(range.last)}));
     }
-    return number;
+    return static_cast<DWORD>(number);
   }
 
   bool read_text(const toml::table& table, std::string_view key, std::string& text) const {
@@ -128,10 +140,10 @@ class Reader {
   }
 
   bool read_number(const toml::table& table, std::string_view key, DWORD& number,
-                   DWORD max = std::numeric_limits<DWORD>::max()) const {
+                   Range range = {}) const {
     const toml::node* node = table.get(key);
     if (node == nullptr) return false;
-    number = static_cast<DWORD>(number_of(*node, key, max));
+    number = number_of(*node, key, range);
     return true;
   }
 
@@ -166,7 +178,7 @@ class Reader {
   }
 
   void read_libraries(const toml::table& libraries, HostDescription& host) const {
-    check_keys(libraries, {"iphlpapi", "dhcpcsvc", "kernel32", "ws2_32"});
+    check_keys(libraries, {"iphlpapi", "dhcpcsvc", "kernel32", "ws2_32", "wship6"});
     for (const auto& [key, node] : libraries) {
       HostDescription::Library library;
       library.name = key.str();
@@ -176,7 +188,7 @@ class Reader {
         library.functions.emplace();
         read_texts(libraries, key, [&](const toml::node& element, const std::string& function) {
           const auto call = find_call(function);
-          if (!call || library_of(*call) != library.name) {
+          if (!call || !is_in_library(*call, library.name)) {
             refuse(element, joined({"unknown function '", function, "'"}));
           }
           library.functions->push_back(function);
@@ -188,22 +200,73 @@ class Reader {
     }
   }
 
-  DWORD value_of(const toml::node& node, const std::string& text) const {
+  static std::optional<DWORD> value_in(std::string_view text) {
     in_addr address = {};
-    if (inet_pton(AF_INET, text.c_str(), &address) != 1 || text.find('\0') != std::string::npos) {
-      refuse(node, joined({"'", text, "' is not an IPv4 address"}));
-    }
-    return address.s_addr;
+    const std::string copy(text);
+    if (text.find('\0') != std::string_view::npos) return std::nullopt;
+    return inet_pton(AF_INET, copy.c_str(), &address) == 1 ? std::optional(address.s_addr)
+                                                           : std::nullopt;
   }
 
-  AddressDescription address_of(const toml::node& node, const std::string& text) const {
+  DWORD value_of(const toml::node& node, std::string_view text) const {
+    const auto value = value_in(text);
+    if (!value) refuse(node, joined({"'", text, "' is not an IPv4 address"}));
+    return *value;
+  }
+
+  /// A mask is an address or the length of a prefix.
+  DWORD mask_of(const toml::node& node, std::string_view text) const {
+    if (const auto value = value_in(text)) return *value;
+    unsigned length = 0;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
+    if (error != std::errc() || end != text.data() + text.size() || length > 32) {
+      refuse(node, joined({"'", text, "' is not a mask, such as 255.255.0.0 or 16"}));
+    }
+    return prefix_mask(length);
+  }
+
+  /// Adds an address or a range of them, each with the mask.
+  void read_addresses(const toml::node& node, std::string_view text, AdapterDescription& adapter) {
     const std::size_t slash = text.find('/');
-    if (slash == std::string::npos) refuse(node, joined({"'", text, "' must be ADDRESS/MASK"}));
-    return {value_of(node, text.substr(0, slash)), value_of(node, text.substr(slash + 1))};
+    if (slash == std::string_view::npos) {
+      refuse(node, joined({"'", text,
+                           "' must be ADDRESS/MASK or FIRST-LAST/MASK, such as "
+                           "10.0.0.1/255.255.0.0 or 10.0.0.1-10.0.0.9/16"}));
+    }
+    const DWORD mask = mask_of(node, text.substr(slash + 1));
+    const std::string_view addresses = text.substr(0, slash);
+    const std::size_t dash = addresses.find('-');
+    const std::uint32_t first = ntohl(value_of(node, addresses.substr(0, dash)));
+    const std::uint32_t last =
+        dash == std::string_view::npos ? first : ntohl(value_of(node, addresses.substr(dash + 1)));
+    if (last < first) refuse(node, joined({"'", text, "' ends before it begins"}));
+    address_count_ += std::uint64_t{last} - first + 1;
+    if (address_count_ > MAX_ADDRESSES) {
+      refuse(node, joined({"more than ", std::to_string(MAX_ADDRESSES), " addresses"}));
+    }
+    hold(node, first, last, adapter);
+    for (std::uint64_t address = first; address <= last; ++address) {
+      adapter.addresses.push_back({htonl(static_cast<std::uint32_t>(address)), mask});
+    }
+  }
+
+  /// Notes that an adapter has the addresses; no other may have them. 0.0.0.0 is none.
+  void hold(const toml::node& node, std::uint32_t first, std::uint32_t last,
+            const AdapterDescription& adapter) {
+    if (last == 0) return;
+    const auto after = held_.upper_bound(last);
+    if (after != held_.begin()) {
+      const auto& [other_first, other] = *std::prev(after);
+      if (other.last >= first) {
+        const std::string text = dotted(htonl(std::max(first, other_first)));
+        const char* whose = other.adapter == adapter.name ? "this" : "another";
+        refuse(node, joined({"'", text, "' is an address of ", whose, " adapter already"}));
+      }
+    }
+    held_.emplace(first, Held{last, adapter.name});
   }
 
   std::vector<BYTE> hardware_address_of(const toml::node& node, const std::string& text) const {
-    const std::string wrong = joined({"'", text, "' is not a hardware address of 0 to 8 bytes"});
     std::vector<BYTE> bytes;
     for (std::size_t at = 0; at < text.size(); at += 3) {
       constexpr std::string_view DIGITS = "0123456789abcdef";
@@ -214,9 +277,12 @@ class Reader {
       const std::size_t high = digit(at);
       const std::size_t low = digit(at + 1);
       const bool ends = at + 2 == text.size();
-      const bool goes_on = at + 3 < text.size() && text[at + 2] == '-';
+      const bool goes_on =
+          at + 3 < text.size() && text[at + 2] == text[2] && (text[2] == '-' || text[2] == ':');
       if (high > 15 || low > 15 || (!ends && !goes_on) || bytes.size() == MAX_HARDWARE_ADDRESS) {
-        refuse(node, wrong);
+        refuse(node, joined({"'", text,
+                             "' is not a hardware address of 0 to 8 bytes, such as "
+                             "00-0C-29-3A-5B-7C"}));
       }
       bytes.push_back(static_cast<BYTE>(high << 4 | low));
     }
@@ -228,11 +294,13 @@ class Reader {
                        "addresses", "gateways", "blank_slots", "bound"});
     AdapterDescription adapter;
     if (!read_text(table, "name", adapter.name)) refuse(table, "the adapter has no 'name'");
+    if (adapter.name.empty()) refuse(*table.get("name"), "the adapter's 'name' is empty");
     if (!names_.insert(adapter.name).second) {
       refuse(*table.get("name"),
              joined({"'", adapter.name, "' is the name of another adapter too"}));
     }
-    if (!read_number(table, "index", adapter.index)) refuse(table, "the adapter has no 'index'");
+    if (!read_number(table, "index", adapter.index, {.first = 1}))
+      refuse(table, "the adapter has no 'index'");
     if (!indices_.insert(adapter.index).second) {
       refuse(*table.get("index"),
              joined({std::to_string(adapter.index), " is the index of another adapter too"}));
@@ -243,19 +311,14 @@ class Reader {
     if (std::string text; read_text(table, "hardware_address", text)) {
       adapter.hardware_address = hardware_address_of(*table.get("hardware_address"), text);
     }
-    std::set<DWORD> held;
     read_texts(table, "addresses", [&](const toml::node& node, const std::string& text) {
-      adapter.addresses.push_back(address_of(node, text));
-      const DWORD address = adapter.addresses.back().address;
-      if (address != 0 && !held.insert(address).second) {
-        refuse(node, joined({"the adapter has the address of '", text, "' twice"}));
-      }
+      read_addresses(node, text, adapter);
     });
     read_texts(table, "gateways", [&](const toml::node& node, const std::string& text) {
       static_cast<void>(value_of(node, text));
       adapter.gateways.push_back(text);
     });
-    read_number(table, "blank_slots", adapter.blank_slots, MAX_BLANK_SLOTS);
+    read_number(table, "blank_slots", adapter.blank_slots, {.last = MAX_BLANK_SLOTS});
     read_bool(table, "bound", adapter.bound);
     return adapter;
   }
@@ -270,8 +333,7 @@ class Reader {
       return list_value(strings);
     }
     if (node.is_integer()) {
-      const auto number = static_cast<DWORD>(
-          number_of(node, "a registry number", std::numeric_limits<DWORD>::max()));
+      const DWORD number = number_of(node, "a registry number", {});
       return RegistryValue{REG_DWORD,
                            std::string(reinterpret_cast<const char*>(&number), sizeof number)};
     }
@@ -282,6 +344,9 @@ class Reader {
   void read_registry(const toml::table& registry, HostDescription& host) const {
     for (const auto& [path, node] : registry) {
       if (!node.is_table()) refuse(node, "a registry key must be a table of values");
+      if (EqualIgnoringCase{}(path.str().substr(0, ROOT_KEY.size()), ROOT_KEY)) {
+        refuse(node, joined({"a registry path stands without '", ROOT_KEY, "'"}));
+      }
       host.registry_keys.emplace_back(path.str());
       for (const auto& [name, value] : *node.as_table()) {
         host.registry.push_back(
@@ -311,6 +376,12 @@ class Reader {
   const std::string& file_;
   std::unordered_set<std::string, HashIgnoringCase, EqualIgnoringCase> names_;
   std::set<DWORD> indices_;
+  struct Held {
+    std::uint32_t last;
+    std::string adapter;
+  };
+  std::map<std::uint32_t, Held> held_;  ///< by their first address, in host byte order
+  std::uint64_t address_count_ = 0;
 };
 
 std::string file_text(const std::string& file) {

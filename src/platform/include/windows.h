@@ -56,6 +56,7 @@ typedef INT_PTR(WINAPI* FARPROC)();
 #define ERROR_INVALID_HANDLE 6
 #define ERROR_NOT_ENOUGH_MEMORY 8
 #define ERROR_INVALID_DATA 13
+#define ERROR_OUTOFMEMORY 14
 #define ERROR_NO_MORE_FILES 18
 #define ERROR_NOT_SUPPORTED 50
 #define ERROR_DEV_NOT_EXIST 55
@@ -91,6 +92,8 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID source, DWORD message_id, DWORD
 #define MAX_PATH 260
 
 UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size);
+DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size);
+BOOL WINAPI SetConsoleTitleA(LPCSTR title);
 DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer);
 BOOL WINAPI GetUserNameA(LPSTR buffer, LPDWORD size);
 
@@ -186,6 +189,7 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size, 
 BOOL WINAPI CloseHandle(HANDLE handle);
 
 // Files. A path that begins with a drive letter means the path of this machine without it.
+DWORD WINAPI GetFullPathNameA(LPCSTR path, DWORD size, LPSTR full_path, LPSTR* file_part);
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size);
 
 #define INVALID_HANDLE_VALUE (reinterpret_cast<HANDLE>(static_cast<INT_PTR>(-1)))

@@ -1,6 +1,5 @@
 // Stands in for the DHCP client library.
 
-#include <algorithm>
 #include <string>
 
 #include "platform/hosts/calls.h"

@@ -22,7 +22,7 @@ struct Library {
   const char* name;
 };
 
-Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}};
+Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}, {"wship6"}};
 
 /// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {

@@ -74,6 +74,14 @@ DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
   return give_text(path.get(), buffer, size);
 }
 
+/// For functions that know no drives: a path that is not full stands for itself.
+DWORD WINAPI GetFullPathNameA(LPCSTR path, DWORD size, LPSTR full_path, LPSTR* /*file_part*/) {
+  return leaving_code(DWORD{0}, [=] {
+    if (const auto code = scripted_failure(Call::GET_FULL_PATH_NAME)) return fail(*code);
+    return give_text(machine_path(path), full_path, size);
+  });
+}
+
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
   return leaving_code(DWORD{0}, [=] {
     if (const auto code = scripted_failure(Call::GET_LONG_PATH_NAME)) return fail(*code);

@@ -2,11 +2,12 @@
 
 #include <iphlpapi.h>
 
+#include "platform/hosts/calls.h"
+
 namespace {
 
 struct LibraryFunction {
-  std::string_view library;
-  std::string_view name;
+  Call call;
   FARPROC function;
 };
 
@@ -19,21 +20,21 @@ FARPROC generic(Function* function) {
 
 FARPROC library_function(std::string_view library, std::string_view function) {
   static const LibraryFunction FUNCTIONS[] = {
-      {"iphlpapi", "GetIfTable", generic(GetIfTable)},
-      {"iphlpapi", "GetAdaptersInfo", generic(GetAdaptersInfo)},
-      {"iphlpapi", "GetIpAddrTable", generic(GetIpAddrTable)},
-      {"iphlpapi", "AddIPAddress", generic(AddIPAddress)},
-      {"iphlpapi", "DeleteIPAddress", generic(DeleteIPAddress)},
-      {"iphlpapi", "SetIfEntry", generic(SetIfEntry)},
-      {"iphlpapi", "GetIfEntry", generic(GetIfEntry)},
-      {"kernel32", "GetLongPathNameA", generic(GetLongPathNameA)},
-      {"ws2_32", "getaddrinfo", generic(platform_getaddrinfo)},
-      {"ws2_32", "freeaddrinfo", generic(platform_freeaddrinfo)},
-      {"ws2_32", "getnameinfo", generic(platform_getnameinfo)},
-      {"dhcpcsvc", "DhcpNotifyConfigChange", generic(DhcpNotifyConfigChange)},
+      {Call::GET_IF_TABLE, generic(GetIfTable)},
+      {Call::GET_ADAPTERS_INFO, generic(GetAdaptersInfo)},
+      {Call::GET_IP_ADDR_TABLE, generic(GetIpAddrTable)},
+      {Call::ADD_IP_ADDRESS, generic(AddIPAddress)},
+      {Call::DELETE_IP_ADDRESS, generic(DeleteIPAddress)},
+      {Call::SET_IF_ENTRY, generic(SetIfEntry)},
+      {Call::GET_IF_ENTRY, generic(GetIfEntry)},
+      {Call::GET_LONG_PATH_NAME, generic(GetLongPathNameA)},
+      {Call::GET_ADDR_INFO, generic(platform_getaddrinfo)},
+      {Call::FREE_ADDR_INFO, generic(platform_freeaddrinfo)},
+      {Call::GET_NAME_INFO, generic(platform_getnameinfo)},
+      {Call::DHCP_NOTIFY_CONFIG_CHANGE, generic(DhcpNotifyConfigChange)},
   };
-  for (const LibraryFunction& row : FUNCTIONS) {
-    if (row.library == library && row.name == function) return row.function;
+  for (const auto& [call, pointer] : FUNCTIONS) {
+    if (call_name(call) == function && is_in_library(call, library)) return pointer;
   }
   return nullptr;
 }
