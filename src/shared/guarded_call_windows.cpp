@@ -2,70 +2,101 @@
 
 #include "shared/include/guarded_call.h"
 
-namespace {
-
-/// A jump buffer of the compiler: a jump through it restores the frame and unwinds nothing, since
-/// the frames of the faulting library cannot be trusted.
-using JumpBuffer = void* [5];
-
-/// String instructions go backwards under it; compiled code wants it clear.
-constexpr DWORD DIRECTION_FLAG = 0x400;
-
-JumpBuffer* landing = nullptr;
-DWORD guarded_thread = 0;
-
-// On 32-bit systems the thread's chain of handlers, at the start of its block, runs through the
-// stack that a fault leaves behind; on 64-bit ones there is no such chain.
+// A frame with an exception handler of its own, which is asked about every exception of the call
+// before whoever would continue it or end the program. The compiler has no words for such a frame.
+//
+// guarded_frame(function, argument): 1 when the call returned, 0 when an exception left it. The
+// frames between are unwound, so that the caller's registers are as they were.
 #if defined(__x86_64__)
-void* handler_chain() { return nullptr; }
-void set_handler_chain(void* /*handlers*/) {}
+
+// The platform's C handler, with a scope table of one row: for exceptions from the call, 1 (leave
+// the call) stands in for a filter, and control goes to the row's last address.
+asm(R"(
+        .text
+        .globl  guarded_frame
+        .def    guarded_frame; .scl 2; .type 32; .endef
+        .seh_proc guarded_frame
+guarded_frame:
+        subq    $40, %rsp
+        .seh_stackalloc 40
+        .seh_endprologue
+        movq    %rcx, %rax
+        movq    %rdx, %rcx
+.Lcall:
+        call    *%rax
+        nop
+.Lcall_end:
+        movl    $1, %eax
+        addq    $40, %rsp
+        ret
+.Lfault:
+        cld
+        xorl    %eax, %eax
+        addq    $40, %rsp
+        ret
+        .seh_handler __C_specific_handler, @except
+        .seh_handlerdata
+        .long   1
+        .rva    .Lcall, .Lcall_end
+        .long   1
+        .rva    .Lfault
+        .text
+        .seh_endproc
+)");
+
 #else
-void* handler_chain() {
-  void* handlers = nullptr;
-  asm volatile("movl %%fs:0, %0" : "=r"(handlers));
-  return handlers;
-}
-void set_handler_chain(void* handlers) { asm volatile("movl %0, %%fs:0" : : "r"(handlers)); }
+
+// A record on the thread's chain of handlers, which begins at fs:0. The handler unwinds what lies
+// above the record and goes on behind the call. An unwinding that goes past the record passes by.
+asm(R"(
+        .text
+        .globl  _guarded_frame
+_guarded_frame:
+        pushl   %ebp
+        movl    %esp, %ebp
+        pushl   %ebx
+        pushl   %esi
+        pushl   %edi
+        pushl   $Lhandler
+        pushl   %fs:0
+        movl    %esp, %fs:0
+        pushl   12(%ebp)
+        call    *8(%ebp)
+        movl    $1, %eax
+Lleave:
+        leal    -20(%ebp), %esp
+        popl    %fs:0
+        addl    $4, %esp
+        popl    %edi
+        popl    %esi
+        popl    %ebx
+        popl    %ebp
+        ret
+Lhandler:
+        movl    4(%esp), %eax
+        testl   $6, 4(%eax)
+        jnz     Lunwinding
+        movl    8(%esp), %ecx
+        pushl   $0
+        pushl   %eax
+        pushl   $Lunwound
+        pushl   %ecx
+        call    _RtlUnwind@16
+Lunwound:
+        movl    8(%esp), %ebp
+        addl    $20, %ebp
+        cld
+        xorl    %eax, %eax
+        jmp     Lleave
+Lunwinding:
+        movl    $1, %eax
+        ret
+)");
+
 #endif
 
-[[noreturn]] void leave_call() { __builtin_longjmp(*landing, 1); }
-
-/// The last to be asked about an exception, after every handler of the library's own. Sends the
-/// thread to leave_call instead of jumping out of the dispatcher, whose frames must not be skipped.
-LONG WINAPI divert_fault(EXCEPTION_POINTERS* fault) {
-  if (landing == nullptr || GetCurrentThreadId() != guarded_thread) {
-    return EXCEPTION_CONTINUE_SEARCH;
-  }
-  CONTEXT& context = *fault->ContextRecord;
-  context.EFlags &= ~static_cast<DWORD>(DIRECTION_FLAG);
-  const auto target = reinterpret_cast<ULONG_PTR>(&leave_call);
-#if defined(__x86_64__)
-  // As after a call: the stack 16-byte aligned before the return address was pushed.
-  context.Rsp = (context.Rsp & ~static_cast<ULONG_PTR>(15)) - 40;
-  context.Rip = target;
-#else
-  context.Esp = (context.Esp & ~static_cast<DWORD>(15)) - 20;
-  context.Eip = static_cast<DWORD>(target);
-#endif
-  return EXCEPTION_CONTINUE_EXECUTION;
-}
-
-}  // namespace
+extern "C" int guarded_frame(void (*function)(void* argument), void* argument);
 
 bool guarded_call(void (*function)(void* argument), void* argument) {
-  JumpBuffer buffer;
-  JumpBuffer* const outer_landing = landing;
-  const LPTOP_LEVEL_EXCEPTION_FILTER outer_filter = SetUnhandledExceptionFilter(divert_fault);
-  void* const outer_handlers = handler_chain();
-  volatile bool returned = false;
-  if (__builtin_setjmp(buffer) == 0) {
-    landing = &buffer;
-    guarded_thread = GetCurrentThreadId();
-    function(argument);
-    returned = true;
-  }
-  set_handler_chain(outer_handlers);
-  landing = outer_landing;
-  SetUnhandledExceptionFilter(outer_filter);
-  return returned;
+  return guarded_frame(function, argument) != 0;
 }
