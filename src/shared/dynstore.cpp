@@ -34,6 +34,16 @@ std::int32_t text_length(const char* text) {
   return static_cast<std::int32_t>(length);
 }
 
+/// A formatted text, cut to fit.
+struct Formatted {
+  char text[DYNSTORE_FORMAT_SIZE];
+
+  [[gnu::format(printf, 2, 0)]] Formatted(const char* format, std::va_list arguments) {
+    text[0] = '\0';
+    static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
+  }
+};
+
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
@@ -171,22 +181,18 @@ int DynStore::trim_trailing_blanks() {
 // ---- Formatting -------------------------------------------------------------------------------
 
 int DynStore::set_format(const char* format, ...) {
-  char text[DYNSTORE_FORMAT_SIZE];
-  text[0] = '\0';
   std::va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
+  const Formatted formatted(format, arguments);
   va_end(arguments);
   clear();
-  return append_str(text);
+  return append_str(formatted.text);
 }
 
 int DynStore::append_format(const char* format, ...) {
-  char text[DYNSTORE_FORMAT_SIZE];
-  text[0] = '\0';
   std::va_list arguments;
   va_start(arguments, format);
-  std::vsnprintf(text, sizeof text, format, arguments);
+  const Formatted formatted(format, arguments);
   va_end(arguments);
-  return append_str(text);
+  return append_str(formatted.text);
 }

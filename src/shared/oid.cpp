@@ -72,14 +72,12 @@ Oid& Oid::operator=(const Oid& other) {
 /// Makes room for `n` more sub-identifiers.
 void Oid::make_room(std::int32_t n) {
   if (n <= capacity_ - count_) return;
+  if (std::int64_t{count_} + n > MAX_IDS) assertion_report(here(), "out of memory");
+  // Growth stops at what the counts can express, which is room enough.
   const std::int64_t grown = std::int64_t{capacity_} + std::max(n, GROWTH_STEP);
-  // Growth stops at what the counts can express, as long as that is room enough.
-  const std::int64_t capacity =
-      std::int64_t{count_} + n <= MAX_IDS ? std::min<std::int64_t>(grown, MAX_IDS) : 0;
-  void* const block = capacity == 0
-                          ? nullptr
-                          : std::realloc(ids_ != inline_ids_ ? ids_ : nullptr,
-                                         static_cast<std::size_t>(capacity) * sizeof *ids_);
+  const std::int64_t capacity = std::min<std::int64_t>(grown, MAX_IDS);
+  void* const block = std::realloc(ids_ != inline_ids_ ? ids_ : nullptr,
+                                   static_cast<std::size_t>(capacity) * sizeof *ids_);
   if (block == nullptr) assertion_report(here(), "out of memory");
   auto* const ids = static_cast<std::uint32_t*>(block);
   if (ids_ == inline_ids_) std::copy_n(inline_ids_, INLINE_IDS, ids);

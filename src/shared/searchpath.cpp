@@ -7,7 +7,9 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <utility>
 
+#include "shared/include/utils.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
 
@@ -30,56 +32,67 @@ struct SharedTexts {
 std::int32_t instance_count = 0;
 SharedTexts* shared = nullptr;
 
-[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, "malloc failed"); }
+constexpr char NO_MEMORY[] = "malloc failed";
 
-bool ends_in_slash(const DynStore& text) {
-  return text.length() > 0 && text.str()[text.length() - 1] == '/';
-}
+TextBlock copy_directory(const char* text) { return copy_or_stop(text, here(), NO_MEMORY); }
 
-void end_in_slash(DynStore& text) {
-  if (!ends_in_slash(text)) text.append_char('/');
-}
+/// A directory's text in the making, in a block with room for all of it.
+class DirectoryText {
+ public:
+  /// `size`: the length of what will be appended, slashes that are added aside.
+  explicit DirectoryText(std::size_t size)
+      : text_(static_cast<char*>(std::malloc(size + ADDED_SLASHES + 1))) {
+    if (text_ == nullptr) assertion_report(here(), NO_MEMORY);
+    text_[0] = '\0';
+  }
 
-TextBlock copy_directory(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  TextBlock copy(static_cast<char*>(std::malloc(size)));
-  if (copy == nullptr) stop_without_memory(here());
-  std::memcpy(copy.get(), text, size);
-  return copy;
-}
+  void append(const char* text) {
+    const std::size_t length = std::strlen(text);
+    std::memcpy(&text_[length_], text, length + 1);
+    length_ += length;
+  }
 
-/// A directory's text in small letters with slashes.
-TextBlock normalised_copy(const DynStore& text) {
-  TextBlock copy = copy_directory(text.str());
-  normalize_path(copy.get());
-  return copy;
-}
+  void turn_slashes() { to_slashes(text_.get()); }
+
+  /// A backslash is no slash here.
+  void end_in_slash() {
+    if (length_ == 0 || text_[length_ - 1] != '/') append("/");
+  }
+
+  /// The text in small letters with slashes.
+  [[nodiscard]] TextBlock take() {
+    normalize_path(text_.get());
+    return std::move(text_);
+  }
+
+ private:
+  static constexpr std::size_t ADDED_SLASHES = 3;
+  TextBlock text_;
+  std::size_t length_ = 0;
+};
 
 /// A directory as someone gave it, in its normal form, ending in a slash.
 TextBlock given_directory(const char* directory) {
-  DynStore text;
-  const TextBlock copy = copy_directory(directory);
-  to_slashes(copy.get());
-  text.append_str(copy.get());
-  end_in_slash(text);
-  return normalised_copy(text);
+  DirectoryText text(std::strlen(directory));
+  text.append(directory);
+  text.turn_slashes();
+  text.end_in_slash();
+  return text.take();
 }
 
 /// The directory "zarvo" in the user's home. A home that is the root of its drive gets the user's
 /// name; a leading backslash of the home gets a slash in front all the same.
 TextBlock home_directory(const char* drive, const char* home, const char* user) {
-  DynStore text;
-  text.append_str(drive);
-  if (std::strcmp(home, "\\") == 0) {
-    end_in_slash(text);
-    text.append_str(user);
-  } else {
-    if (*home != '/') end_in_slash(text);
-    text.append_str(home);
-  }
-  end_in_slash(text);
-  text.append_str("zarvo/");
-  return normalised_copy(text);
+  const bool is_root = std::strcmp(home, "\\") == 0;
+  const char* const folder = is_root ? user : home;
+  constexpr char OWN_FOLDER[] = "zarvo/";
+  DirectoryText text(std::strlen(drive) + std::strlen(folder) + std::strlen(OWN_FOLDER));
+  text.append(drive);
+  if (is_root || *home != '/') text.end_in_slash();
+  text.append(folder);
+  text.end_in_slash();
+  text.append(OWN_FOLDER);
+  return text.take();
 }
 
 TextBlock choose_private_directory(const char* directory) {
@@ -105,7 +118,7 @@ TextBlock platform_user_name() {
 SearchPath::SearchPath(const char* directory) {
   if (instance_count++ == 0) {
     shared = new (std::nothrow) SharedTexts;
-    if (shared == nullptr) stop_without_memory(here());
+    if (shared == nullptr) assertion_report(here(), NO_MEMORY);
     shared->user_name = platform_user_name();
   }
   private_directory_ = choose_private_directory(directory);
@@ -119,24 +132,23 @@ SearchPath::~SearchPath() {
 
 const char* search_path_user() { return shared != nullptr ? shared->user_name.get() : ""; }
 
+bool search_path_stands() { return shared != nullptr; }
+
 int dll_init_searchpath() {
-  if (shared == nullptr) return 0;  // called before the program's static state was made
+  if (!search_path_stands()) return 0;  // called before the program's static state was made
   shared->product_directory.reset();
   if (const char* given = std::getenv("ZARVO_DIR")) {
     shared->product_directory = *given != '\0' ? given_directory(given) : copy_directory("./");
   }
-  char current[PATH_BUFFER_SIZE] = "";
+  shared->installation_directory.reset();
+  char current[PATH_BUFFER_SIZE];
   const DWORD length = GetCurrentDirectoryA(sizeof current, current);
-  if (length >= sizeof current) current[0] = '\0';
-  DynStore text;
-  text.append_str(current);
-  text.append_str("\\zarvod.exe");
-  const TextBlock program = normalised_copy(text);
-  std::strrchr(program.get(), '/')[1] = '\0';
-  text.clear();
-  text.append_str(program.get());
-  text.append_str("../");
-  shared->installation_directory = copy_directory(text.str());
+  if (length == 0 || length >= sizeof current) return 0;
+  constexpr char PARENT[] = "/../";
+  DirectoryText text(length + std::strlen(PARENT));
+  text.append(current);
+  text.append(PARENT);
+  shared->installation_directory = text.take();
   return 0;
 }
 
@@ -144,22 +156,32 @@ int dll_init_searchpath() {
 
 namespace {
 
+/// What came of an attempt to follow a shortcut.
+enum class Following { FOLLOWED, LEADS_NOWHERE, NO_MEMORY };
+
+bool exists(const char* path) {
+  const KeptErrno kept;
+  struct stat status;
+  return stat(FullPath(path).text(), &status) == 0;
+}
+
 /// A whole shortcut file in memory; every number is read inside it or not at all.
 class ShortcutFile {
  public:
-  /// False when the file cannot be opened or read, or is longer than any shortcut.
-  bool read(const char* path) {
+  /// Leads nowhere when the file cannot be opened or read, or is longer than any shortcut.
+  Following read(const char* path) {
     if (searchpath_debug.is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.1");
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(path, "rb"),
-                                                                 std::fclose);
-    if (stream == nullptr) return false;
+    const File stream = open_for_reading(path, "rb");
+    if (stream == nullptr) {
+      return errno == ENOMEM ? Following::NO_MEMORY : Following::LEADS_NOWHERE;
+    }
     if (searchpath_debug.is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.2");
-    if (!read_all(stream.get())) return false;
-    if (searchpath_debug.is_enabled(__LINE__))
+    const Following reading = read_all(stream.get());
+    if (reading == Following::FOLLOWED && searchpath_debug.is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.3");
-    return true;
+    return reading;
   }
 
   /// The text of the target's local path, or null when the file does not lead to one.
@@ -191,17 +213,17 @@ class ShortcutFile {
   static constexpr std::uint32_t HAS_ID_LIST = 1;
   static constexpr std::uint32_t HAS_LINK_INFORMATION = 2;
 
-  bool read_all(std::FILE* stream) {
+  Following read_all(std::FILE* stream) {
     for (std::size_t capacity = 4096; capacity <= MAX_SHORTCUT_SIZE; capacity *= 2) {
       void* grown = std::realloc(bytes_.get(), capacity);
-      if (grown == nullptr) return false;
+      if (grown == nullptr) return Following::NO_MEMORY;
       static_cast<void>(bytes_.release());
       bytes_.reset(static_cast<char*>(grown));
       size_ += std::fread(bytes_.get() + size_, 1, capacity - size_, stream);
-      if (std::ferror(stream) != 0) return false;
-      if (size_ < capacity) return true;
+      if (std::ferror(stream) != 0) return Following::LEADS_NOWHERE;
+      if (size_ < capacity) return Following::FOLLOWED;
     }
-    return false;
+    return Following::LEADS_NOWHERE;
   }
 
   [[nodiscard]] bool is_link() const {
@@ -228,45 +250,44 @@ class ShortcutFile {
 
 using LongPathFunction = DWORD(WINAPI*)(LPCSTR path, LPSTR long_path, DWORD size);
 
-/// The long form of a path. Hosts that are too old to know long forms apart give the path itself.
-bool long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
+/// Gives the long form of a path that exists. Hosts that are too old to know long forms apart give
+/// the path itself.
+Following find_long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
   const HMODULE kernel = LoadLibraryA("kernel32");
   const auto get = kernel == nullptr ? nullptr
                                      : reinterpret_cast<LongPathFunction>(reinterpret_cast<void*>(
                                            GetProcAddress(kernel, "GetLongPathNameA")));
   if (get == nullptr) {
-    if (fits_in(path, MAX_LONG_PATH) == 0) return false;
+    if (fits_in(path, MAX_LONG_PATH) == 0 || !exists(path)) return Following::LEADS_NOWHERE;
     copy_cut(result, path);
-    return true;
+    return Following::FOLLOWED;
   }
   char text[MAX_LONG_PATH];
   const DWORD length = get(path, text, sizeof text);
-  if (length == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) errno = ENOMEM;
-  if (length == 0 || length >= sizeof text) return false;
+  if (length == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return Following::NO_MEMORY;
+  if (length == 0 || length >= sizeof text) return Following::LEADS_NOWHERE;
   copy_cut(result, text);
-  return true;
+  return Following::FOLLOWED;
 }
 
-/// Replaces the path of a shortcut by that of its target; false leaves it as it is.
-bool take_target(char (&path)[PATH_BUFFER_SIZE]) {
+/// Replaces the path of a shortcut by that of its target, when it leads to one.
+Following take_target(char (&path)[PATH_BUFFER_SIZE]) {
+  // The log reports errno.
+  const KeptErrno kept;
   ShortcutFile file;
-  if (!file.read(path)) return false;
+  if (const Following reading = file.read(path); reading != Following::FOLLOWED) return reading;
   const char* target = file.target();
-  if (target == nullptr || *target == '\0' || !long_path(target, path)) return false;
-  if (searchpath_debug.is_enabled(__LINE__))
+  if (target == nullptr || *target == '\0') return Following::LEADS_NOWHERE;
+  const Following finding = find_long_path(target, path);
+  if (finding == Following::FOLLOWED && searchpath_debug.is_enabled(__LINE__))
     report(WRITE_DEBUG, here(), "    resolved filename is %s", path);
-  return true;
+  return finding;
 }
 
 /// Leads from a shortcut to its target. What cannot be followed stands for itself, which is no
 /// error unless memory ran out.
 void follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
-  // The log reports errno.
-  const int kept_errno = errno;
-  errno = 0;
-  const bool no_memory = !take_target(path) && errno == ENOMEM;
-  errno = kept_errno;
-  if (no_memory) report(WRITE_ERROR, here(), "out of memory");
+  if (take_target(path) == Following::NO_MEMORY) report(WRITE_ERROR, here(), "out of memory");
 }
 
 }  // namespace
@@ -284,14 +305,6 @@ struct DirectoryList {
     if (directory != nullptr) directories[count++] = directory;
   }
 };
-
-bool exists(const char* path) {
-  const int kept_errno = errno;
-  struct stat status;
-  const bool found = stat(path, &status) == 0;
-  errno = kept_errno;
-  return found;
-}
 
 /// Puts directory and name together; false when they do not fit.
 bool form_candidate(const char* directory, const char* name, char (&path)[PATH_BUFFER_SIZE]) {

@@ -19,7 +19,7 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
 
 bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
-[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, "out of memory"); }
+constexpr char OUT_OF_MEMORY[] = "out of memory";
 
 }  // namespace
 
@@ -56,13 +56,7 @@ int trim(char* text) {
   return trim_leading(text);
 }
 
-TextBlock copy_text(const char* text) {
-  const std::size_t size = std::strlen(text) + 1;
-  TextBlock copy(static_cast<char*>(std::malloc(size)));
-  if (copy == nullptr) stop_without_memory(here());
-  std::memcpy(copy.get(), text, size);
-  return copy;
-}
+TextBlock copy_text(const char* text) { return copy_or_stop(text, here(), OUT_OF_MEMORY); }
 
 char* unescape(char* text) {
   constexpr std::string_view LETTERS = "0nrst";
@@ -150,7 +144,7 @@ void append_piece(SplitList& list, char* piece) {
   const std::size_t size = (static_cast<std::size_t>(list.count) + 1) * sizeof(char*);
   auto** pieces = static_cast<char**>(std::realloc(
       static_cast<void*>(list.pieces), size));  // NOLINT(bugprone-suspicious-realloc-usage)
-  if (pieces == nullptr) stop_without_memory(here());
+  if (pieces == nullptr) assertion_report(here(), OUT_OF_MEMORY);
   pieces[list.count++] = piece;
   list.pieces = pieces;
 }
@@ -399,7 +393,8 @@ bool grow_line(TextBlock& block, std::size_t size) {
 /// Goes on with a line whose first `used` characters filled the caller's buffer.
 FileLine read_long_line(std::FILE* stream, const char* start, std::size_t used) {
   FileLine line;
-  if (!grow_line(line.block, used + LINE_STEP)) return {};
+  std::size_t size = used + LINE_STEP;
+  if (!grow_line(line.block, size)) return {};
   std::memcpy(line.block.get(), start, used);
   for (bool full = true; full;) {
     char* const piece = line.block.get() + used;
@@ -410,7 +405,8 @@ FileLine read_long_line(std::FILE* stream, const char* start, std::size_t used) 
     }
     if (!full) break;
     used += LINE_STEP - 1;
-    if (!grow_line(line.block, used + LINE_STEP)) return {};
+    size += LINE_STEP;
+    if (!grow_line(line.block, size)) return {};
   }
   line.text = line.block.get();
   return line;
@@ -440,13 +436,19 @@ FileLine read_line(std::FILE* stream, char* buffer, std::int32_t buffer_length,
   return line;
 }
 
+FullPath::FullPath(const char* path) : text_(path) {
+  const DWORD length = GetFullPathNameA(path, sizeof full_, full_, nullptr);
+  if (length != 0 && length < sizeof full_) text_ = full_;
+}
+
 File open_for_reading(const char* path, const char* mode) {
+  const FullPath full(path);
   struct stat status;
-  if (stat(path, &status) == 0 && S_ISDIR(status.st_mode)) {
+  if (stat(full.text(), &status) == 0 && S_ISDIR(status.st_mode)) {
     errno = EACCES;
     return {nullptr, std::fclose};
   }
-  return {std::fopen(path, mode), std::fclose};
+  return {std::fopen(full.text(), mode), std::fclose};
 }
 
 namespace {
@@ -497,7 +499,7 @@ int remove_if_identical(const char* path_a, const char* path_b) {
     case Comparison::DIFFERENT: return 0;
     case Comparison::SAME: break;
   }
-  if (std::remove(path_a) == 0) return 0;
+  if (std::remove(FullPath(path_a).text()) == 0) return 0;
   begin_system_error(here(), "unlink");
   report(ADD_WARN, here(), "cannot delete %s", path_a);
   return -1;
@@ -530,12 +532,13 @@ std::int32_t elapsed_ms(const TimeValue& a, const TimeValue& b) {
 }
 
 void add_ms(TimeValue& time, std::int32_t milliseconds) {
-  time.seconds += milliseconds / 1000;
-  time.microseconds += milliseconds % 1000 * 1000;
-  if (time.microseconds >= MICROSECONDS) {
-    time.seconds += time.microseconds / MICROSECONDS;
-    time.microseconds %= MICROSECONDS;
-  }
+  const std::int64_t microseconds =
+      std::int64_t{time.microseconds} + std::int64_t{milliseconds % 1000} * 1000;
+  std::int64_t seconds = std::int64_t{time.seconds} + milliseconds / 1000;
+  if (microseconds >= MICROSECONDS) seconds += microseconds / MICROSECONDS;
+  time.seconds = static_cast<std::int32_t>(seconds);
+  time.microseconds = static_cast<std::int32_t>(
+      microseconds >= MICROSECONDS ? microseconds % MICROSECONDS : microseconds);
 }
 
 std::int32_t now_seconds() { return current_time().seconds; }
@@ -560,18 +563,6 @@ namespace {
 
 bool name_lookup_allowed = true;
 
-/// Lookups may leave errno set, which the platform's functions do not, and the log reports.
-class KeptErrno {
- public:
-  KeptErrno() = default;
-  ~KeptErrno() { errno = kept_; }
-  KeptErrno(const KeptErrno&) = delete;
-  KeptErrno& operator=(const KeptErrno&) = delete;
-
- private:
-  int kept_ = errno;
-};
-
 /// Name services need Windows Sockets started, once.
 void start_sockets() {
   static const int started = [] {
@@ -595,6 +586,7 @@ int resolve_ipv4(const char* text, std::uint32_t& address) {
     return 0;
   }
   if (!name_lookup_allowed) return -1;
+  // The platform's functions do not set it.
   const KeptErrno kept;
   start_sockets();
   const hostent* host = gethostbyname(text);
@@ -785,10 +777,7 @@ int report_lines(const char* text) {
   }
   std::memcpy(copy.get(), text, size);
   SplitList lines;
-  if (split_at_char(copy.get(), '\n', false, lines) != 0) {
-    report(BEGIN_ERROR, here(), "cannot split string %s", text);
-    return -1;
-  }
+  split_at_char(copy.get(), '\n', false, lines);
   for (std::int32_t i = lines.count - 1; i >= 0; --i) {
     report(i == lines.count - 1 ? BEGIN_ERROR : ADD_WARN, here(), "%s", lines.pieces[i]);
   }

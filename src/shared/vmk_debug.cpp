@@ -1,6 +1,5 @@
 #include "shared/include/vmk_debug.h"
 
-#include <cstdlib>
 #include <cstring>
 
 #include "shared/include/vmk_errmsg.h"
@@ -18,14 +17,9 @@ void install_debug_table(DebugQuestion question) { installed_table = question; }
 DebugModule::DebugModule(const char* source_path) {
   const char* backslash = std::strrchr(source_path, '\\');
   const char* base = backslash != nullptr ? backslash + 1 : source_path;
-  const std::size_t size = std::strlen(base) + 1;
-  name_ = static_cast<char*>(std::malloc(size));
-  if (name_ == nullptr) assertion_report(here(), "not enough memory for debug subsystem");
-  std::memcpy(name_, base, size);
+  name_ = copy_or_stop(base, here(), "not enough memory for debug subsystem");
 }
 
-DebugModule::~DebugModule() { std::free(name_); }
-
 bool DebugModule::is_enabled(std::int32_t line) const {
-  return installed_table != nullptr && installed_table(name_, line);
+  return installed_table != nullptr && installed_table(name(), line);
 }

@@ -5,6 +5,7 @@
 #include <new>
 
 #include "shared/include/searchpath.h"
+#include "shared/include/utils.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
 
@@ -41,10 +42,7 @@ char* cut_word(char*& text) {
 // ---- Entries ----------------------------------------------------------------------------------
 
 DebugModuleEntry::DebugModuleEntry(const char* name)
-    : name_(static_cast<char*>(std::malloc(std::strlen(name) + 1))) {
-  if (name_ == nullptr) assertion_report(here(), "not enough memory for debug subsystem");
-  std::memcpy(name_.get(), name, std::strlen(name) + 1);
-}
+    : name_(copy_or_stop(name, here(), "not enough memory for debug subsystem")) {}
 
 void DebugModuleEntry::dump() const {
   for (const std::int32_t line : lines_) std::fprintf(stderr, "%d ", static_cast<int>(line));
@@ -137,9 +135,9 @@ void load_by_path(DebugModuleTable& table, const char* path) {
 }  // namespace
 
 int dll_init_debug() {
+  if (!search_path_stands()) return 0;  // called before the program's static state was made
   RuntimeDebugTable& table = process_table();
   char path[PATH_BUFFER_SIZE];
-  if (search_path == nullptr) return 0;  // called before the program's static state was made
   if (search_path->resolve(CONFIGURATION, path, SEARCH_ALL) == nullptr) return 0;
   load_by_path(table, path);
   install_debug_table(ask_process_table);

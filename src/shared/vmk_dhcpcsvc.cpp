@@ -69,6 +69,7 @@ int dhcpcsvc_available() { return binding.library != nullptr && binding.notify !
 int dhcpcsvc_notify_config_change(const char* adapter_name, std::int32_t ip_index,
                                   const char* address, const char* mask) {
   if (binding.notify == nullptr) {
+    if (errmsg_enabled()) errmsg_begin();
     write_assertion_text(here(), "cannot locate function DhcpNotifyConfigChange in DHCPCSVC.DLL");
     return 0;
   }

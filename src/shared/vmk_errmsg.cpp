@@ -28,19 +28,17 @@ constexpr char MODULE[] = ".\\vmk_errmsg";
 constexpr int GROWTH_STEP = 128;
 constexpr int SYSTEM_TEXT_SIZE = 8192;
 constexpr int NOTICE_LENGTH = sizeof OUT_OF_MEMORY_NOTICE - 1;
-constexpr char NO_TEXT[] = "";
 
 /// The level words, padded to the width of the longest and followed by a blank.
 constexpr const char* LEVEL_COLUMNS[] = {"ERROR ", "WARN  ", "DEBUG ", "INFO  "};
 
 ReportSite here(int line = __builtin_LINE()) { return {MODULE, line}; }
 
-/// What reports share beside the log: the place set last, the saved error code, the last message.
+/// What reports share beside the log: the place set last, and the saved error code.
 struct ReportState {
   char file[128] = "";
   std::int32_t line = 0;
   std::uint32_t last_error = 0;
-  const char* last_message = NO_TEXT;
 };
 
 ReportState report_state;
@@ -57,6 +55,7 @@ MessagePiece MessageLog::empty_piece(FirstBlock& block) {
 MessageLog::MessageLog(const MemoryOperations& memory) : memory_(memory) {
   for (std::size_t i = 0; i < std::size(pieces_); ++i) pieces_[i] = empty_piece(first_blocks_[i]);
   output_ = empty_piece(first_blocks_[std::size(pieces_)]);
+  last_ = empty_piece(first_blocks_[std::size(pieces_) + 1]);
   reserve_ = memory_.allocate(DIAGNOSTIC_RESERVE_SIZE);
   if (reserve_ == nullptr) assertion_report(here(), "not enough memory for diagnostics");
 }
@@ -65,6 +64,7 @@ MessageLog::~MessageLog() {
   piece_count_ = 0;
   memory_.release(reserve_);
   if (is_grown(output_)) memory_.release_resized(output_.text);
+  if (is_grown(last_)) memory_.release_resized(last_.text);
   for (const MessagePiece& piece : pieces_) {
     if (is_grown(piece)) memory_.release_resized(piece.text);
   }
@@ -75,7 +75,9 @@ void MessageLog::begin() {
 }
 
 /// Resizes the piece's block; when memory is short, gives the reserve back once and tries again.
+/// Leaves errno as it was: the log reports errno, and must not be what sets it.
 bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
+  const int kept_errno = errno;
   const auto size = static_cast<std::size_t>(capacity);
   void* grown = is_grown(piece) ? piece.text : nullptr;
   void* block = memory_.resize(grown, size);
@@ -84,6 +86,7 @@ bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
     reserve_ = nullptr;
     block = memory_.resize(grown, size);
   }
+  errno = kept_errno;
   if (block == nullptr) return false;
   if (grown == nullptr) std::memcpy(block, piece.text, FIRST_BLOCK_SIZE);
   piece.text = static_cast<char*>(block);
@@ -104,45 +107,50 @@ int MessageLog::push(const char* text) {
   return 0;
 }
 
-bool MessageLog::make_room(std::int32_t need) {
-  return output_.capacity > need || grow(output_, need + GROWTH_STEP);
+bool MessageLog::make_room(MessagePiece& output, std::int32_t need) {
+  return output.capacity > need || grow(output, need + GROWTH_STEP);
 }
 
-bool MessageLog::append(const MessagePiece& piece) {
-  if (!make_room(output_.length + piece.length + 2)) return false;
-  std::memcpy(output_.text + output_.length, piece.text, static_cast<std::size_t>(piece.length));
-  output_.length += piece.length;
-  if (piece.length == 0 || output_.text[output_.length - 1] != '\n') {
-    output_.text[output_.length++] = '\n';
+bool MessageLog::append(MessagePiece& output, const MessagePiece& piece) {
+  if (!make_room(output, output.length + piece.length + 2)) return false;
+  std::memcpy(output.text + output.length, piece.text, static_cast<std::size_t>(piece.length));
+  output.length += piece.length;
+  if (piece.length == 0 || output.text[output.length - 1] != '\n') {
+    output.text[output.length++] = '\n';
   }
-  output_.text[output_.length] = '\0';
+  output.text[output.length] = '\0';
   return true;
 }
 
-bool MessageLog::append_notice() {
-  const std::int32_t end = output_.length + NOTICE_LENGTH;
-  if (!make_room(end)) return false;
-  std::memcpy(output_.text + output_.length, OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE);
-  output_.length = end;
+bool MessageLog::append_notice(MessagePiece& output) {
+  const std::int32_t end = output.length + NOTICE_LENGTH;
+  if (!make_room(output, end)) return false;
+  std::memcpy(output.text + output.length, OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE);
+  output.length = end;
   return true;
+}
+
+void MessageLog::compose_into(MessagePiece& output) {
+  output.length = 0;
+  output.text[0] = '\0';
+  for (std::int32_t i = piece_count_ - 1; i >= 0; --i) {
+    const std::int32_t start = output.length;
+    if (!append(output, pieces_[i])) break;
+    if (i == piece_count_ - 1) continue;
+    char* cause = output.text + start;
+    std::fill(cause, cause + std::strcspn(cause, " \n"), ' ');
+  }
+  owes_notice_ = reserve_ == nullptr && !append_notice(output);
 }
 
 const char* MessageLog::compose() {
-  owes_notice_ = false;
-  output_.length = 0;
-  output_.text[0] = '\0';
-  for (std::int32_t i = piece_count_ - 1; i >= 0; --i) {
-    const std::int32_t start = output_.length;
-    if (!append(pieces_[i])) break;
-    if (i == piece_count_ - 1) continue;
-    char* cause = output_.text + start;
-    std::fill(cause, cause + std::strcspn(cause, " \n"), ' ');
-  }
-  if (reserve_ == nullptr && !append_notice()) {
-    if (output_.length == 0) return OUT_OF_MEMORY_NOTICE;
-    owes_notice_ = true;
-  }
+  compose_into(output_);
   return output_.text;
+}
+
+const char* MessageLog::compose_last() {
+  compose_into(last_);
+  return last_.text;
 }
 
 // ---- Formatting -------------------------------------------------------------------------------
@@ -150,7 +158,7 @@ const char* MessageLog::compose() {
 namespace {
 
 /// The current local time as "month/day.hour:minute:second", kept for the reports of the same
-/// second. Leaves errno as it was: the log reports errno, and must not be what sets it.
+/// second. Leaves errno as it was.
 const char* time_stamp() {
   static std::time_t stamped = -1;
   static char text[sizeof "11/22.14:05:09"];
@@ -318,9 +326,8 @@ void errmsg_error_system(const char* text) {
 void errmsg_flush() {
   if (!errmsg_enabled()) return;
   const int kept_errno = errno;
-  report_state.last_message = message_log.compose();
   // Standard error is unbuffered: one call, one write.
-  std::fputs(report_state.last_message, stderr);
+  std::fputs(message_log.compose_last(), stderr);
   if (message_log.owes_notice()) std::fputs(OUT_OF_MEMORY_NOTICE, stderr);
   std::fflush(stderr);
   errno = kept_errno;
@@ -336,7 +343,7 @@ void errmsg_suspend() { message_log.suspend(); }
 
 void errmsg_resume() { message_log.resume(); }
 
-const char* errmsg_last_message() { return report_state.last_message; }
+const char* errmsg_last_message() { return message_log.last(); }
 
 void errmsg_push_format(const char* format, ...) {
   ReportBuffer report;

@@ -1,6 +1,5 @@
 #include "shared/include/vmk_iphlpapi.h"
 
-#include <cstdarg>
 #include <cstdio>
 
 #include "shared/include/vmk_errmsg.h"
@@ -30,25 +29,32 @@ void locate(Function& function, const char* name) {
       reinterpret_cast<Function>(reinterpret_cast<void*>(GetProcAddress(binding.library, name)));
 }
 
+/// The message that it begins holds nothing, so that nothing older passes for its cause.
 DWORD report_not_located(ReportSite site, const char* function) {
   char reason[128];
   std::snprintf(reason, sizeof reason, "cannot locate function %s in IPHLPAPI.DLL", function);
+  if (errmsg_enabled()) errmsg_begin();
   write_assertion_text(site, reason);
   return ERROR_PROC_NOT_FOUND;
 }
 
-/// Begins a message of the failed call's arguments and the platform's reason; returns the code.
-template <typename... Arguments>
-[[nodiscard]] DWORD report_failure(ReportSite site, const char* function, DWORD code,
-                                   const char* format, Arguments... arguments) {
+/// A failed call's code with the platform's text for it. The wrapper begins a message of the call's
+/// arguments and adds the reason.
+struct Failure {
+  DWORD code;
   char reason[REASON_BUFFER_SIZE];
-  reason[0] = '\0';
-  FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
-                 MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reason, sizeof reason, nullptr);
-  report(BEGIN_ERROR, site, format, arguments...);
-  report(ADD_WARN, site, "%s Failed. Reason=%s", function, reason);
-  return code;
-}
+
+  explicit Failure(DWORD failed) : code(failed) {
+    reason[0] = '\0';
+    FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM | FORMAT_MESSAGE_IGNORE_INSERTS, nullptr, code,
+                   MAKELANGID(LANG_NEUTRAL, SUBLANG_DEFAULT), reason, sizeof reason, nullptr);
+  }
+
+  [[nodiscard]] DWORD add_reason(ReportSite site, const char* function) const {
+    report(ADD_WARN, site, "%s Failed. Reason=%s", function, reason);
+    return code;
+  }
+};
 
 /// A pointer as the reports show it: its low 32 bits.
 unsigned shown(const void* pointer) {
@@ -90,25 +96,29 @@ DWORD iphlpapi_get_if_table(MIB_IFTABLE* table, ULONG* size, BOOL sort) {
   if (binding.get_if_table == nullptr) return report_not_located(here(), "GetIfTable");
   const DWORD code = binding.get_if_table(table, size, sort);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "GetIfTable", code, "pIfTable=0x%08X, pdwSize=0x%08X, bOrder=%d",
-                        shown(table), shown(size), sort);
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "pIfTable=0x%08X, pdwSize=0x%08X, bOrder=%d", shown(table),
+         shown(size), sort);
+  return failure.add_reason(here(), "GetIfTable");
 }
 
 DWORD iphlpapi_get_ip_addr_table(MIB_IPADDRTABLE* table, ULONG* size, BOOL sort) {
   if (binding.get_ip_addr_table == nullptr) return report_not_located(here(), "GetIpAddrTable");
   const DWORD code = binding.get_ip_addr_table(table, size, sort);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "GetIpAddrTable", code,
-                        "pIpAddrTable=0x%08X, pdwSize=0x%08X, bOrder=%d", shown(table), shown(size),
-                        sort);
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "pIpAddrTable=0x%08X, pdwSize=0x%08X, bOrder=%d", shown(table),
+         shown(size), sort);
+  return failure.add_reason(here(), "GetIpAddrTable");
 }
 
 DWORD iphlpapi_get_adapters_info(IP_ADAPTER_INFO* list, ULONG* size) {
   if (binding.get_adapters_info == nullptr) return report_not_located(here(), "GetAdaptersInfo");
   const DWORD code = binding.get_adapters_info(list, size);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "GetAdaptersInfo", code, "pAdapterInfo=0x%08X, pOutBufLen=0x%08X",
-                        shown(list), shown(size));
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "pAdapterInfo=0x%08X, pOutBufLen=0x%08X", shown(list), shown(size));
+  return failure.add_reason(here(), "GetAdaptersInfo");
 }
 
 DWORD iphlpapi_add_ip_address(std::uint32_t address, std::uint32_t mask, DWORD index,
@@ -116,34 +126,38 @@ DWORD iphlpapi_add_ip_address(std::uint32_t address, std::uint32_t mask, DWORD i
   if (binding.add_ip_address == nullptr) return report_not_located(here(), "AddIPAddress");
   const DWORD code = binding.add_ip_address(address, mask, index, nte_context, nte_instance);
   if (code == NO_ERROR) return code;
-  return report_failure(
-      here(), "AddIPAddress", code,
-      "Address=0x%08X, IpMask=0x%08X, IfIndex=%lu, NTEContext=0x%08X, NTEInstance=0x%08X",
-      static_cast<unsigned>(address), static_cast<unsigned>(mask),
-      static_cast<unsigned long>(index), shown(nte_context), shown(nte_instance));
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(),
+         "Address=0x%08X, IpMask=0x%08X, IfIndex=%lu, NTEContext=0x%08X, NTEInstance=0x%08X",
+         static_cast<unsigned>(address), static_cast<unsigned>(mask),
+         static_cast<unsigned long>(index), shown(nte_context), shown(nte_instance));
+  return failure.add_reason(here(), "AddIPAddress");
 }
 
 DWORD iphlpapi_delete_ip_address(ULONG nte_context) {
   if (binding.delete_ip_address == nullptr) return report_not_located(here(), "DeleteIPAddress");
   const DWORD code = binding.delete_ip_address(nte_context);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "DeleteIPAddress", code, "NTEContext=%lu",
-                        static_cast<unsigned long>(nte_context));
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "NTEContext=%lu", static_cast<unsigned long>(nte_context));
+  return failure.add_reason(here(), "DeleteIPAddress");
 }
 
 DWORD iphlpapi_set_if_entry(MIB_IFROW* row) {
   if (binding.set_if_entry == nullptr) return report_not_located(here(), "SetIfEntry");
   const DWORD code = binding.set_if_entry(row);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "SetIfEntry", code, "dwIndex=%lu, dwAdminStatus=%lu",
-                        static_cast<unsigned long>(row->dwIndex),
-                        static_cast<unsigned long>(row->dwAdminStatus));
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "dwIndex=%lu, dwAdminStatus=%lu",
+         static_cast<unsigned long>(row->dwIndex), static_cast<unsigned long>(row->dwAdminStatus));
+  return failure.add_reason(here(), "SetIfEntry");
 }
 
 DWORD iphlpapi_get_if_entry(MIB_IFROW* row) {
   if (binding.get_if_entry == nullptr) return report_not_located(here(), "GetIfEntry");
   const DWORD code = binding.get_if_entry(row);
   if (code == NO_ERROR) return code;
-  return report_failure(here(), "GetIfEntry", code, "dwIndex=%lu",
-                        static_cast<unsigned long>(row->dwIndex));
+  const Failure failure(code);
+  report(BEGIN_ERROR, here(), "dwIndex=%lu", static_cast<unsigned long>(row->dwIndex));
+  return failure.add_reason(here(), "GetIfEntry");
 }

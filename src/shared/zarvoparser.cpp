@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "shared/include/dynstore.h"
+#include "shared/include/utils.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {
@@ -17,7 +18,9 @@ constexpr std::size_t INDEXED_PAIRS = 16;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\zarvoparser", line}; }
 
-[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, "out of memory"); }
+constexpr char OUT_OF_MEMORY[] = "out of memory";
+
+[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, OUT_OF_MEMORY); }
 
 /// Runs an action that may exhaust memory, which nothing here survives.
 template <typename Action>
@@ -107,11 +110,7 @@ class PairIndex {
 
 // ---- Blocks -----------------------------------------------------------------------------------
 
-ConfigBlock::ConfigBlock(const char* name)
-    : name_(static_cast<char*>(std::malloc(std::strlen(name) + 1))) {
-  if (name_ == nullptr) stop_without_memory(here());
-  std::memcpy(name_.get(), name, std::strlen(name) + 1);
-}
+ConfigBlock::ConfigBlock(const char* name) : name_(copy_or_stop(name, here(), OUT_OF_MEMORY)) {}
 
 /// Takes nested blocks apart one by one: a file may nest them deeper than the stack is.
 ConfigBlock::~ConfigBlock() {
@@ -184,10 +183,7 @@ ConfigBlock& ConfigFile::add_block(std::unique_ptr<ConfigBlock> block) {
 }
 
 void ConfigFile::set_version(const char* version) {
-  const std::size_t size = std::strlen(version) + 1;
-  version_.reset(static_cast<char*>(std::malloc(size)));
-  if (version_ == nullptr) stop_without_memory(here());
-  std::memcpy(version_.get(), version, size);
+  version_ = copy_or_stop(version, here(), OUT_OF_MEMORY);
 }
 
 void ConfigFile::clear() {

@@ -15,8 +15,7 @@ constexpr int DYNSTORE_FORMAT_SIZE = 16384;
 /// must not lie inside the store.
 class DynStore {
  public:
-  /// An empty text. `memory` must outlive the store; blocks come from its `allocate` and go to its
-  /// `release`.
+  /// An empty text. Blocks come from the `allocate` of `memory` and go to its `release`.
   explicit DynStore(const MemoryOperations& memory = STANDARD_MEMORY);
   ~DynStore();
   DynStore(const DynStore&) = delete;

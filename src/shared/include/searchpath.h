@@ -7,7 +7,7 @@
 
 #include <memory>
 
-#include "shared/include/utils.h"
+#include "shared/include/text_block.h"
 
 // The platform's headers may define the name of a function of theirs, which the class hides.
 #undef SearchPath
@@ -67,7 +67,11 @@ int close_listing(std::unique_ptr<DirectoryListing>& listing);
 /// The user's name as it was when the first SearchPath was constructed; empty when unknown.
 [[nodiscard]] const char* search_path_user();
 
-/// Sets the product and installation directories from the environment and the current directory.
+/// Whether a SearchPath stands.
+[[nodiscard]] bool search_path_stands();
+
+/// Sets the product and installation directories from the environment and the current directory;
+/// one that cannot be told is none. Before the program's static state stands nothing is done.
 /// Always returns 0.
 extern "C" int dll_init_searchpath();
 

@@ -13,21 +13,16 @@
 #include <ws2tcpip.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
-#include <cstdlib>
 #include <memory>
 #include <string_view>
 
 #include "shared/include/dynstore.h"
 #include "shared/include/oid.h"
-
-/// For blocks of the C allocator.
-struct FreeBlock {
-  void operator()(void* block) const { std::free(block); }
-};
-using TextBlock = std::unique_ptr<char[], FreeBlock>;
+#include "shared/include/text_block.h"
 
 // ---- Texts ------------------------------------------------------------------------------------
 
@@ -146,6 +141,31 @@ int flags_to_ranges(const std::uint8_t* flags, std::int32_t n, DynStore& text, s
 
 using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
+/// A path as the functions of the C library take it, which know no drives on some systems; one that
+/// the platform cannot make full stands for itself.
+class FullPath {
+ public:
+  explicit FullPath(const char* path);
+
+  [[nodiscard]] const char* text() const { return text_; }
+
+ private:
+  const char* text_;
+  char full_[MAX_PATH + 1024];
+};
+
+/// Leaves errno as it was, which the log reports.
+class KeptErrno {
+ public:
+  KeptErrno() = default;
+  ~KeptErrno() { errno = kept_; }
+  KeptErrno(const KeptErrno&) = delete;
+  KeptErrno& operator=(const KeptErrno&) = delete;
+
+ private:
+  int kept_ = errno;
+};
+
 /// Opens a file for reading; null, with errno set, when it cannot be opened or is a directory,
 /// which some systems open and then cannot read.
 [[nodiscard]] File open_for_reading(const char* path, const char* mode);
@@ -179,7 +199,7 @@ struct TimeValue {
 /// a - b in milliseconds.
 [[nodiscard]] std::int32_t elapsed_ms(const TimeValue& a, const TimeValue& b);
 
-/// Adds milliseconds, which must not be negative.
+/// Adds milliseconds, which must not be negative. Wraps at 32 bits of seconds.
 void add_ms(TimeValue& time, std::int32_t milliseconds);
 
 [[nodiscard]] std::int32_t now_seconds();

@@ -4,6 +4,8 @@
 
 #include <cstdint>
 
+#include "shared/include/text_block.h"
+
 /// The question that an installed table answers: are the debug sites of this module at this line
 /// on?
 using DebugQuestion = bool (*)(const char* module, std::int32_t line);
@@ -17,15 +19,15 @@ class DebugModule {
   /// `source_path`: the module's own path; the part after its last backslash is its name.
   /// Without memory for the name the process ends with an assertion report.
   explicit DebugModule(const char* source_path);
-  ~DebugModule();
+  ~DebugModule() = default;
   DebugModule(const DebugModule&) = delete;
   DebugModule& operator=(const DebugModule&) = delete;
 
   [[nodiscard]] bool is_enabled(std::int32_t line) const;
-  [[nodiscard]] const char* name() const { return name_; }
+  [[nodiscard]] const char* name() const { return name_.get(); }
 
  private:
-  char* name_;
+  TextBlock name_;
 };
 
 // One record per module that may report at level DEBUG; static_state.cpp constructs them in order.

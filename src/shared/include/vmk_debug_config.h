@@ -10,7 +10,7 @@
 #include <list>
 #include <memory>
 
-#include "shared/include/utils.h"
+#include "shared/include/text_block.h"
 
 /// The wildcard among line numbers.
 constexpr std::int32_t ALL_LINES = -1;
@@ -76,5 +76,5 @@ class RuntimeDebugTable : public DebugModuleTable {
 
 /// Reads "config/debug.cfg" from the search path into the process-wide table and installs it for
 /// every module. Without such a file nothing is installed, and the search path's report stays held.
-/// Always returns 0.
+/// Before the program's static state stands nothing is done. Always returns 0.
 extern "C" int dll_init_debug();

@@ -53,6 +53,12 @@ class MessageLog {
   /// The text belongs to the log and stands until the next composition.
   const char* compose();
 
+  /// The same for a text that is to be written: it stands until the next one is.
+  const char* compose_last();
+
+  /// The text of the last compose_last, empty before the first.
+  [[nodiscard]] const char* last() const { return last_.text; }
+
   /// True when the last composition had no room left for the out-of-memory notice, which the
   /// writer then owes the operator.
   [[nodiscard]] bool owes_notice() const { return owes_notice_; }
@@ -68,16 +74,18 @@ class MessageLog {
   static MessagePiece empty_piece(FirstBlock& block);
   static bool is_grown(const MessagePiece& piece) { return piece.capacity > FIRST_BLOCK_SIZE; }
   bool grow(MessagePiece& piece, std::int32_t capacity);
-  bool make_room(std::int32_t need);
-  bool append(const MessagePiece& piece);
-  bool append_notice();
+  void compose_into(MessagePiece& output);
+  bool make_room(MessagePiece& output, std::int32_t need);
+  bool append(MessagePiece& output, const MessagePiece& piece);
+  bool append_notice(MessagePiece& output);
 
   const MemoryOperations& memory_;
   std::int32_t enabled_ = 1;
   std::int32_t piece_count_ = 0;
   MessagePiece pieces_[MAX_MESSAGE_PIECES];
   MessagePiece output_;
-  FirstBlock first_blocks_[MAX_MESSAGE_PIECES + 1];
+  MessagePiece last_;
+  FirstBlock first_blocks_[MAX_MESSAGE_PIECES + 2];
   void* reserve_;
   bool owes_notice_ = false;
 };
@@ -125,7 +133,7 @@ const char* errmsg_compose();
 void errmsg_suspend();
 void errmsg_resume();
 
-/// The text that the last flush wrote, empty before the first; stands until the next composition.
+/// The text that the last flush wrote, empty before the first; stands until the next flush.
 const char* errmsg_last_message();
 
 /// Formats a text without a header and holds it.

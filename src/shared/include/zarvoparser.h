@@ -14,7 +14,7 @@
 #include <memory>
 #include <vector>
 
-#include "shared/include/utils.h"
+#include "shared/include/text_block.h"
 
 /// A key and its value. Both texts lie in one block: the key, a NUL, the value, a NUL.
 class ConfigPair {
@@ -67,8 +67,6 @@ class ConfigBlock {
   ConfigBlock& add_child(std::unique_ptr<ConfigBlock> child);
 
  private:
-  friend class ConfigFile;
-
   [[nodiscard]] std::size_t find_pair(const char* key) const;
 
   TextBlock name_;

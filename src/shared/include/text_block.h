@@ -1,0 +1,17 @@
+// Texts in blocks of the C allocator.
+#pragma once
+
+#include <cstdlib>
+#include <memory>
+
+#include "shared/include/vmk_errmsg.h"
+
+/// For blocks of the C allocator.
+struct FreeBlock {
+  void operator()(void* block) const { std::free(block); }
+};
+using TextBlock = std::unique_ptr<char[], FreeBlock>;
+
+/// A new copy of `text`, owned by the caller. Without memory for it the process ends with an
+/// assertion report of the site and the reason.
+[[nodiscard]] TextBlock copy_or_stop(const char* text, ReportSite site, const char* reason);
