@@ -18,7 +18,6 @@
 namespace {
 
 constexpr int TABLE_STEP = 128;
-constexpr int LIST_SIZE = 200200;
 constexpr int MAX_LIST_ENTRIES = 10010;
 /// Slots below are the administrator's and never take an added address.
 constexpr int FIRST_USABLE_SLOT = 5;
@@ -27,64 +26,6 @@ constexpr char PROBE_ADDRESS[] = "0.0.255.255";
 constexpr char PROBE_MASK[] = "255.255.0.0";
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\adapter", line}; }
-
-/// A registry key path that names an adapter.
-struct KeyPath {
-  char text[1024];
-
-  KeyPath(std::string_view before, std::string_view adapter, std::string_view after) {
-    std::size_t length = 0;
-    for (const std::string_view piece : {before, adapter, after}) {
-      length += piece.copy(text + length, sizeof text - 1 - length);
-    }
-    text[length] = '\0';
-  }
-};
-
-/// The two keys that may hold an adapter's TCP/IP parameters, in the order in which they are tried.
-struct ParameterKeys {
-  KeyPath choices[2];
-
-  explicit ParameterKeys(const char* adapter)
-      : choices{
-            {"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\", adapter, ""},
-            {"SYSTEM\\CurrentControlSet\\Services\\", adapter, "\\Parameters\\Tcpip"}} {}
-};
-
-/// A list of strings as a REG_MULTI_SZ value holds it, in a buffer of LIST_SIZE bytes followed by
-/// NULs that end any list.
-class StringList {
- public:
-  [[nodiscard]] bool allocated() const { return text_ != nullptr; }
-  [[nodiscard]] const char* data() const { return text_.get(); }
-  [[nodiscard]] static const char* after(const char* string) {
-    return string + std::strlen(string) + 1;
-  }
-
-  [[nodiscard]] int read(const char* key_path, const char* value_name) {
-    std::int32_t capacity = LIST_SIZE;
-    return read_registry_value(key_path, value_name, text_.get(), &capacity);
-  }
-
-  /// Adds a string; false when it and the list's final NUL do not fit.
-  [[nodiscard]] bool add(const char* string) {
-    const std::size_t size = std::strlen(string) + 1;
-    if (used_ + size + 1 > LIST_SIZE) return false;
-    std::memcpy(text_.get() + used_, string, size);
-    used_ += size;
-    return true;
-  }
-
-  /// The bytes of the strings added, each with its NUL, and of the final NUL.
-  [[nodiscard]] std::uint32_t size() const { return static_cast<std::uint32_t>(used_ + 1); }
-
- private:
-  struct Free {
-    void operator()(char* block) const { std::free(block); }
-  };
-  std::unique_ptr<char, Free> text_{static_cast<char*>(std::calloc(LIST_SIZE + 2, 1))};
-  std::size_t used_ = 0;
-};
 
 int fail_memory(ReportSite site) {
   report(BEGIN_ERROR, site, "out of memory");
@@ -117,6 +58,16 @@ void clear_table(std::unique_ptr<Slot*[]>& slots, std::int32_t& count) {
     slots.get()[i] = nullptr;
   }
   count = 0;
+}
+
+/// Takes an entry out of an array of owned pointers and closes the gap.
+template <typename Slot>
+void remove_from_table(std::unique_ptr<Slot*[]>& slots, std::int32_t& count,
+                       std::int32_t position) {
+  Slot** const at = slots.get() + position;
+  delete *at;
+  std::move(at + 1, slots.get() + count, at);
+  slots.get()[--count] = nullptr;
 }
 
 struct MaskByClass {
@@ -263,7 +214,9 @@ int Adapter::write_tcpip_settings(std::int32_t blank_count) {
   }
   const std::int32_t blanks = std::min(blank_count, MAX_LIST_ENTRIES - written);
   for (std::int32_t i = 0; i < blanks; ++i) {
-    if (!addresses.add(blank_address(written + i)) || !masks.add(blank_mask(written + i))) break;
+    // There is room for so many entries of any length.
+    static_cast<void>(addresses.add(blank_address(written + i)));
+    static_cast<void>(masks.add(blank_mask(written + i)));
   }
   const ParameterKeys keys(description_);
   const auto* key =
@@ -351,7 +304,7 @@ int Adapter::read_registry_gateways() {
 }
 
 int Adapter::read_interface_gateways() {
-  const auto list = fetch_adapters_info(false);
+  const auto list = fetch_adapters_info(WhenEmpty::GIVE_UP);
   for (const IP_ADAPTER_INFO* entry = list.get(); entry != nullptr; entry = entry->Next) {
     if (entry->Index != index_) continue;
     copy_cut(name_, field_text(entry->AdapterName));
@@ -402,13 +355,18 @@ int read_connection_name(const char* system_name, char* buffer, std::uint32_t ca
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.text, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
     return -1;
   }
-  char text[NAME_SIZE + 1] = "";
-  DWORD size = std::min<DWORD>(capacity, NAME_SIZE);
-  const LSTATUS status =
-      RegQueryValueExA(key, "Name", nullptr, nullptr, reinterpret_cast<BYTE*>(text), &size);
+  // One byte more than a read may fill, so that a value without its NUL ends there.
+  const KeptErrno kept;
+  const std::size_t room = std::size_t{capacity} + 1;
+  const TextBlock text(room != 0 ? static_cast<char*>(std::calloc(room, 1)) : nullptr);
+  DWORD size = capacity;
+  const LSTATUS status = text == nullptr
+                             ? ERROR_NOT_ENOUGH_MEMORY
+                             : RegQueryValueExA(key, "Name", nullptr, nullptr,
+                                                reinterpret_cast<BYTE*>(text.get()), &size);
   RegCloseKey(key);
   if (status != ERROR_SUCCESS || capacity == 0) return -1;
-  copy_cut(buffer, capacity, text);
+  copy_cut(buffer, capacity, text.get());
   return 0;
 }
 
@@ -619,21 +577,14 @@ int Adapter::delete_from_interface(const char* address_text, bool any_owner) {
     report(ADD_WARN, here(), "cannot delete address <%s>.", address_text);
     return -1;
   }
-  remove_slot(position);
+  remove_from_table(addresses_, address_count_, position);
   Sleep(1);
   return 0;
 }
 
-void Adapter::remove_slot(std::int32_t position) {
-  AddressSlot** const slots = addresses_.get();
-  delete slots[position];
-  std::move(slots + position + 1, slots + address_count_, slots + position);
-  slots[--address_count_] = nullptr;
-}
-
 std::uint32_t find_nte_context(const char* address_text) {
   if (std::strlen(address_text) > MAX_DOTTED_LENGTH) return 0;
-  const auto list = fetch_adapters_info(true);
+  const auto list = fetch_adapters_info(WhenEmpty::FETCH);
   for (const IP_ADAPTER_INFO* entry = list.get(); entry != nullptr; entry = entry->Next) {
     for (const IP_ADDR_STRING* address = &entry->IpAddressList; address != nullptr;
          address = address->Next) {
@@ -694,10 +645,7 @@ int Adapter::delete_ipv6_address(const char* address_text) {
   if (find_ipv6_slot(groups, position) == 0) return 0;
   const CommandResult result = run_netsh("del", connection_name_, address_text);
   if (result == CommandResult::NOT_STARTED) return -1;
-  Ipv6Slot** const slots = ipv6_addresses_.get();
-  delete slots[position];
-  std::move(slots + position + 1, slots + ipv6_count_, slots + position);
-  slots[--ipv6_count_] = nullptr;
+  remove_from_table(ipv6_addresses_, ipv6_count_, position);
   if (result == CommandResult::FAILED) {
     read_connection_name(name_, connection_name_, sizeof connection_name_);
     return -1;

@@ -148,7 +148,6 @@ class Adapter {
   int insert_added(std::uint32_t address, std::uint32_t mask, std::uint32_t nte_context);
   int delete_through_service(const char* address_text);
   int delete_from_interface(const char* address_text, bool any_owner);
-  void remove_slot(std::int32_t position);
   [[nodiscard]] bool has_ipv6_key(const char* address_text) const;
   void record_ipv6_address(const char* address_text);
 

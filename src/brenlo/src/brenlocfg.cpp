@@ -1,7 +1,6 @@
 #include "brenlo/src/brenlocfg.h"
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <new>
 

@@ -10,19 +10,22 @@ namespace {
 ReportSite here(int line = __builtin_LINE()) { return {".\\ip_tables", line}; }
 
 template <typename Table, typename Call>
-FetchedTable<Table> fetch(Call call, bool ask_for_none) {
-  FetchedTable<Table> fetched;
-  static_cast<void>(call(nullptr, &fetched.size));
-  if (fetched.size == 0 && !ask_for_none) return {};
+FetchedTable<Table> fetch(Call call, WhenEmpty when_empty) {
+  ULONG size = 0;
+  static_cast<void>(call(nullptr, &size));
+  if (size == 0 && when_empty == WhenEmpty::GIVE_UP) return {};
   // At least one record, and nothing but zeros, whatever the platform then fills in.
-  const std::size_t records =
-      std::max<std::size_t>(1, (fetched.size + sizeof(Table) - 1) / sizeof(Table));
+  FetchedTable<Table> fetched;
+  const std::size_t records = size / sizeof(Table) + (size % sizeof(Table) != 0 || size == 0);
   fetched.buffer.reset(new (std::nothrow) Table[records]());
   if (fetched.buffer == nullptr) {
     report(BEGIN_ERROR, here(), "out of memory");
     return {};
   }
-  if (call(fetched.buffer.get(), &fetched.size) != NO_ERROR) return {};
+  const ULONG room = size;
+  if (call(fetched.buffer.get(), &size) != NO_ERROR) return {};
+  if (errmsg_enabled()) errmsg_begin();
+  fetched.size = std::min(room, size);
   return fetched;
 }
 
@@ -33,15 +36,15 @@ FetchedTable<MIB_IPADDRTABLE> fetch_ip_addr_table() {
       [](MIB_IPADDRTABLE* table, ULONG* size) {
         return iphlpapi_get_ip_addr_table(table, size, TRUE);
       },
-      true);
+      WhenEmpty::FETCH);
 }
 
 FetchedTable<MIB_IFTABLE> fetch_if_table() {
   return fetch<MIB_IFTABLE>(
       [](MIB_IFTABLE* table, ULONG* size) { return iphlpapi_get_if_table(table, size, TRUE); },
-      true);
+      WhenEmpty::FETCH);
 }
 
-FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(bool ask_for_none) {
-  return fetch<IP_ADAPTER_INFO>(iphlpapi_get_adapters_info, ask_for_none);
+FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(WhenEmpty when_empty) {
+  return fetch<IP_ADAPTER_INFO>(iphlpapi_get_adapters_info, when_empty);
 }

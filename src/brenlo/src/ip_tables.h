@@ -1,6 +1,7 @@
 // The IP Helper's tables in buffers of their own, fetched by its size protocol: a call without a
 // buffer to learn the size, then a call with a buffer of that size. The first call's result is not
-// looked at; what the wrappers report stays held in the message log.
+// looked at, nor is it ever shown: the message log is begun anew once the second call succeeds.
+// What that one's wrapper reports stays held in the log.
 #pragma once
 
 #include <cstddef>
@@ -11,18 +12,20 @@
 
 template <typename Table>
 struct FetchedTable {
-  std::unique_ptr<Table[]> buffer;  ///< room for the size; null when the table could not be fetched
-  ULONG size = 0;                   ///< bytes that the platform says it filled
+  std::unique_ptr<Table[]> buffer;  ///< null when the table could not be fetched
+  std::size_t size = 0;             ///< bytes of the buffer that the platform says it filled
 
   [[nodiscard]] const Table* get() const { return buffer.get(); }
 };
+
+/// What becomes of a fetch when the platform says that no room is needed.
+enum class WhenEmpty { GIVE_UP, FETCH };
 
 /// Both sorted: addresses in ascending order, interfaces by index.
 [[nodiscard]] FetchedTable<MIB_IPADDRTABLE> fetch_ip_addr_table();
 [[nodiscard]] FetchedTable<MIB_IFTABLE> fetch_if_table();
 
-/// With `ask_for_none` clear, a size of 0 ends the fetch without the second call.
-[[nodiscard]] FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(bool ask_for_none);
+[[nodiscard]] FetchedTable<IP_ADAPTER_INFO> fetch_adapters_info(WhenEmpty when_empty);
 
 /// The rows of a fetched table: as many as it claims, and no more than its buffer holds.
 template <typename Table>

@@ -3,6 +3,7 @@
 #include <windows.h>
 
 #include <algorithm>
+#include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <memory>
@@ -94,39 +95,39 @@ struct Request {
   const char* adapter;
 };
 
+/// Where a command is offered.
+enum class Offer { EVERYWHERE, NOT_ON_NT4 };
+
 struct Command {
   const char* words[3];
   const char* help;   ///< its line of the help, or null
   const char* usage;  ///< null for a command without arguments
   int required;       ///< the number of words it needs
+  Offer offer;
   void (*run)(Console& console, const Request& request);
 };
 
 struct Console {
   System& system;
-  bool purge_available;
+  bool is_nt4;
   bool done;
 };
 
-void report_result(ReportSite site, int result, const char* failure) {
-  if (result == 0) {
+void add(Console& console, const Request& request) {
+  const auto& [address, mask, unused1, unused2] = request.words;
+  if (console.system.add_address(request.adapter, address, mask) == 0) {
     write_info("success.");
   } else {
-    report(CLOSE_ERROR, site, "%s", failure);
+    report(CLOSE_ERROR, here(), "error adding address %s,%s.", address, mask);
   }
 }
 
-void add(Console& console, const Request& request) {
-  const auto& [address, mask, unused1, unused2] = request.words;
-  char failure[2 * LINE_BUFFER_SIZE];
-  std::snprintf(failure, sizeof failure, "error adding address %s,%s.", address, mask);
-  report_result(here(), console.system.add_address(request.adapter, address, mask), failure);
-}
-
 void report_removal(ReportSite site, int result, const char* address) {
-  char failure[2 * LINE_BUFFER_SIZE];
-  std::snprintf(failure, sizeof failure, "error deleting address %s", address);
-  report_result(site, result, failure);
+  if (result == 0) {
+    write_info("success.");
+  } else {
+    report(CLOSE_ERROR, site, "error deleting address %s", address);
+  }
 }
 
 void del(Console& console, const Request& request) {
@@ -152,29 +153,37 @@ void show_help(Console& console, const Request& request);
 
 /// Every command, in the order of the help.
 constexpr Command COMMANDS[] = {
-    {{"help", "?"}, "help or ?", nullptr, 0, show_help},
-    {{"print"}, "print", nullptr, 0, print},
+    {{"help", "?"}, "help or ?", nullptr, 0, Offer::EVERYWHERE, show_help},
+    {{"print"}, "print", nullptr, 0, Offer::EVERYWHERE, print},
     {{"add"},
      "add  <ip-address> <subnet-mask> [<adapter-name>]",
      "add <ip-address> <subnet-mask> [<adapter-name>]",
      2,
+     Offer::EVERYWHERE,
      add},
-    {{"del"}, "del  <ip-address> [<adapter-name>]", "del <ip-address> [<adapter-name>]", 1, del},
+    {{"del"},
+     "del  <ip-address> [<adapter-name>]",
+     "del <ip-address> [<adapter-name>]",
+     1,
+     Offer::EVERYWHERE,
+     del},
     {{"purge"},
      "purge <ip-address> [<adapter-name>]",
      "purge <ip-address> [<adapter-name>]",
      1,
+     Offer::NOT_ON_NT4,
      purge},
-    {{"quit", "exit", "."}, "quit or exit or .", nullptr, 0, quit},
+    {{"quit", "exit", "."}, "quit or exit or .", nullptr, 0, Offer::EVERYWHERE, quit},
     {{"stress"},
      nullptr,
      "stress <num-iterations> <num-addresses> <start-address> <subnet-mask> [<adapter-name>]",
      4,
+     Offer::EVERYWHERE,
      stress},
 };
 
 bool is_offered(const Console& console, const Command& command) {
-  return command.run != purge || console.purge_available;
+  return command.offer == Offer::EVERYWHERE || !console.is_nt4;
 }
 
 void show_help(Console& console, const Request& /*request*/) {
@@ -253,16 +262,16 @@ void run_loop(Console& console) {
   }
 }
 
-bool release_has_purge() {
+bool release_is_nt4() {
   OsIdentity identity;
   uname(identity);
-  return !equals_ignoring_case(identity.release, "NT 4.0");
+  return equals_ignoring_case(identity.release, "NT 4.0");
 }
 
 }  // namespace
 
 void run_console(System& system) {
-  Console console = {system, release_has_purge(), false};
+  Console console = {system, release_is_nt4(), false};
   run_loop(console);
   write_info("done.");
 }
@@ -346,22 +355,89 @@ int fail_stress(ReportSite site, const char* text) {
   return -1;
 }
 
-int add_all(System& system, const char* name, std::span<const AddressText> list, const char* mask) {
+/// Tells in the console's title how far a stress test is, and puts the title of before back.
+class Progress {
+ public:
+  Progress(std::int32_t iterations, std::size_t addresses)
+      : iterations_(iterations), addresses_(addresses) {}
+  ~Progress() {
+    if (is_shown_) SetConsoleTitleA(before_);
+  }
+  Progress(const Progress&) = delete;
+  Progress& operator=(const Progress&) = delete;
+
+  void begin(std::int32_t iteration, const char* work) {
+    iteration_ = iteration;
+    work_ = work;
+    done_ = 0;
+  }
+
+  /// Another address is done. Shown at most ten times a second.
+  void step() {
+    ++done_;
+    const auto now = Clock::now();
+    if (now - shown_ < std::chrono::milliseconds(100)) return;
+    shown_ = now;
+    if (!is_shown_) GetConsoleTitleA(before_, sizeof before_);
+    is_shown_ = true;
+    char title[160];
+    std::snprintf(title, sizeof title, "stress %d of %d: %s %s of %s",
+                  static_cast<int>(iteration_ + 1), static_cast<int>(iterations_), work_,
+                  Grouped(done_).text, Grouped(addresses_).text);
+    SetConsoleTitleA(title);
+  }
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  /// A number with a comma before every third digit.
+  struct Grouped {
+    char text[32];
+
+    explicit Grouped(std::size_t number) {
+      char digits[24];
+      const int count = std::snprintf(digits, sizeof digits, "%zu", number);
+      char* at = text;
+      for (int i = 0; i < count; ++i) {
+        if (i > 0 && (count - i) % 3 == 0) *at++ = ',';
+        *at++ = digits[i];
+      }
+      *at = '\0';
+    }
+  };
+
+  char before_[4096] = "";
+  bool is_shown_ = false;
+  std::int32_t iterations_;
+  std::size_t addresses_;
+  std::int32_t iteration_ = 0;
+  const char* work_ = "";
+  std::size_t done_ = 0;
+  Clock::time_point shown_ = {};
+};
+
+int add_all(System& system, const char* name, std::span<const AddressText> list, const char* mask,
+            Progress& progress) {
   write_info("   adding addresses");
   for (const AddressText& address : list) {
-    if (system.add_address(name, address.text, mask) == 0) continue;
-    report(CLOSE_ERROR, here(), "error adding address %s,%s.", address.text, mask);
-    return -1;
+    if (system.add_address(name, address.text, mask) != 0) {
+      report(CLOSE_ERROR, here(), "error adding address %s,%s.", address.text, mask);
+      return -1;
+    }
+    progress.step();
   }
   return 0;
 }
 
-int delete_all(System& system, const char* name, std::span<const AddressText> list) {
+int delete_all(System& system, const char* name, std::span<const AddressText> list,
+               Progress& progress) {
   write_info("   deleting addresses");
   for (const AddressText& address : list) {
-    if (system.delete_address(name, address.text) == 0) continue;
-    report(CLOSE_ERROR, here(), "error deleting address %s", address.text);
-    return -1;
+    if (system.delete_address(name, address.text) != 0) {
+      report(CLOSE_ERROR, here(), "error deleting address %s", address.text);
+      return -1;
+    }
+    progress.step();
   }
   return 0;
 }
@@ -382,10 +458,13 @@ int run_stress(System& system, const char* name, const char* iterations, const c
   const auto list = make_address_list(numbers, address_count);
   if (list == nullptr) return fail_stress(here(), "not enough memory for the address list.");
   const std::span<const AddressText> run(list.get(), address_count);
+  Progress progress(iteration_count, address_count);
   for (std::int32_t k = 0; k < iteration_count; ++k) {
     write_info("Iteration %d...", static_cast<int>(k));
-    if (add_all(system, name, run, mask) != 0) return -1;
-    if (delete_all(system, name, run) != 0) return -1;
+    progress.begin(k, "adding");
+    if (add_all(system, name, run, mask, progress) != 0) return -1;
+    progress.begin(k, "deleting");
+    if (delete_all(system, name, run, progress) != 0) return -1;
     write_info("------");
   }
   return 0;

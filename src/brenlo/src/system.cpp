@@ -8,6 +8,7 @@
 #include <cstring>
 #include <iterator>
 #include <new>
+#include <string_view>
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/ip_tables.h"
@@ -62,12 +63,9 @@ bool holds_current_address(const Adapter& adapter) {
          adapter.has_address(address) == 1;
 }
 
-/// The active test without the probe. The exclusion list is asked only once the current address is
-/// known.
+/// The active test without the probe.
 bool is_listed_active(const Adapter& adapter) {
-  char address[ADDRESS_BUFFER_SIZE];
-  return adapter.current_ip_address(address, sizeof address) == 0 && !is_excluded(adapter) &&
-         adapter.has_address(address) == 1;
+  return holds_current_address(adapter) && !is_excluded(adapter);
 }
 
 const char* shown_name(const char* name) { return name != nullptr ? name : FIRST_ACTIVE; }
@@ -398,28 +396,36 @@ enum class IdentitySource { NONE, UUID, ADAPTERS };
 
 struct ReleaseRow {
   const char* release;
+  std::int32_t service_pack;  ///< the least that the row is about
   IdentitySource source;
 };
 
+/// In the order of the releases. NT 4.0 names its adapters' hardware addresses from its fourth
+/// service pack on.
 constexpr ReleaseRow RELEASES[] = {
-    {"95", IdentitySource::UUID},         {"98", IdentitySource::UUID},
-    {"Me", IdentitySource::ADAPTERS},     {"NT 5.0", IdentitySource::ADAPTERS},
-    {"NT 5.1", IdentitySource::ADAPTERS}, {"NT 5.2", IdentitySource::ADAPTERS},
-    {"NT 6.0", IdentitySource::ADAPTERS}, {"NT 6.1", IdentitySource::ADAPTERS},
+    {"95", 0, IdentitySource::UUID},         {"98", 0, IdentitySource::UUID},
+    {"Me", 0, IdentitySource::ADAPTERS},     {"NT 4.0", 4, IdentitySource::ADAPTERS},
+    {"NT 4.0", 0, IdentitySource::UUID},     {"NT 5.0", 0, IdentitySource::ADAPTERS},
+    {"NT 5.1", 0, IdentitySource::ADAPTERS}, {"NT 5.2", 0, IdentitySource::ADAPTERS},
+    {"NT 6.0", 0, IdentitySource::ADAPTERS}, {"NT 6.1", 0, IdentitySource::ADAPTERS},
 };
 
-/// NT 4.0 names its adapters' hardware addresses from its fourth service pack on.
-IdentitySource nt4_source(const char* version) {
-  constexpr char PREFIX[] = "Service Pack ";
-  const bool given = std::strncmp(version, PREFIX, sizeof PREFIX - 1) == 0;
-  const std::int32_t pack = given ? decimal_value(version + sizeof PREFIX - 1) : 0;
-  return pack < 4 ? IdentitySource::UUID : IdentitySource::ADAPTERS;
+/// The number in a text such as "Service Pack 6", whose blanks stand for any white space or none;
+/// 0 in any other.
+std::int32_t service_pack_of(const char* version) {
+  for (const std::string_view word : {"Service", "Pack"}) {
+    if (!std::string_view(version).starts_with(word)) return 0;
+    version = skip_blanks(version + word.size());
+  }
+  return decimal_value(version);
 }
 
 IdentitySource identity_source(const OsIdentity& identity) {
-  if (equals_ignoring_case(identity.release, "NT 4.0")) return nt4_source(identity.version);
+  const std::int32_t service_pack = std::max(service_pack_of(identity.version), 0);
   for (const ReleaseRow& row : RELEASES) {
-    if (equals_ignoring_case(identity.release, row.release)) return row.source;
+    if (equals_ignoring_case(identity.release, row.release) && service_pack >= row.service_pack) {
+      return row.source;
+    }
   }
   return IdentitySource::NONE;
 }
@@ -427,9 +433,8 @@ IdentitySource identity_source(const OsIdentity& identity) {
 /// A UUID's text, given back to the RPC runtime at the end of its scope; null when there is none.
 class UuidText {
  public:
-  explicit UuidText(const UUID& uuid) {
-    UUID copy = uuid;  // the platform asks for one that it could change
-    if (UuidToStringA(&copy, &text_) != RPC_S_OK) text_ = nullptr;
+  explicit UuidText(UUID& uuid) {
+    if (UuidToStringA(&uuid, &text_) != RPC_S_OK) text_ = nullptr;
   }
   ~UuidText() {
     if (text_ != nullptr) RpcStringFreeA(&text_);
@@ -610,14 +615,11 @@ bool is_passed_over(const char* binding) {
 }
 
 int read_bound_address(const char* binding, char (&address)[256]) {
-  char key[2048];
+  const ParameterKeys keys(binding);
   std::uint32_t capacity = sizeof address;
-  std::snprintf(key, sizeof key,
-                "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\%s", binding);
-  if (read_first_multi_sz(key, "IpAddress", address, &capacity) == 0) return 0;
-  std::snprintf(key, sizeof key, "SYSTEM\\CurrentControlSet\\Services\\%s\\Parameters\\Tcpip",
-                binding);
-  return read_first_multi_sz(key, "IpAddress", address, &capacity);
+  return read_first_multi_sz(keys.choices[0].text, "IpAddress", address, &capacity) == 0
+             ? 0
+             : read_first_multi_sz(keys.choices[1].text, "IpAddress", address, &capacity);
 }
 
 }  // namespace

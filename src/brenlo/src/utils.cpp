@@ -10,6 +10,8 @@
 
 namespace {
 
+constexpr int LIST_SIZE = 200200;
+
 ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
 
 /// An open key under HKEY_LOCAL_MACHINE, closed at the end of its scope.
@@ -141,4 +143,33 @@ int write_multi_sz_value(const char* key_path, const char* value_name, const voi
   const RegistryKey key(key_path, KEY_SET_VALUE);
   if (!key.is_open()) return fail_open(here(), key_path);
   return set_multi_sz(key, key_path, value_name, data, size);
+}
+
+// ---- Adapters' keys and lists -----------------------------------------------------------------
+
+KeyPath::KeyPath(std::string_view before, std::string_view adapter, std::string_view after) {
+  std::size_t length = 0;
+  for (const std::string_view piece : {before, adapter, after}) {
+    length += piece.copy(text + length, sizeof text - 1 - length);
+  }
+  text[length] = '\0';
+}
+
+ParameterKeys::ParameterKeys(const char* adapter)
+    : choices{{"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\", adapter, ""},
+              {"SYSTEM\\CurrentControlSet\\Services\\", adapter, "\\Parameters\\Tcpip"}} {}
+
+StringList::StringList() : text_(static_cast<char*>(std::calloc(LIST_SIZE + 2, 1))) {}
+
+int StringList::read(const char* key_path, const char* value_name) {
+  std::int32_t capacity = LIST_SIZE;
+  return read_registry_value(key_path, value_name, text_.get(), &capacity);
+}
+
+bool StringList::add(const char* string) {
+  const std::size_t size = std::strlen(string) + 1;
+  if (used_ + size + 1 > LIST_SIZE) return false;
+  std::memcpy(text_.get() + used_, string, size);
+  used_ += size;
+  return true;
 }
