@@ -12,7 +12,6 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
-#include <span>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -190,56 +189,17 @@ void fuzz_description(const std::uint8_t* data, std::size_t size) {
 
 namespace {
 
-/// The hosts of sessions: the IP Helper, the DHCP client with blank slots, and neither. Additions
-/// soon fail, so that no stress test runs for long.
-constexpr const char* SESSION_HOSTS[] = {
-    R"([time]
-sleep = false
-[[adapters]]
-name = "A"
-description = "Fast Ethernet"
-index = 2
-addresses = ["10.0.0.1/255.0.0.0", "10.0.0.9/255.0.0.0"]
-gateways = ["10.0.0.254"]
-[[adapters]]
-name = "B"
-index = 3
-type = 71
-addresses = ["0.0.0.0/0.0.0.0"]
-[[faults]]
-function = "AddIPAddress"
-code = 1450
-skip = 30
-)",
-    R"([time]
-sleep = false
-[libraries]
-iphlpapi = false
-[[adapters]]
-name = "A"
-index = 2
-addresses = ["10.0.0.1/255.0.0.0"]
-blank_slots = 12
-[[faults]]
-function = "DhcpNotifyConfigChange"
-code = 5
-skip = 30
-)",
-    R"([time]
-sleep = false
-[libraries]
-iphlpapi = false
-dhcpcsvc = false
-)"};
-
-/// A host of a description that is read once.
-SimulatedHost session_host(std::size_t number) {
+/// A host of a description that is read once. Additions soon fail, so that no stress test runs for
+/// long.
+std::unique_ptr<SimulatedHost> session_host(std::size_t number) {
   static const std::vector<HostDescription> descriptions = [] {
     std::vector<HostDescription> all;
-    for (const char* text : SESSION_HOSTS) all.push_back(parse_description(text, "session"));
+    for (const char* host : {"helper", "client", "neither"}) {
+      all.push_back(read_description(SOURCE_ROOT "/fuzz/hosts/" + std::string(host) + ".toml"));
+    }
     return all;
   }();
-  return SimulatedHost(descriptions[number % descriptions.size()]);
+  return std::make_unique<SimulatedHost>(descriptions[number % descriptions.size()]);
 }
 
 /// Whether a run of digits is so long that a stress test with it would take long.
@@ -255,17 +215,18 @@ bool has_large_number(std::string_view text) {
 /// What must hold of a host whatever was typed: its table ascends, its contexts are its own, and
 /// each takes away the address that it stands for.
 void check_host(SimulatedHost& host) {
-  std::span<const HostAddress> addresses;
-  require(host.read_addresses(Reading::FRESH, addresses) == NO_ERROR, "the table is read");
+  HostTable<HostAddress> addresses;
+  require(host.read_addresses(addresses) == NO_ERROR, "the table is read");
   const auto before = [](const HostAddress& a, const HostAddress& b) {
     return ntohl(a.address) < ntohl(b.address);
   };
-  require(std::is_sorted(addresses.begin(), addresses.end(), before), "the table ascends");
-  const std::vector<HostAddress> all(addresses.begin(), addresses.end());
+  require(std::is_sorted(addresses.rows.begin(), addresses.rows.end(), before),
+          "the table ascends");
+  const std::vector<HostAddress> all(addresses.rows.begin(), addresses.rows.end());
   for (const HostAddress& address : all) {
     require(host.delete_address(address.context) == NO_ERROR, "a context stands for an address");
   }
-  require(host.read_addresses(Reading::FRESH, addresses) == NO_ERROR && addresses.empty(),
+  require(host.read_addresses(addresses) == NO_ERROR && addresses.rows.empty(),
           "every address has a context");
 }
 
@@ -273,7 +234,7 @@ void check_host(SimulatedHost& host) {
 
 void fuzz_session(const std::uint8_t* data, std::size_t size) {
   if (size == 0 || has_large_number(text_of(data + 1, size - 1))) return;
-  auto owned = std::make_unique<SimulatedHost>(session_host(data[0]));
+  auto owned = session_host(data[0]);
   SimulatedHost& host = *owned;
   std::unique_ptr<Host> before_it = install_host(std::move(owned));
   const Stream typed = stream_of(data + 1, size - 1);

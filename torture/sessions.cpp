@@ -22,56 +22,6 @@
 
 namespace {
 
-// ---- Hosts ------------------------------------------------------------------------------------
-
-constexpr char HELPER_HOST[] = R"(
-time.sleep = false
-[[adapters]]
-name = "A"
-description = "Fast Ethernet"
-connection = "Local Area Connection"
-index = 2
-hardware_address = "00-0C-29-3A-5B-7C"
-addresses = ["10.0.0.1/255.0.0.0", "10.0.0.9/255.0.0.0"]
-gateways = ["10.0.0.254", "10.0.0.253"]
-[[adapters]]
-name = "B"
-description = "Second"
-connection = "Two"
-index = 3
-addresses = ["172.16.0.1/255.255.0.0"]
-)";
-
-constexpr char CLIENT_HOST[] = R"(
-time.sleep = false
-libraries.iphlpapi = false
-[[adapters]]
-name = "A"
-index = 2
-addresses = ["10.0.0.1/255.0.0.0"]
-gateways = ["10.0.0.254"]
-blank_slots = 12
-)";
-
-/// As many adapters as the tool takes, with addresses and gateways by the dozen.
-std::string large_host() {
-  std::string text = "time.sleep = false\n";
-  for (int i = 1; i <= 32; ++i) {
-    const std::string number = std::to_string(i);
-    text += "[[adapters]]\nname = \"A" + number + "\"\nindex = " + number + "\naddresses = [";
-    for (int j = 1; j <= 12; ++j) {
-      text += "\"10." + number + ".0." + std::to_string(j) + "/255.255.0.0\",";
-    }
-    text += "]\ngateways = [\"10." + number + ".0.254\", \"10." + number + ".0.253\"]\n";
-  }
-  return text;
-}
-
-std::string old_host(const char* os) {
-  return std::string("time.sleep = false\nos = {") + os +
-         "}\n[[adapters]]\nname = \"A\"\nindex = 1\naddresses = [\"10.0.0.1/255.0.0.0\"]\n";
-}
-
 // ---- Files ------------------------------------------------------------------------------------
 
 void write_file(const std::string& path, const std::string& text) {
@@ -88,7 +38,6 @@ std::string shortcut_to(const std::string& target) {
 void write_files(const std::string& folder) {
   mkdir((folder + "/config").c_str(), 0700);
   mkdir((folder + "/system32").c_str(), 0700);
-  write_file(folder + "/host.toml", HELPER_HOST);
   write_file(folder + "/exclusion.cfg",
              "version = 1\nexclude = {\n\tname = Second\n}\nexclude = {\n\taddress = 00:0C:29\n}\n"
              "exclude = {\n\taddress = xy\n}\nother = {\n}\n");
@@ -211,6 +160,8 @@ void use_utilities(System& /*system*/, const std::string& folder) {
 
 // ---- The sessions -----------------------------------------------------------------------------
 
+std::string host_file(const std::string& host) { return "torture/hosts/" + host + ".toml"; }
+
 bool Session::is_live() const {
   return std::any_of(environment.begin(), environment.end(),
                      [](const auto& setting) { return setting.second == "linux"; });
@@ -223,54 +174,31 @@ std::vector<Session> all_sessions(const std::string& folder) {
       "del 10.1.1.5\ndel 10.0.0.9\npurge 10.0.0.9\npurge 10.1.1.6 Second-3\nadd 10.1.1.7 0.0.0.0\n"
       "del 10.1.1.77\nadd 1 nowhere\nhelp\nmore\n\nprint\nquit\n";
   const std::string report = "print\nquit\n";
+  const std::string live =
+      "add 10.9.1.5 255.255.0.0 t0\npurge 10.9.0.2 t0\nstress 1 3 10.9.2.1 255.255.0.0 t0\n"
+      "del 10.9.1.5 t0\nadd 10.9.1.6 255.255.0.0 t0\nprint\nquit\n";
+  const char* const stress = "stress 2 130 10.1.1.200 255.255.0.0\nprint\nquit\n";
+  const char* const client_stress =
+      "stress 2 8 10.1.1.250 255.255.0.0 a\nstress 1 9 10.1.1.1 255.0.0.0\nprint\nquit\n";
+  const std::vector<Setting> own_helper = {{"ZARVO_HOST", host_file("helper")}};
+  const std::vector<Setting> product = {{"ZARVO_DIR", folder}};
   return {
-      {"start", "", {}, make_static_state, nullptr, report},
-      {"description", "", {{"ZARVO_HOST", folder + "/host.toml"}}, nullptr, nullptr, report},
-      {"helper", HELPER_HOST, {}, nullptr, nullptr, commands},
-      {"helper_stress",
-       HELPER_HOST,
-       {},
-       nullptr,
-       nullptr,
-       "stress 2 130 10.1.1.200 255.255.0.0\nprint\nquit\n"},
-      {"client", CLIENT_HOST, {}, nullptr, nullptr, commands},
-      {"client_stress",
-       CLIENT_HOST,
-       {},
-       nullptr,
-       nullptr,
-       "stress 2 8 10.1.1.250 255.255.0.0 a\nstress 1 9 10.1.1.1 255.0.0.0\nprint\nquit\n"},
-      {"padding", CLIENT_HOST, {}, nullptr, pad_slots, "add 10.1.1.5 255.0.0.0 a\n" + report},
-      {"exclusion", HELPER_HOST, {}, nullptr, load_exclusions, commands},
-      {"debugging", HELPER_HOST, {{"ZARVO_DIR", folder}}, switch_debugging_on, find_files, report},
-      {"ipv6", HELPER_HOST, {{"windir", folder}}, nullptr, change_ipv6_addresses, "quit\n"},
-      {"large_report", large_host(), {}, nullptr, nullptr, report},
-      {"nt4",
-       old_host("major = 4, minor = 0, service_pack = \"Service Pack 6\""),
-       {},
-       nullptr,
-       tell_identity,
-       "purge 10.0.0.1\n" + report},
-      {"windows_98",
-       old_host("platform_id = 1, major = 4, minor = 10"),
-       {},
-       nullptr,
-       tell_identity,
-       report},
-      {"forced",
-       std::string("libraries.iphlpapi = [\"GetIfTable\"]\n") + HELPER_HOST,
-       {{"ZARVO_IPMGMT_MECHANISM", "2"}},
-       nullptr,
-       nullptr,
-       commands},
-      {"utilities", HELPER_HOST, {}, nullptr, use_utilities, "quit\n"},
-      {"live",
-       "",
-       {{"ZARVO_HOST", "linux"}},
-       nullptr,
-       nullptr,
-       "add 10.9.1.5 255.255.0.0 t0\npurge 10.9.0.2 t0\nstress 1 3 10.9.2.1 255.255.0.0 t0\n"
-       "del 10.9.1.5 t0\nadd 10.9.1.6 255.255.0.0 t0\nprint\nquit\n"},
+      {.name = "start", .before_system = make_static_state, .typed = report},
+      {.name = "description", .environment = own_helper, .typed = report},
+      {.name = "helper", .host = "helper", .typed = commands},
+      {.name = "helper_stress", .host = "helper", .typed = stress},
+      {.name = "client", .host = "client", .typed = commands},
+      {.name = "client_stress", .host = "client", .typed = client_stress},
+      {.name = "padding", .host = "client", .before_typing = pad_slots, .typed = report},
+      {.name = "exclusion", .host = "helper", .before_typing = load_exclusions, .typed = commands},
+      {"debugging", "helper", product, switch_debugging_on, find_files, report},
+      {"ipv6", "helper", {{"windir", folder}}, nullptr, change_ipv6_addresses, "quit\n"},
+      {.name = "large_report", .host = "large", .typed = report},
+      {.name = "nt4", .host = "nt4", .before_typing = tell_identity, .typed = "purge 10.0.0.1\n"},
+      {.name = "windows_98", .host = "windows_98", .before_typing = tell_identity, .typed = report},
+      {"forced", "forced", {{"ZARVO_IPMGMT_MECHANISM", "2"}}, nullptr, nullptr, commands},
+      {.name = "utilities", .host = "helper", .before_typing = use_utilities, .typed = "quit\n"},
+      {.name = "live", .environment = {{"ZARVO_HOST", "linux"}}, .typed = live},
   };
 }
 

@@ -2,22 +2,26 @@
 // that no command reaches, and what is typed at the prompt.
 #pragma once
 
-#include <span>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "brenlo/src/system.h"
 
+using Setting = std::pair<const char*, std::string>;
+
+/// The description of a host of that name, below the project's folder.
+[[nodiscard]] std::string host_file(const std::string& host);
+
 struct Session {
   const char* name;
-  /// The simulated host, or empty: the one that the environment names.
-  std::string description;
-  std::vector<std::pair<const char*, std::string>> environment;
+  /// The simulated host; empty: the one that the environment names.
+  std::string host = {};
+  std::vector<Setting> environment = {};
   /// Work before the System exists, and on it before anything is typed; null for none.
-  void (*before_system)(const std::string& folder);
-  void (*before_typing)(System& system, const std::string& folder);
-  std::string typed;
+  void (*before_system)(const std::string& folder) = nullptr;
+  void (*before_typing)(System& system, const std::string& folder) = nullptr;
+  std::string typed = {};
 
   /// Whether it plays on this machine's kernel, in the namespace that enter_namespace made.
   [[nodiscard]] bool is_live() const;

@@ -1,8 +1,9 @@
-// Plays whole sessions again and again while memory or the platform fails, each time one step
-// further on, until a run meets no failure any more.
+// Plays a whole session again and again while memory or the platform fails, each time one step
+// further on, until a run meets no failure any more. tools/torture plays all sessions.
 //
-//   kadrix_torture STOPS SUITE [--step N]              plays all of a suite, or every Nth run
-//   kadrix_torture STOPS SUITE SESSION TREATMENT NTH once|ever      plays one run and shows it
+//   kadrix_torture SUITE                                        names the suite's sessions
+//   kadrix_torture SUITE SESSION STEP STOPS                     plays every STEPth run of a session
+//   kadrix_torture SUITE SESSION TREATMENT NTH once|ever STOPS  plays one run and shows it
 //
 // SUITE is "allocations" or "calls"; STOPS names the file of the places that may end the program.
 
@@ -44,27 +45,24 @@ extern "C" const char* __asan_default_options() {
 namespace {
 
 constexpr unsigned LONGEST_RUN = 30;  // seconds
-constexpr int JOBS = 2;
 
 struct Attack {
   const char* name;
   std::optional<Treatment> treatment;  ///< of a call; nothing: memory fails
+  Disturbed disturbed;
 };
 
-constexpr Attack MEMORY_ATTACKS[] = {{"memory", std::nullopt}};
-constexpr Attack CALL_ATTACKS[] = {
-    {"fail", Treatment::FAIL},   {"raise", Treatment::RAISE},
-    {"grown", Treatment::GROWN}, {"shrunk", Treatment::SHRUNK},
-    {"cut", Treatment::CUT},     {"unterminated", Treatment::UNTERMINATED}};
+constexpr Attack MEMORY_ATTACKS[] = {{"memory", std::nullopt, Disturbed::A_CALL}};
+constexpr Attack CALL_ATTACKS[] = {{"fail", Treatment::FAIL, Disturbed::A_CALL},
+                                   {"raise", Treatment::RAISE, Disturbed::A_CALL},
+                                   {"grown", Treatment::GROWN, Disturbed::A_TABLE},
+                                   {"shrunk", Treatment::SHRUNK, Disturbed::A_TABLE},
+                                   {"cut", Treatment::CUT, Disturbed::A_TABLE},
+                                   {"unterminated", Treatment::UNTERMINATED, Disturbed::A_TABLE}};
 
 std::span<const Attack> attacks_of(std::string_view suite) {
   if (suite == "allocations") return MEMORY_ATTACKS;
   return CALL_ATTACKS;
-}
-
-Tolerance tolerance_of(const Attack& attack) {
-  const bool fails = attack.treatment == Treatment::FAIL || attack.treatment == Treatment::RAISE;
-  return {attack.treatment.has_value(), attack.treatment.has_value() && !fails};
 }
 
 struct Disturbance {
@@ -73,22 +71,14 @@ struct Disturbance {
   bool lasting;
 };
 
-// Nothing here writes through stdout: its buffer would be allocated once, and not in every run.
+// Nothing here writes through stdout: a run inherits what its buffer holds, and would allocate
+// none.
 
-/// What the processes of the torture share.
-struct Tally {
-  std::uint64_t runs;
-  std::uint64_t stopped;
-  std::uint64_t broken;
-  std::uint64_t met[JOBS];   ///< failures that the run at hand met, for each job
-  std::uint64_t attacks[8];  ///< runs of each attack
-  std::uint64_t stops[16];   ///< runs that each place stopped
-};
-
-Tally& shared_tally() {
-  static auto& tally = *static_cast<Tally*>(
-      mmap(nullptr, sizeof(Tally), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return tally;
+/// How many failures the run at hand met: written by its process, read by this one.
+std::uint64_t& failures_met() {
+  static auto& met = *static_cast<std::uint64_t*>(mmap(
+      nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  return met;
 }
 
 /// A file in memory.
@@ -140,9 +130,8 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
   alarm(LONGEST_RUN);
   for (const auto& [name, value] : session.environment) setenv(name, value.c_str(), 1);
   std::vector<HostAddress> before;
-  if (!session.description.empty()) {
-    install_host(
-        std::make_unique<FailingHost>(parse_description(session.description, session.name)));
+  if (!session.host.empty()) {
+    install_host(std::make_unique<FailingHost>(read_description(host_file(session.host))));
     before = standing_addresses(current_host());
   } else {
     // The session chooses its host itself, which may fail to be laid out. This is another one, and
@@ -165,14 +154,14 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
 /// A session with the files that it reads and writes.
 class Stage {
  public:
-  Stage(const Session& session, const std::string& folder, std::uint64_t& met)
-      : session_(session), folder_(folder), input_(session.typed), output_(""), met_(met) {}
+  Stage(const Session& session, const std::string& folder)
+      : session_(session), folder_(folder), input_(session.typed), output_("") {}
 
   [[nodiscard]] Outcome run(const Disturbance& disturbance) {
     if (session_.is_live()) lay_out_addresses();
     input_.rewind();
     output_.clear();
-    met_ = 0;
+    failures_met() = 0;
     const pid_t child = fork();
     if (child < 0) {
       std::perror("fork");
@@ -182,7 +171,7 @@ class Stage {
       dup2(input_.descriptor(), STDIN_FILENO);
       dup2(output_.descriptor(), STDOUT_FILENO);
       dup2(output_.descriptor(), STDERR_FILENO);
-      play(session_, folder_, disturbance, met_);
+      play(session_, folder_, disturbance, failures_met());
     }
     Outcome outcome;
     waitpid(child, &outcome.status, 0);
@@ -190,162 +179,93 @@ class Stage {
     return outcome;
   }
 
-  [[nodiscard]] bool met_failure() const { return met_ > 0; }
-
  private:
   const Session& session_;
   const std::string& folder_;
   MemoryFile input_;
   MemoryFile output_;
-  std::uint64_t& met_;
 };
 
-// ---- All runs ---------------------------------------------------------------------------------
+// ---- All runs of a session --------------------------------------------------------------------
 
-struct Suite {
-  std::string name;
-  std::vector<Session> sessions;
-  std::string folder;
-  std::vector<Stop> stops;
-  std::uint64_t step = 1;
+struct Tally {
+  int runs = 0;
+  int stopped = 0;
+  int broken = 0;
 };
 
-void add(std::uint64_t& count) { __atomic_fetch_add(&count, 1, __ATOMIC_RELAXED); }
-
-std::string judge(const Suite& suite, const Attack& attack, const Outcome& outcome, bool met,
-                  const std::string& undisturbed) {
-  return met ? find_fault(outcome, undisturbed, suite.stops, tolerance_of(attack))
-             : find_difference(outcome, undisturbed);
-}
-
-/// Counts a run that ended at a place that may end it.
-void count_stop(const Suite& suite, const Outcome& outcome) {
-  Tally& tally = shared_tally();
-  add(tally.stopped);
-  const std::size_t stop = find_stop(outcome.text, suite.stops);
-  if (stop < suite.stops.size()) add(tally.stops[stop]);
-}
-
-/// Plays a session with an attack at every place that is this job's.
-void attack_session(const Suite& suite, const Session& session, const Attack& attack, bool lasting,
-                    int job, Stage& stage, const std::string& undisturbed) {
-  Tally& tally = shared_tally();
-  const auto first = 1 + suite.step * static_cast<std::uint64_t>(job);
-  for (std::uint64_t nth = first;; nth += suite.step * JOBS) {
-    const Outcome outcome = stage.run({&attack, nth, lasting});
-    const bool met = stage.met_failure();
-    const std::string fault = judge(suite, attack, outcome, met, undisturbed);
-    if (!met && fault.empty()) return;
-    add(tally.runs);
-    add(tally.attacks[&attack - attacks_of(suite.name).data()]);
-    if (fault.empty()) {
-      if (outcome.status != 0) count_stop(suite, outcome);
-      continue;
-    }
-    add(tally.broken);
-    dprintf(STDOUT_FILENO, "%s\n  again: tools/torture %s %s %s %llu %s\n", fault.c_str(),
-            suite.name.c_str(), session.name, attack.name, static_cast<unsigned long long>(nth),
-            lasting ? "ever" : "once");
-    if (!met) return;
+class Torture {
+ public:
+  Torture(std::string suite, const Session& session, const std::string& folder,
+          const std::string& stops)
+      : suite_(std::move(suite)), session_(session), stage_(session, folder) {
+    if (suite_ == "allocations") stops_ = read_stops(stops);
+    undisturbed_ = stage_.run({}).text;
   }
-}
 
-/// Whether a suite plays a session: the platform's calls are treated on simulated hosts alone.
-bool plays(const Suite& suite, const Session& session) {
-  return suite.name == "allocations" || !session.description.empty();
-}
-
-void run_job(const Suite& suite, int job) {
-  for (const Session& session : suite.sessions) {
-    if (!plays(suite, session)) continue;
-    if (session.is_live() && !enter_namespace()) {
-      dprintf(STDOUT_FILENO, "%s: no network namespace here\n", session.name);
-      std::exit(1);
-    }
-    Stage stage(session, suite.folder, shared_tally().met[job]);
-    const Outcome undisturbed = stage.run({});
-    const std::string fault = find_fault(undisturbed, undisturbed.text, {}, {});
-    if (!fault.empty()) {
-      dprintf(STDOUT_FILENO, "%s, undisturbed: %s\n%s", session.name, fault.c_str(),
-              undisturbed.text.c_str());
-      std::exit(1);
-    }
-    for (const Attack& attack : attacks_of(suite.name)) {
+  /// Counts, and a line for each place that may stop the session and did.
+  int play_all(std::uint64_t step) {
+    for (const Attack& attack : attacks_of(suite_)) {
       for (const bool lasting : {false, true}) {
-        attack_session(suite, session, attack, lasting, job, stage, undisturbed.text);
+        for (Disturbance next = {&attack, 1, lasting}; plays_on(next); next.nth += step) {
+        }
       }
     }
+    dprintf(STDOUT_FILENO, "= %d %d %d\n", tally_.runs, tally_.stopped, tally_.broken);
+    return tally_.runs > 0 && tally_.broken == 0 ? 0 : 1;
   }
-}
 
-/// Whether every attack was made, and every place that may stop the program did.
-bool reaches_all(const Suite& suite) {
-  const Tally& tally = shared_tally();
-  bool all = true;
-  const auto expect = [&all](std::uint64_t runs, const std::string& what) {
-    if (runs > 0) return;
-    dprintf(STDOUT_FILENO, "never met: %s\n", what.c_str());
-    all = false;
-  };
-  const auto attacks = attacks_of(suite.name);
-  for (std::size_t i = 0; i < attacks.size(); ++i) expect(tally.attacks[i], attacks[i].name);
-  // A part of the runs need not come past all places.
-  for (std::size_t i = 0; suite.step == 1 && i < suite.stops.size(); ++i) {
-    expect(tally.stops[i], suite.stops[i].module + " " + suite.stops[i].reason);
+  int play_one(const Disturbance& disturbance) {
+    const Outcome outcome = stage_.run(disturbance);
+    const std::string fault = judge(outcome, disturbance);
+    dprintf(STDOUT_FILENO, "%s\nstatus %x, %s, %s\n", outcome.text.c_str(),
+            static_cast<unsigned>(outcome.status),
+            failures_met() > 0 ? "met the failure" : "met no failure",
+            fault.empty() ? "keeps its promises" : fault.c_str());
+    return fault.empty() && failures_met() > 0 ? 0 : 1;
   }
-  return all;
-}
 
-int run_suite(const Suite& suite) {
-  const Tally& tally = shared_tally();
-  pid_t jobs[JOBS];
-  for (int job = 0; job < JOBS; ++job) {
-    jobs[job] = fork();
-    if (jobs[job] != 0) continue;
-    run_job(suite, job);
-    std::_Exit(0);
+ private:
+  [[nodiscard]] std::string judge(const Outcome& outcome, const Disturbance& disturbance) const {
+    return find_fault(outcome, undisturbed_, stops_,
+                      failures_met() > 0 ? disturbance.attack->disturbed : Disturbed::NOTHING);
   }
-  bool completed = true;
-  for (const pid_t job : jobs) {
-    int status = 0;
-    waitpid(job, &status, 0);
-    completed = completed && status == 0;
-  }
-  dprintf(STDOUT_FILENO, "%s: %llu runs, %llu ended at a place that may, %llu broken\n",
-          suite.name.c_str(), static_cast<unsigned long long>(tally.runs),
-          static_cast<unsigned long long>(tally.stopped),
-          static_cast<unsigned long long>(tally.broken));
-  return completed && reaches_all(suite) && tally.broken == 0 ? 0 : 1;
-}
 
-int run_one(const Suite& suite, const char* const* words) {
-  const auto fail = [](const char* what, const char* which) {
-    std::fprintf(stderr, "no such %s: %s\n", what, which);
-    return 2;
-  };
-  const Session* session = nullptr;
-  for (const Session& it : suite.sessions) {
-    if (it.name == std::string_view(words[0])) session = &it;
+  /// Plays one run; false once one keeps its promises without meeting a failure.
+  bool plays_on(const Disturbance& disturbance) {
+    const Outcome outcome = stage_.run(disturbance);
+    const std::string fault = judge(outcome, disturbance);
+    const bool met = failures_met() > 0;
+    if (!met && fault.empty()) return false;
+    ++tally_.runs;
+    if (!fault.empty()) {
+      ++tally_.broken;
+      dprintf(STDOUT_FILENO, "%s\n  again: tools/torture %s %s %s %llu %s\n", fault.c_str(),
+              suite_.c_str(), session_.name, disturbance.attack->name,
+              static_cast<unsigned long long>(disturbance.nth),
+              disturbance.lasting ? "ever" : "once");
+    } else if (outcome.status != 0) {
+      ++tally_.stopped;
+      const std::size_t stop = find_stop(outcome.text, stops_);
+      if (stop < stops_.size()) {
+        dprintf(STDOUT_FILENO, "met %s %s\n", stops_[stop].module.c_str(),
+                stops_[stop].reason.c_str());
+      }
+    }
+    return met;
   }
-  if (session == nullptr) return fail("session", words[0]);
-  const Attack* attack = nullptr;
-  for (const Attack& it : attacks_of(suite.name)) {
-    if (it.name == std::string_view(words[1])) attack = &it;
-  }
-  if (attack == nullptr) return fail("treatment", words[1]);
-  if (session->is_live() && !enter_namespace()) return fail("thing here", "a network namespace");
-  Stage stage(*session, suite.folder, shared_tally().met[0]);
-  const Outcome undisturbed = stage.run({});
-  const Disturbance disturbance = {attack, std::strtoull(words[2], nullptr, 10),
-                                   std::string_view(words[3]) == "ever"};
-  const Outcome outcome = stage.run(disturbance);
-  const std::string fault = judge(suite, *attack, outcome, stage.met_failure(), undisturbed.text);
-  dprintf(STDOUT_FILENO, "%s\nstatus %x, %s, %s\n", outcome.text.c_str(),
-          static_cast<unsigned>(outcome.status),
-          stage.met_failure() ? "met the failure" : "met no failure",
-          fault.empty() ? "keeps its promises" : fault.c_str());
-  if (!fault.empty()) return 1;
-  return stage.met_failure() ? 0 : 2;
+
+  std::string suite_;
+  const Session& session_;
+  Stage stage_;
+  std::vector<Stop> stops_;
+  std::string undisturbed_;
+  Tally tally_;
+};
+
+/// Whether a suite plays a session: the platform's calls are treated on simulated hosts alone.
+bool plays(std::string_view suite, const Session& session) {
+  return suite == "allocations" || !session.host.empty();
 }
 
 /// A folder of this process's own.
@@ -368,23 +288,23 @@ class Folder {
 }  // namespace
 
 int main(int argument_count, char** arguments) {
-  const std::vector<std::string_view> words(arguments, arguments + argument_count);
-  const auto number = [&](int at) { return std::strtoull(arguments[at], nullptr, 10); };
-  const bool stepping = argument_count == 5 && words[3] == "--step" && number(4) > 0;
-  const bool single =
-      argument_count == 7 && number(5) > 0 && (words[6] == "once" || words[6] == "ever");
-  if (argument_count < 3 || (words[2] != "allocations" && words[2] != "calls") ||
-      (argument_count != 3 && !single && !stepping)) {
-    std::fputs(
-        "usage: kadrix_torture STOPS allocations|calls [--step N | SESSION TREATMENT NTH "
-        "once|ever]\n",
-        stderr);
-    return 2;
-  }
+  const std::vector<std::string> words(arguments + 1, arguments + argument_count);
   const Folder folder;
-  Suite suite = {arguments[2], all_sessions(folder.path()), folder.path(),
-                 read_stops(arguments[1])};
-  if (suite.name == "calls") suite.stops.clear();
-  if (stepping) suite.step = number(4);
-  return single ? run_one(suite, arguments + 3) : run_suite(suite);
+  const std::vector<Session> sessions = all_sessions(folder.path());
+  for (const Session& session : sessions) {
+    if (words.empty() || !plays(words[0], session)) continue;
+    if (words.size() == 1) dprintf(STDOUT_FILENO, "%s\n", session.name);
+    if (words.size() < 4 || words[1] != session.name) continue;
+    if (session.is_live() && !enter_namespace()) {
+      std::fprintf(stderr, "%s: no network namespace here\n", session.name);
+      return 1;
+    }
+    Torture torture(words[0], session, folder.path(), words.back());
+    if (words.size() == 4) return torture.play_all(std::stoull(words[2]));
+    for (const Attack& attack : attacks_of(words[0])) {
+      if (words[2] != attack.name) continue;
+      return torture.play_one({&attack, std::stoull(words[3]), words[4] == "ever"});
+    }
+  }
+  return words.size() == 1 ? 0 : 2;
 }

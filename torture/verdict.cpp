@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <fstream>
-#include <initializer_list>
 #include <sstream>
 #include <string_view>
 
@@ -69,78 +68,20 @@ bool keeps_notice(const std::string& text) {
   return !owed;
 }
 
-bool is_about_address(const std::string& line) {
-  return line.find("ERROR ") != std::string::npos && line.find("ddress") != std::string::npos;
+/// Whether a line reports a failure, or a cause of one.
+bool tells_of_failure(const std::string& line) {
+  return line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ");
 }
 
-bool holds_any(const std::string& line, std::initializer_list<const char*> words) {
-  return std::any_of(words.begin(), words.end(),
-                     [&](const char* word) { return line.find(word) != std::string::npos; });
-}
-
-/// Lines that tell of a shortcoming although they are no failure's: an adapter without a current
-/// address, one that kept the address it was probed with, another first active one; a current
-/// directory that is not known.
-bool is_plain_word(const std::string& line) {
-  return holds_any(line, {" [EXCLUDED - NO TCP/IP]", "  IP Address  :  ", "0.0.255.255",
-                          " first active: ", "looking in /../"});
-}
-
-/// Whether a line is missing that tells by that: of an adapter that could not be made, of a name
-/// that was not read.
-bool misses_line(const std::string& answer, const std::string& undisturbed) {
-  const auto count = [](const std::string& text) {
-    const auto lines = split(text, '\n');
-    return std::count_if(lines.begin(), lines.end(), [](const std::string& line) {
-      return holds_any(line, {" Adapter #", "-  #", "  Name        : "});
-    });
-  };
-  return count(answer) < count(undisturbed);
-}
-
-template <typename Tells>
-bool has_more(const std::string& lines, const std::string& others, Tells tells) {
-  const auto known = split(others, '\n');
-  const auto all = split(lines, '\n');
-  return std::any_of(all.begin(), all.end(), [&](const std::string& line) {
-    return tells(line) &&
-           std::count(all.begin(), all.end(), line) > std::count(known.begin(), known.end(), line);
-  });
-}
-
-/// Whether an answer says that it is not the undisturbed one.
-bool tells(const std::string& answer, const std::string& undisturbed) {
-  const auto fails = [](const std::string& line) {
-    return line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ") ||
-           is_plain_word(line);
-  };
-  return has_more(answer, undisturbed, fails) || misses_line(answer, undisturbed);
-}
-
-std::string first_difference(const std::string& answer, const std::string& undisturbed) {
-  const auto lines = split(answer, '\n');
-  const auto usual = split(undisturbed, '\n');
-  const auto end =
-      lines.begin() + static_cast<std::ptrdiff_t>(std::min(lines.size(), usual.size()));
-  const auto at = std::mismatch(lines.begin(), end, usual.begin()).first;
-  return at != lines.end() ? *at : "it ends early";
-}
-
-/// What the first so many answers lack. Once one has told of a failure, later ones may differ too:
-/// they stand on what failed.
-std::string fault_of_answers(const std::vector<std::string>& answers,
-                             const std::vector<std::string>& usual, std::size_t count) {
-  bool told = false;
-  for (std::size_t i = 0; i < count; ++i) {
-    if (answers[i] == usual[i]) continue;
-    if (answers[i].empty()) return "no answer";
-    told = told || answers[i].find(OUT_OF_MEMORY_NOTICE) != std::string::npos ||
-           tells(answers[i], usual[i]);
-    if (!told) {
-      return "another answer without a word: " + first_difference(answers[i], usual[i]);
-    }
-  }
-  return "";
+/// Whether a text tells of failures that another does not.
+bool tells_more(const std::string& text, const std::string& usual) {
+  const auto known = split(usual, '\n');
+  const auto lines = split(text, '\n');
+  return text.find(OUT_OF_MEMORY_NOTICE) != std::string::npos ||
+         std::any_of(lines.begin(), lines.end(), [&](const std::string& line) {
+           return tells_of_failure(line) && std::count(lines.begin(), lines.end(), line) >
+                                                std::count(known.begin(), known.end(), line);
+         });
 }
 
 }  // namespace
@@ -166,40 +107,33 @@ std::size_t find_stop(const std::string& text, const std::vector<Stop>& stops) {
   return static_cast<std::size_t>(known - stops.begin());
 }
 
-std::string find_difference(const Outcome& outcome, const std::string& undisturbed) {
-  const std::string text = without_pointers(outcome.text);
-  if (outcome.status != 0) return "ended otherwise, though nothing failed";
-  if (text == without_pointers(undisturbed)) return "";
-  return "another answer, though nothing failed: " + first_difference(text, undisturbed);
-}
-
 std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
-                       const std::vector<Stop>& stops, Tolerance tolerance) {
+                       const std::vector<Stop>& stops, Disturbed disturbed) {
   const std::string text = without_pointers(outcome.text);
+  const std::string usual_text = without_pointers(undisturbed);
   if (!WIFEXITED(outcome.status)) {
     return "ended by signal " + std::to_string(WTERMSIG(outcome.status));
   }
   if (text.find("DISAGREES") != std::string::npos) return "tool and host disagree";
-  const auto answers = split(text.substr(0, text.find("UNCLAIMED")), '$');
-  const auto usual = split(without_pointers(undisturbed), '$');
+  if (disturbed == Disturbed::NOTHING) {
+    return outcome.status == 0 && text == usual_text ? "" : "other than undisturbed";
+  }
   switch (WEXITSTATUS(outcome.status)) {
     case 0: break;
-    case STOPPED:
-      if (find_stop(text, stops) == stops.size()) return "stopped where it may not";
-      // The last answer is the one that was cut off.
-      return fault_of_answers(answers, usual, std::min(answers.size(), usual.size()) - 1);
-    case NO_HOST:
-      return !stops.empty() && (text == "ZARVO_HOST: not enough memory\n" ||
-                                text.ends_with(": cannot be read: Cannot allocate memory\n"))
-                 ? ""
-                 : "no host, and not for want of memory";
+    case STOPPED: return find_stop(text, stops) == stops.size() ? "stopped where it may not" : "";
+    case NO_HOST: return stops.empty() ? "no host, and not for want of memory" : "";
     default: return "ended with status " + std::to_string(WEXITSTATUS(outcome.status));
   }
   if (!keeps_notice(text)) return "a message without the notice";
-  if (!tolerance.lost_claims && text.find("UNCLAIMED") != std::string::npos &&
-      !has_more(text, without_pointers(undisturbed), is_about_address)) {
+  const auto answers = split(text, '$');
+  const auto usual = split(usual_text, '$');
+  if (answers.size() != usual.size()) return "the prompt did not come back";
+  for (std::size_t i = 0; i < usual.size(); ++i) {
+    if (answers[i].empty() && !usual[i].empty()) return "no answer";
+  }
+  if (disturbed != Disturbed::A_TABLE && text.find("UNCLAIMED") != std::string::npos &&
+      !tells_more(text, usual_text)) {
     return "an address nobody speaks of";
   }
-  if (answers.size() != usual.size()) return "the prompt did not come back";
-  return tolerance.quiet_change ? "" : fault_of_answers(answers, usual, answers.size());
+  return "";
 }

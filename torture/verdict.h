@@ -22,16 +22,14 @@ struct Stop {
 /// The position in the list of the place that stopped a session, or the length of the list.
 [[nodiscard]] std::size_t find_stop(const std::string& text, const std::vector<Stop>& stops);
 
-/// What a disturbance excuses.
-struct Tolerance {
-  bool quiet_change;  ///< another answer that does not tell of a failure
-  bool lost_claims;   ///< an address of the tool's that the platform said was gone
+/// What went wrong in a session.
+enum class Disturbed {
+  NOTHING,
+  A_CALL,   ///< memory or the platform failed: an address that nobody lists is spoken of
+  A_TABLE,  ///< the platform lied: addresses of the tool's own may seem to be gone
 };
 
-/// Why a session in which nothing failed is not like the undisturbed one, or empty.
-[[nodiscard]] std::string find_difference(const Outcome& outcome, const std::string& undisturbed);
-
-/// Why the session broke what the tool promises, or empty. Compares with what the session does when
-/// nothing fails. `stops`: places that may end it, none when memory does not fail.
+/// Why a session broke what the tool promises, or empty. Held against what it does when nothing
+/// fails. `stops`: places that may end it, none when memory does not fail.
 [[nodiscard]] std::string find_fault(const Outcome& outcome, const std::string& undisturbed,
-                                     const std::vector<Stop>& stops, Tolerance tolerance);
+                                     const std::vector<Stop>& stops, Disturbed disturbed);
