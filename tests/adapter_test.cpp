@@ -97,9 +97,26 @@ TEST(IpHelperAdapter, ReadsItsOwnRowsInOrder) {
   EXPECT_STREQ(name, "Office");
   EXPECT_EQ(read_connection_name("E100B1", name, sizeof name - 1), -1);
   EXPECT_EQ(read_connection_name("none", name, sizeof name), -1);
+  {
+    const std::string longer(300, 'n');
+    const TestHost named(one_adapter("") + "connection = \"" + longer + "\"");
+    char room[301] = "";
+    EXPECT_EQ(read_connection_name("E100B1", room, sizeof room), 0);
+    EXPECT_EQ(room, longer);
+  }
   EXPECT_EQ(adapter->read_gateways(), 0);
   ASSERT_EQ(adapter->gateway_count(), 2);
   EXPECT_STREQ(adapter->gateway(1), "10.0.0.4");
+}
+
+TEST(Adapters, TakeAHundredGateways) {
+  std::string gateways;
+  for (int i = 0; i < 120; ++i) gateways += "\"10.0.0." + std::to_string(i) + "\",";
+  for (const IpMechanism mechanism : {MECHANISM_DHCP_CLIENT, MECHANISM_IP_HELPER}) {
+    const Fixture adapter(mechanism, one_adapter("") + "gateways = [" + gateways + "]");
+    ASSERT_EQ(adapter->gateway_count(), 100);
+    EXPECT_STREQ(adapter->gateway(99), "10.0.0.99");
+  }
 }
 
 TEST(IpHelperAdapter, FindsPositionsByBinarySearch) {

@@ -7,7 +7,6 @@
 #include <memory>
 #include <random>
 #include <string>
-#include <vector>
 
 #include "brenlo/src/brenlocfg.h"
 #include "shared/include/vmk_errmsg.h"

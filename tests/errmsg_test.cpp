@@ -20,8 +20,8 @@ const ReportSite SITE = {".\\some\\module", 12};
 
 // ---- Memory that fails -------------------------------------------------------------------------
 
-/// Counts what a log asks of its memory; refuses while `refusals` are left, and blocks of over
-/// `limit` bytes until `until_released` is given back.
+/// Counts what a log asks of its memory; refuses while `refusals` are left, or until the reserve is
+/// given back.
 struct Memory {
   int allocations = 0;
   int refusals = 0;
@@ -40,6 +40,7 @@ void* counted_allocate(std::size_t size) {
 
 void* counted_resize(void* block, std::size_t size) {
   ++memory.allocations;
+  errno = ENOMEM;
   if (memory.refuse_until_reserve && memory.reserve != nullptr) return nullptr;
   if (memory.refusals > 0) {
     --memory.refusals;
@@ -64,9 +65,11 @@ class LogMemoryTest : public testing::Test {
 TEST_F(LogMemoryTest, ReserveMakesTheRetryWorkAndTheNoticeFollows) {
   MessageLog log(COUNTED_MEMORY);
   memory.refuse_until_reserve = true;
+  errno = 0;
   const std::string cause = "WARN  " + std::string(300, 'c');
   EXPECT_EQ(log.push(cause.c_str()), 0);
   EXPECT_EQ(memory.reserve, nullptr);
+  EXPECT_EQ(errno, 0);
   EXPECT_EQ(log.push("ERROR outcome"), 0);
   EXPECT_EQ(log.compose(),
             "ERROR outcome\n      " + std::string(300, 'c') + "\n" + OUT_OF_MEMORY_NOTICE);
@@ -100,6 +103,7 @@ TEST_F(LogMemoryTest, ASteadyStreamAllocatesNothing) {
     log.begin();
     for (int i = 0; i < MAX_MESSAGE_PIECES; ++i) log.push(text.c_str());
     log.compose();
+    log.compose_last();
     if (round == 0) continue;
     EXPECT_EQ(memory.allocations, before) << round;
   }
@@ -236,6 +240,8 @@ TEST(Reports, LastMessageIsWhatTheLastFlushWrote) {
     written_by([] { report(WRITE_ERROR, SITE, "seen"); });
   } while (std::time(nullptr) != now);
   EXPECT_THAT(errmsg_last_message(), testing::StartsWith(time));
+  report(BEGIN_ERROR, SITE, "%s", std::string(1000, 'x').c_str());
+  errmsg_compose();
   EXPECT_EQ(normalised(errmsg_last_message()), "ERROR @ module:# - seen\n");
 }
 

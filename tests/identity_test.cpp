@@ -180,6 +180,8 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
         {"platform_id = 1, major = 4, minor = 90", 2, true},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 3\"", 1, false},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 4\"", 2, true},
+        {"platform_id = 2, major = 4, minor = 0, service_pack = \"ServicePack\\t4a\"", 2, true},
+        {"platform_id = 2, major = 4, minor = 0, service_pack = \" Service Pack 6\"", 1, false},
         {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack-6\"", 1, false},
         {"platform_id = 2, major = 4, minor = 0", 1, false},
         {"platform_id = 2, major = 5, minor = 0", 2, true},

@@ -3,18 +3,33 @@
 #include <windows.h>
 
 #include <iphlpapi.h>
+#include <rpc.h>
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
+#include <cstddef>
+#include <filesystem>
+#include <initializer_list>
+#include <map>
+#include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "platform/hosts/adapter_keys.h"
 #include "platform/hosts/host_description.h"
+#include "platform/hosts/ipv4.h"
+#include "platform/hosts/linux_host.h"
+#include "platform/libraries/error_texts.h"
 #include "shared/include/guarded_call.h"
+#include "tests/support/folder.h"
 #include "tests/support/hosts.h"
+#include "tests/support/namespace.h"
 
 namespace {
 
@@ -36,9 +51,16 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {"[[adapters]]\nname = \"A\"", "d:1: the adapter has no 'index'"},
            {"[[adapters]]\nname = \"A\"\nindex = 1\n[[adapters]]\nname = \"a\"\nindex = 2",
             "d:5: 'a' is the name of another adapter too"},
+           {"[[adapters]]\nname = \"\"\nindex = 1", "d:2: the adapter's 'name' is empty"},
+           {"[[adapters]]\nname = \"A\"\nindex = 0", "d:3: 'index' must be from 1 to 4294967295"},
+           {"[[adapters]]\nname = \"A\"\nindex = 1\naddresses = [\"10.0.0.1/8\"]\n"
+            "[[adapters]]\nname = \"B\"\nindex = 2\naddresses = [\"10.0.0.0-10.0.0.9/8\"]",
+            "d:8: '10.0.0.1' is an address of another adapter already"},
            {"faults = [{code = 1}]", "d:1: the fault has no 'function'"},
            {"faults = [{function = \"Sleep\"}]", "d:1: the fault has no 'code'"},
            {"registry = {Key = 5}", "d:1: a registry key must be a table of values"},
+           {"registry = {'hkey_local_machine\\Key' = {v = 1}}",
+            "d:1: a registry path stands without 'HKEY_LOCAL_MACHINE\\'"},
            {"registry = {Key = {v = true}}",
             "d:1: a registry value is a string, an array of strings, an integer or false"},
        }) {
@@ -51,40 +73,294 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
   }
   for (const char* line :
        {"addresses = [\"10.0.0.1\"]", "addresses = [\"10.0.0.1/255.0.0.0\", \"10.0.0.1/0.0.0.0\"]",
-        "addresses = [\"010.0.0.1/255.0.0.0\"]", "hardware_address = \"00-0\"",
-        "hardware_address = \"00-0G\"", "hardware_address = \"00-01-\"", "blank_slots = 10011",
+        "addresses = [\"010.0.0.1/255.0.0.0\"]", "addresses = [\"10.0.0.1/33\"]",
+        "addresses = [\"10.0.0.1/8 \"]", "addresses = [\"10.0.0.2-10.0.0.1/8\"]",
+        "addresses = [\"10.0.0.1-10.0.0.9/8\", \"10.0.0.9/8\"]",
+        "addresses = [\"10.0.0.5/8\", \"10.0.0.1-10.0.0.9/8\"]",
+        "addresses = [\"10.0.0.1-10.15.66.65/8\"]", "hardware_address = \"00-0\"",
+        "hardware_address = \"00-0G\"", "hardware_address = \"00-01-\"",
+        "hardware_address = \"00-01:02\"", "blank_slots = 10011",
         "hardware_address = \"00-01-02-03-04-05-06-07-08\"", "gateways = [\"\"]"}) {
     EXPECT_THROW(static_cast<void>(parse_description(adapter + line, "d")), DescriptionError)
         << line;
   }
 }
 
+TEST(Descriptions, SayAddressesInSeveralWays) {
+  const HostDescription host = parse_description(
+      "[[adapters]]\nname = \"A\"\nindex = 1\nhardware_address = \"00:0C:fF\"\n"
+      "addresses = [\"0.0.0.0/0\", \"0.0.0.0/0.0.0.0\", \"9.255.255.254-10.0.0.1/9\"]\n",
+      "d");
+  const AdapterDescription& adapter = host.adapters.front();
+  std::vector<std::string> texts;
+  for (const auto& [address, mask] : adapter.addresses) {
+    texts.push_back(dotted(address) + "/" + dotted(mask));
+  }
+  EXPECT_THAT(texts, ElementsAre("0.0.0.0/0.0.0.0", "0.0.0.0/0.0.0.0", "9.255.255.254/255.128.0.0",
+                                 "9.255.255.255/255.128.0.0", "10.0.0.0/255.128.0.0",
+                                 "10.0.0.1/255.128.0.0"));
+  EXPECT_THAT(adapter.hardware_address, ElementsAre(0x00, 0x0C, 0xFF));
+}
+
 TEST(Descriptions, TheDefaultIsEmbedded) {
   EXPECT_EQ(default_description().adapters.back().connection, "Wireless Network Connection");
 }
 
-TEST(SimulatedHost, RefusesWhatThePlatformRefuses) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
-  const auto add = [](const char* address, DWORD mask, DWORD index) {
-    ULONG context = 0;
+// ---- What every host does ---------------------------------------------------------------------
+
+constexpr DWORD WIDE = 0x0000FFFF;  // 255.255.0.0
+
+/// The same machine in memory and on this machine's kernel: the loopback, "a0" with three addresses
+/// and a gateway, and "b0" without an address.
+class HostContract : public testing::TestWithParam<const char*> {
+ protected:
+  template <typename Table>
+  [[nodiscard]] auto rows_of() const {
+    const auto* table = reinterpret_cast<const Table*>(buffer_);
+    return std::span(&table->table[0], table->dwNumEntries);
+  }
+
+  void SetUp() override {
+    if (std::string_view(GetParam()) == "simulated") {
+      before_ = install_host(std::make_unique<SimulatedHost>(parse_description(R"(
+time.sleep = false
+[[adapters]]
+name = "lo"
+index = 1
+type = 24
+addresses = ["127.0.0.1/8"]
+bound = false
+[[adapters]]
+name = "a0"
+connection = "a0"
+index = 3
+hardware_address = "02:00:00:00:0a:01"
+addresses = ["10.1.0.9/16", "9.200.0.1/24", "10.1.0.10-10.1.0.10/255.255.0.0"]
+gateways = ["10.1.0.254", "10.1.0.253"]
+[[adapters]]
+name = "b0"
+index = 2
+addresses = ["0.0.0.0/0"]
+bound = false
+)",
+                                                                               "here")));
+    } else {
+      namespace_.emplace();
+      if (!namespace_->refusal().empty()) GTEST_SKIP() << namespace_->refusal();
+      run_shell(
+          "ip link set lo up; ip link add a0 type veth peer name b0;"
+          "ip link set a0 address 02:00:00:00:0a:01 up; ip link set b0 up;"
+          "ip addr add 10.1.0.9/16 dev a0; ip addr add 9.200.0.1/24 dev a0;"
+          "ip addr add 10.1.0.10/16 dev a0; ip route add default via 10.1.0.254;"
+          "ip route add default via 10.1.0.253 metric 7");
+      before_ = install_host(std::make_unique<LinuxHost>());
+    }
+    installed_ = true;
+    fetch(GetIfTable);
+    for (const MIB_IFROW& row : rows_of<MIB_IFTABLE>()) {
+      index_[std::string(row.bDescr, row.bDescr + row.dwDescrLen)] = row.dwIndex;
+    }
+  }
+
+  void TearDown() override {
+    if (installed_) install_host(std::move(before_));
+  }
+
+  /// Fetches a table into the buffer; the size that was given must be the size that is needed.
+  template <typename Record>
+  void fetch(DWORD (*function)(Record*, PULONG, BOOL)) {
+    ULONG size = 0;
+    EXPECT_EQ(function(nullptr, &size, TRUE), 122U);
+    ULONG less = size - 1;
+    EXPECT_EQ(function(reinterpret_cast<Record*>(buffer_), &less, TRUE), 122U);
+    EXPECT_EQ(function(reinterpret_cast<Record*>(buffer_), &less, TRUE), 0U);
+    EXPECT_EQ(less, size);
+  }
+
+  [[nodiscard]] std::vector<std::string> table() {
+    fetch(GetIpAddrTable);
+    std::vector<std::string> lines;
+    for (const MIB_IPADDRROW& row : rows_of<MIB_IPADDRTABLE>()) {
+      for (const auto& [name, index] : index_) {
+        if (index == row.dwIndex) {
+          lines.push_back(name + " " + dotted(row.dwAddr) + " " + dotted(row.dwMask));
+        }
+      }
+    }
+    return lines;
+  }
+
+  [[nodiscard]] const IP_ADAPTER_INFO* information() {
+    ULONG size = 0;
+    EXPECT_EQ(GetAdaptersInfo(nullptr, &size), 111U);
+    std::fill(std::begin(buffer_), std::end(buffer_), std::byte{0xAA});
+    auto* list = reinterpret_cast<IP_ADAPTER_INFO*>(buffer_);
+    EXPECT_EQ(GetAdaptersInfo(list, &size), 0U);
+    return list;
+  }
+
+  [[nodiscard]] static std::vector<std::string> texts_of(const IP_ADDR_STRING* list) {
+    std::vector<std::string> texts;
+    for (; list != nullptr; list = list->Next) texts.emplace_back(list->IpAddress.String);
+    return texts;
+  }
+
+  [[nodiscard]] DWORD add(const char* address, DWORD mask, DWORD index) {
     ULONG instance = 0;
-    return AddIPAddress(inet_addr(address), mask, index, &context, &instance);
-  };
-  expect_refusals(add, 2, "10.0.0.1");
-  EXPECT_EQ(add("10.0.0.2", 0xFFFFFFFF, 2), 0U);
+    return AddIPAddress(inet_addr(address), mask, index, &context_, &instance);
+  }
+
+  /// The bytes of a registry value.
+  [[nodiscard]] static std::string value_of(const std::string& path, const char* name) {
+    HKEY key = nullptr;
+    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.c_str(), 0, KEY_READ, &key) != 0) return "no key";
+    DWORD size = 0;
+    std::string data;
+    if (RegQueryValueExA(key, name, nullptr, nullptr, nullptr, &size) == 0) {
+      data.resize(size);
+      EXPECT_EQ(RegQueryValueExA(key, name, nullptr, nullptr, reinterpret_cast<BYTE*>(data.data()),
+                                 &size),
+                0);
+    }
+    RegCloseKey(key);
+    return data;
+  }
+
+  std::optional<NetworkNamespace> namespace_;
+  std::unique_ptr<Host> before_;
+  bool installed_ = false;
+  std::map<std::string, DWORD> index_;
+  ULONG context_ = 0;
+  alignas(IP_ADAPTER_INFO) std::byte buffer_[16384];
+};
+
+INSTANTIATE_TEST_SUITE_P(All, HostContract, testing::Values("simulated", "linux"),
+                         [](const auto& host) { return host.param; });
+
+TEST_P(HostContract, ShowsInterfacesByIndex) {
+  EXPECT_EQ(index_.size(), 3U);
+  const auto rows = rows_of<MIB_IFTABLE>();
+  EXPECT_TRUE(std::is_sorted(rows.begin(), rows.end(), [](const MIB_IFROW& a, const MIB_IFROW& b) {
+    return a.dwIndex < b.dwIndex;
+  }));
+  MIB_IFROW row = {};
+  row.dwIndex = index_["a0"];
+  ASSERT_EQ(GetIfEntry(&row), 0U);
+  EXPECT_EQ(row.dwType, 6U);
+  EXPECT_EQ(row.dwMtu, 1500U);
+  EXPECT_EQ(std::string(row.bPhysAddr, row.bPhysAddr + row.dwPhysAddrLen),
+            std::string("\x02\0\0\0\x0a\x01", 6));
+  row.dwAdminStatus = 2;
+  EXPECT_EQ(SetIfEntry(&row), 0U);
+  EXPECT_EQ(GetIfEntry(&row), 0U);
+  EXPECT_EQ(row.dwAdminStatus, 2U);
+  row.dwIndex = 4711;
+  EXPECT_EQ(GetIfEntry(&row), 13U);
 }
 
-TEST(SimulatedHost, GivesFreshContexts) {
-  const TestHost host(one_adapter(""));
-  ULONG first = 0;
-  ULONG second = 0;
-  ULONG instance = 0;
-  const DWORD address = inet_addr("10.0.0.2");
-  EXPECT_EQ(AddIPAddress(address, 0xFF, 2, &first, &instance), 0U);
+TEST_P(HostContract, ShowsAddressesInAscendingOrder) {
+  EXPECT_THAT(table(), ElementsAre("b0 0.0.0.0 0.0.0.0", "a0 9.200.0.1 255.255.255.0",
+                                   "a0 10.1.0.9 255.255.0.0", "a0 10.1.0.10 255.255.0.0",
+                                   "lo 127.0.0.1 255.0.0.0"));
+  EXPECT_EQ(add("9.255.0.1", WIDE, index_["a0"]), 0U);
+  EXPECT_THAT(table(), ElementsAre("b0 0.0.0.0 0.0.0.0", "a0 9.200.0.1 255.255.255.0",
+                                   "a0 9.255.0.1 255.255.0.0", "a0 10.1.0.9 255.255.0.0",
+                                   "a0 10.1.0.10 255.255.0.0", "lo 127.0.0.1 255.0.0.0"))
+      << "at once";
+}
+
+TEST_P(HostContract, TellsOfAdaptersButTheLoopback) {
+  std::map<std::string, const IP_ADAPTER_INFO*> by_name;
+  for (const IP_ADAPTER_INFO* it = information(); it != nullptr; it = it->Next) {
+    by_name[it->AdapterName] = it;
+  }
+  ASSERT_EQ(by_name.size(), 2U);
+  const IP_ADAPTER_INFO& a0 = *by_name["a0"];
+  EXPECT_EQ(a0.Index, index_["a0"]);
+  EXPECT_STREQ(a0.Description, "a0");
+  EXPECT_EQ(a0.AddressLength, 6U);
+  EXPECT_EQ(a0.Address[5], 1U);
+  EXPECT_EQ(a0.Type, 6U);
+  EXPECT_THAT(texts_of(&a0.IpAddressList), ElementsAre("9.200.0.1", "10.1.0.9", "10.1.0.10"));
+  EXPECT_STREQ(a0.IpAddressList.Next->IpMask.String, "255.255.0.0");
+  EXPECT_THAT(texts_of(&a0.GatewayList), ElementsAre("10.1.0.254", "10.1.0.253"));
+  const IP_ADAPTER_INFO& b0 = *by_name["b0"];
+  EXPECT_THAT(texts_of(&b0.IpAddressList), ElementsAre("0.0.0.0"));
+  EXPECT_THAT(texts_of(&b0.GatewayList), ElementsAre("0.0.0.0"));
+  EXPECT_EQ(DeleteIPAddress(a0.IpAddressList.Next->Context), 0U);
+  EXPECT_THAT(texts_of(&information()->IpAddressList), testing::Not(testing::Contains("10.1.0.9")));
+}
+
+TEST_P(HostContract, RefusesWhatThePlatformRefuses) {
+  const DWORD a0 = index_["a0"];
+  for (const char* address :
+       {"0.0.0.0", "0.0.255.255", "127.0.0.5", "224.0.0.1", "240.0.0.1", "255.255.255.255"}) {
+    EXPECT_EQ(add(address, WIDE, a0), 87U) << address;
+  }
+  EXPECT_EQ(add("10.0.0.2", inet_addr("255.0.255.0"), a0), 87U) << "a mask with holes";
+  EXPECT_EQ(add("10.0.0.2", WIDE, 4711), 55U) << "no such interface";
+  EXPECT_EQ(add("10.1.0.9", WIDE, a0), 5010U);
+  EXPECT_EQ(add("10.1.0.9", 0xFF, index_["b0"]), 5010U) << "another interface has it";
+  EXPECT_EQ(table().size(), 5U);
+  EXPECT_EQ(add("10.0.0.2", 0xFFFFFFFF, a0), 0U);
+  // Subnet addresses are none to the platform.
+  EXPECT_EQ(add("10.1.0.0", WIDE, a0), 0U);
+  EXPECT_EQ(add("10.1.255.255", WIDE, a0), 0U);
+}
+
+TEST_P(HostContract, GivesFreshContexts) {
+  const DWORD b0 = index_["b0"];
+  EXPECT_EQ(add("10.2.0.1", WIDE, b0), 0U);
+  const ULONG first = context_;
   EXPECT_EQ(DeleteIPAddress(first), 0U);
   EXPECT_EQ(DeleteIPAddress(first), 1168U);
-  EXPECT_EQ(AddIPAddress(address, 0xFF, 2, &second, &instance), 0U);
-  EXPECT_NE(first, second);
+  EXPECT_EQ(add("10.2.0.1", WIDE, b0), 0U);
+  EXPECT_NE(context_, first);
+  EXPECT_EQ(DeleteIPAddress(context_), 0U);
+  EXPECT_EQ(DeleteIPAddress(0), 1168U) << "that of a row without an address";
+}
+
+TEST_P(HostContract, FillsTheTableWhoseSizeItGave) {
+  ULONG size = 0;
+  ULONG list_size = 0;
+  EXPECT_EQ(GetIpAddrTable(nullptr, &size, TRUE), 122U);
+  EXPECT_EQ(GetAdaptersInfo(nullptr, &list_size), 111U);
+  EXPECT_EQ(add("10.2.0.1", WIDE, index_["a0"]), 0U);
+  auto* table = reinterpret_cast<MIB_IPADDRTABLE*>(buffer_);
+  EXPECT_EQ(GetIpAddrTable(table, &size, TRUE), 0U);
+  EXPECT_EQ(table->dwNumEntries, 5U);
+  EXPECT_EQ(GetAdaptersInfo(reinterpret_cast<IP_ADAPTER_INFO*>(buffer_), &list_size), 0U);
+  EXPECT_EQ(GetIpAddrTable(table, &size, TRUE), 122U);
+  EXPECT_EQ(GetIpAddrTable(table, &size, TRUE), 0U);
+  EXPECT_EQ(table->dwNumEntries, 6U);
+}
+
+TEST_P(HostContract, ShowsARegistryOfTheSameFacts) {
+  using std::string_literals::operator""s;
+  const std::string a0 = "SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\A0";
+  EXPECT_EQ(value_of("SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Linkage", "Bind"),
+            "\\Device\\a0\0\0"s);
+  // In the order in which they came to stand.
+  EXPECT_EQ(value_of(a0, "ipaddress"), "10.1.0.9\0009.200.0.1\00010.1.0.10\0\0"s);
+  EXPECT_EQ(value_of(a0, "SubnetMask"), "255.255.0.0\000255.255.255.0\000255.255.0.0\0\0"s);
+  EXPECT_EQ(value_of(a0, "DefaultGateway"), "10.1.0.254\00010.1.0.253\0\0"s);
+  EXPECT_EQ(value_of(interface_key("b0"), "IPAddress"), "0.0.0.0\0\0"s);
+  EXPECT_EQ(value_of(interface_key("b0"), "DefaultGateway"), "\0"s);
+  EXPECT_EQ(value_of("SYSTEM\\CurrentControlSet\\Control\\Network\\"
+                     "{4D36E972-E325-11CE-BFC1-08002BE10318}\\a0\\Connection",
+                     "Name"),
+            "a0\0"s);
+  EXPECT_EQ(value_of(interface_key("c0"), "IPAddress"), "no key");
+  EXPECT_EQ(value_of(interface_key("a0"), "Other"), "");
+}
+
+// ---- The simulated host -----------------------------------------------------------------------
+
+TEST(SimulatedHost, WithoutAnAdapterHasNoInformation) {
+  const TestHost host("[[adapters]]\nname = \"lo\"\nindex = 1\ntype = 24\n");
+  ULONG size = 0;
+  EXPECT_EQ(GetAdaptersInfo(nullptr, &size), 232U);
+  EXPECT_EQ(size, 0U);
 }
 
 TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
@@ -93,10 +369,10 @@ TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
     return host->change_listed_address(adapter, slot, inet_addr(address), 0xFF);
   };
   const auto table = [&] {
-    std::span<const HostAddress> addresses;
-    EXPECT_EQ(host->read_addresses(Reading::FRESH, addresses), 0U);
+    HostTable<HostAddress> addresses;
+    EXPECT_EQ(host->read_addresses(addresses), 0U);
     std::vector<std::string> texts;
-    for (const HostAddress& address : addresses) texts.emplace_back(address.address_text);
+    for (const HostAddress& address : addresses.rows) texts.push_back(dotted(address.address));
     return texts;
   };
   EXPECT_EQ(change("none", 0, "10.0.0.2"), 2U);
@@ -166,6 +442,82 @@ TEST(Platform, LeavesErrnoAlone) {
   EXPECT_EQ(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text, 19, nullptr), 0U);
   EXPECT_EQ(errno, 99);
   errno = 0;
+}
+
+TEST(Platform, TellsOfItself) {
+  const TestHost host("");
+  char text[64];
+  EXPECT_EQ(GetSystemDirectoryA(text, sizeof text), 19U);
+  EXPECT_STREQ(text, "C:\\WINDOWS\\system32");
+  EXPECT_EQ(GetSystemDirectoryA(text, 19), 20U);
+  OSVERSIONINFOA version = {};
+  SetLastError(0);
+  EXPECT_EQ(GetVersionExA(&version), FALSE) << "of an unknown size";
+  EXPECT_EQ(GetLastError(), 122U);
+  WCHAR wide[3];
+  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "h\xE9", -1, wide, 3), 3);
+  EXPECT_EQ(wide[1], 0xE9);
+  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "longer", -1, wide, 3), 0);
+  UUID uuid = {0x00A0C91E, 0x6BF6, 0x11D0, {0x8A, 1, 2, 3, 4, 5, 6, 0xFF}};
+  RPC_CSTR uuid_text = nullptr;
+  EXPECT_EQ(UuidToStringA(&uuid, &uuid_text), RPC_S_OK);
+  EXPECT_STREQ(reinterpret_cast<char*>(uuid_text), "00a0c91e-6bf6-11d0-8a01-0203040506ff");
+  RpcStringFreeA(&uuid_text);
+  for (int i = 0; i < 16; ++i) {
+    EXPECT_EQ(UuidCreate(&uuid), RPC_S_OK);
+    EXPECT_EQ(uuid.Data3 >> 12, 4);
+    EXPECT_EQ(uuid.Data4[0] >> 6, 2);
+  }
+}
+
+// The platform's words and names, character for character: what changes them does so on purpose.
+TEST(Platform, HasItsOwnWordsAndNames) {
+  std::uint32_t sum = 0;
+  const auto add = [&sum](std::string_view text) {
+    for (const char c : text) sum = sum * 31 + static_cast<unsigned char>(c);
+  };
+  for (DWORD code = 0; code < 12000; ++code) {
+    if (const char* text = error_text(code)) add(std::to_string(code) + text);
+  }
+  EXPECT_EQ(sum, 4041348597U);
+  for (int call = 0; call <= static_cast<int>(Call::WSA_STARTUP); ++call) {
+    add(call_name(static_cast<Call>(call)));
+  }
+  EXPECT_EQ(sum, 1112648156U);
+}
+
+TEST(Processes, GetTheirArgumentsAsThePlatformSplitsThem) {
+  const TestFolder folder;
+  const std::string program = folder.write("a b/show", "#!/bin/sh\nprintf '<%s>' \"$@\"\n");
+  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  for (const auto& [line, shown] : std::initializer_list<std::pair<std::string, const char*>>{
+           {" one  two\tthree ", "<one><two><three>"},
+           {" \"one two\" \"\" x\"y z\"", "<one two><><xy z>"},
+           {R"( a\\b \"c \\\"d e\\" f\\\\g)", R"(<a\\b><"c><\"d><e\ f\\\\g>)"}}) {
+    for (const std::string& path : {program, "\"" + program + "\""}) {
+      HANDLE ends[2];
+      SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
+      ASSERT_NE(CreatePipe(&ends[0], &ends[1], &inherited, 0), FALSE);
+      STARTUPINFOA start = {};
+      start.cb = sizeof start;
+      start.dwFlags = STARTF_USESTDHANDLES;
+      start.hStdOutput = ends[1];
+      PROCESS_INFORMATION process = {};
+      std::string command = path + line;
+      ASSERT_NE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
+                               &start, &process),
+                FALSE);
+      CloseHandle(ends[1]);
+      std::string output;
+      char piece[64];
+      DWORD count = 0;
+      while (ReadFile(ends[0], piece, sizeof piece, &count, nullptr) != FALSE && count > 0) {
+        output.append(piece, count);
+      }
+      EXPECT_EQ(output, shown) << command;
+      for (const HANDLE handle : {ends[0], process.hProcess, process.hThread}) CloseHandle(handle);
+    }
+  }
 }
 
 TEST(GuardedCall, SurvivesAFaultAgainAndAgain) {

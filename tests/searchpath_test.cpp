@@ -8,6 +8,7 @@
 #include <string>
 
 #include "brenlo/src/system.h"
+#include "shared/include/utils.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_debug_config.h"
 #include "shared/include/vmk_errmsg.h"
@@ -48,6 +49,9 @@ TEST(PrivateDirectory, IsTheFirstThatApplies) {
              "c://documents and settings/user1/zarvo/"},
         Case{nullptr, nullptr, "C:", "\\", "User1", "c:/user1/zarvo/"},
         Case{nullptr, nullptr, "C:", "/home", "User1", "c:/home/zarvo/"},
+        Case{nullptr, nullptr, "C:\\", "\\", "User1", "c://user1/zarvo/"},
+        Case{nullptr, nullptr, "C:", "\\Users\\x\\", "x", "c://users/x//zarvo/"},
+        Case{nullptr, nullptr, "C:\\", "\\Users", "x", "c:///users/zarvo/"},
         Case{nullptr, nullptr, "C:", "\\x", nullptr, "c:/zarvo/"},
         Case{nullptr, nullptr, nullptr, nullptr, nullptr, "c:/zarvo/"}}) {
     const Environment environment;
@@ -152,6 +156,9 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
   {
     const TestHost old_host("libraries.kernel32 = false");
     EXPECT_TRUE(follows(whole)) << "the path itself, where long forms are not told apart";
+    const std::string broken = folder.write("broken.lnk", shortcut(folder.path() + "/none"));
+    char found[PATH_BUFFER_SIZE];
+    EXPECT_STREQ(search.resolve("broken", found, SEARCH_PRIVATE), broken.c_str());
     EXPECT_FALSE(follows(shortcut(std::string(260, '/') + target)));
   }
   for (std::size_t size = 0; size < whole.size(); ++size)
@@ -198,9 +205,28 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   Environment::set("ZARVO_DIR", "");
   EXPECT_EQ(dll_init_searchpath(), 0);
   EXPECT_EQ(find("x", SEARCH_PRODUCT), "./x");
+  {
+    const TestHost lost("[[faults]]\nfunction = \"GetCurrentDirectoryA\"\ncode = 3");
+    EXPECT_EQ(dll_init_searchpath(), 0);
+    EXPECT_EQ(find("far", SEARCH_ALL), "../far") << "of no installation";
+  }
   std::filesystem::current_path(before);
   unsetenv("ZARVO_DIR");
   EXPECT_EQ(dll_init_searchpath(), 0);
+}
+
+// A drive's letter is dropped wherever a path is opened, tested or listed.
+TEST(Resolution, DropsDrives) {
+  const TestFolder folder;
+  const SearchPath search(("C:" + folder.path()).c_str());
+  static_cast<void>(folder.write("list/a", ""));
+  static_cast<void>(folder.write("link.lnk", shortcut("D:" + folder.path() + "/list/a")));
+  char path[PATH_BUFFER_SIZE];
+  EXPECT_EQ(search.resolve("list", path, SEARCH_PRIVATE), "c:" + folder.path() + "/list");
+  EXPECT_EQ(search.resolve("link", path, SEARCH_PRIVATE), folder.path() + "/list/a");
+  ListingBuffer buffer;
+  EXPECT_NE(search.open_listing("list", SEARCH_PRIVATE, buffer), nullptr);
+  EXPECT_NE(open_for_reading(("Z:" + folder.path() + "\\list\\a").c_str(), "r"), nullptr);
 }
 
 TEST(Listing, GivesEveryEntry) {
@@ -267,63 +293,76 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
   EXPECT_FALSE(table.is_enabled("System", 5));
 }
 
-/// The process-wide search path's private directory is fixed before main, so this runs in a process
-/// of its own that the environment leads to the folder.
-TEST(DebugConfiguration, IsInstalledFromTheSearchPath) {
-  const TestFolder folder;
-  const auto run = [&](const char* test) {
-    std::FILE* pipe = popen(
-        ("ZARVO_PRIV_DIR=" + folder.path() + " " +
-         std::filesystem::read_symlink("/proc/self/exe").string() +
-         " --gtest_also_run_disabled_tests --gtest_filter=InnerProcess.DISABLED_" + test + " 2>&1")
-            .c_str(),
-        "r");
-    std::string output;
-    char piece[4096];
-    while (std::fgets(piece, sizeof piece, pipe) != nullptr) output += piece;
-    EXPECT_EQ(pclose(pipe), 0) << output;
-    return normalised(output);
-  };
-  run("NothingInstalled");
-  static_cast<void>(folder.write("config/debug.cfg", "system\nsearchpath 1\n"));
-  EXPECT_NE(run("SystemOn").find("DEBUG @ system:# - adapter = \"E100B1\""), std::string::npos);
-  static_cast<void>(folder.write("config/debug.cfg", "searchpath\n\n"));
-  const std::string said = run("SearchOn");
-  for (const char* text :
-       {"ERROR @ vmk_debug:# - error loading runtime debugging, continuing...\n"
-        "      @ vmk_debug:# - error at line 2\n",
-        "DEBUG @ searchpath:# - searching for config/debug.cfg\n",
-        "DEBUG @ searchpath:# -     looking in ", "DEBUG @ searchpath:# -     found.\n"}) {
-    EXPECT_NE(said.find(text), std::string::npos) << text << said;
+// Whoever calls before the program's static state stands gets nothing done.
+struct EarlyCalls {
+  int result = dll_init_debug() + dll_init_searchpath();
+};
+[[gnu::init_priority(101)]] const EarlyCalls early_calls;
+
+/// The process-wide search path's private directory is fixed before main, so these run in processes
+/// of their own, which the environment leads to the folder.
+class DebugConfigurationDeathTest : public testing::Test {
+ protected:
+  DebugConfigurationDeathTest() {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    setenv("ZARVO_PRIV_DIR", folder_.path().c_str(), 1);
   }
-  std::filesystem::remove(folder.path() + "/config/debug.cfg");
-  std::filesystem::create_directory(folder.path() + "/config/debug.cfg");
-  EXPECT_NE(run("SearchOn")
-                .find("fopen failed: Permission denied\n"
-                      "ERROR @ vmk_debug:# - debugging disabled, continuing...\n"),
-            std::string::npos);
-}
+  ~DebugConfigurationDeathTest() override {
+    unsetenv("ZARVO_PRIV_DIR");
+    GTEST_FLAG_SET(death_test_style, "fast");
+  }
 
-TEST(InnerProcess, DISABLED_NothingInstalled) {
-  errmsg_push("left over");
-  EXPECT_EQ(dll_init_debug(), 0);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("ERROR @ searchpath:# - config/debug.cfg not in search path"));
-  EXPECT_FALSE(system_debug.is_enabled(1));
-}
+  /// Expects the action to say something that matches.
+  static void expect_said(void (*action)(), const char* said) {
+    const auto act = [action] {
+      action();
+      std::exit(testing::Test::HasFailure() ? 1 : 0);
+    };
+    EXPECT_EXIT(act(), testing::ExitedWithCode(0), said);
+  }
 
-TEST(InnerProcess, DISABLED_SystemOn) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
-  EXPECT_EQ(dll_init_debug(), 0);
-  EXPECT_TRUE(system_debug.is_enabled(1));
-  EXPECT_FALSE(adapter_debug.is_enabled(1));
-  char address[200];
-  EXPECT_EQ(get_host_address_from_bindings(address), 0);
-}
+  TestFolder folder_;
+};
 
-TEST(InnerProcess, DISABLED_SearchOn) {
-  EXPECT_EQ(dll_init_debug(), 0);
-  EXPECT_EQ(dll_init_debug(), 0);
+constexpr char CONFIGURATION[] = "config/debug.cfg";
+
+TEST_F(DebugConfigurationDeathTest, IsInstalledFromTheSearchPath) {
+  EXPECT_EQ(early_calls.result, 0);
+  const auto load = [] { EXPECT_EQ(dll_init_debug(), 0); };
+  expect_said(
+      [] {
+        errmsg_push("left over");
+        EXPECT_EQ(dll_init_debug(), 0);
+        EXPECT_FALSE(system_debug.is_enabled(1));
+        errmsg_flush();
+      },
+      "^ERROR [^ ]+ searchpath:[0-9]+ - config/debug.cfg not in search path\n$");
+  static_cast<void>(folder_.write(CONFIGURATION, "system\nsearchpath 1\n"));
+  expect_said(
+      [] {
+        const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
+        EXPECT_EQ(dll_init_debug(), 0);
+        EXPECT_FALSE(adapter_debug.is_enabled(1));
+        char address[200];
+        EXPECT_EQ(get_host_address_from_bindings(address), 0);
+      },
+      "DEBUG [^ ]+ system:[0-9]+ - adapter = \"E100B1\"");
+  static_cast<void>(folder_.write(CONFIGURATION, "searchpath\n\n"));
+  expect_said(
+      [] {
+        EXPECT_EQ(dll_init_debug(), 0);
+        EXPECT_EQ(dll_init_debug(), 0);
+      },
+      "ERROR [^ ]+ vmk_debug:[0-9]+ - error loading runtime debugging, continuing...\n"
+      " +[^ ]+ vmk_debug:[0-9]+ - error at line 2\n"
+      "DEBUG [^ ]+ searchpath:[0-9]+ - searching for config/debug.cfg\n"
+      "DEBUG [^ ]+ searchpath:[0-9]+ -     looking in .*\n"
+      "DEBUG [^ ]+ searchpath:[0-9]+ -     found.\n");
+  std::filesystem::remove(folder_.path() + "/" + CONFIGURATION);
+  std::filesystem::create_directory(folder_.path() + "/" + CONFIGURATION);
+  expect_said(load,
+              "^fopen failed: Permission denied\n"
+              "ERROR [^ ]+ vmk_debug:[0-9]+ - debugging disabled, continuing...\n$");
 }
 
 }  // namespace

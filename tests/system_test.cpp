@@ -186,15 +186,6 @@ TEST(Stress, TellsWhetherItWentThrough) {
   }
 }
 
-TEST(Start, AlwaysSucceeds) {
-  const TestHost host(adapters({"A"}));
-  System system;
-  EXPECT_EQ(system.choose_ip_mechanism(), 0);
-  EXPECT_EQ(system.refresh_adapters(), 0);
-  EXPECT_EQ(system.release_adapters(), 0);
-  EXPECT_EQ(system.adapter_count(), 0);
-}
-
 class ForcedDhcpClient : public testing::Test {
  protected:
   ForcedDhcpClient() { setenv("ZARVO_IPMGMT_MECHANISM", "1", 1); }

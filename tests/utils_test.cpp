@@ -7,7 +7,7 @@
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
-#include <memory>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -298,7 +298,7 @@ TEST(IdenticalFiles, LoseTheFirst) {
   EXPECT_TRUE(std::filesystem::exists(path));
   EXPECT_EQ(remove_if_identical("/proc/version", "/proc/version"), -1);
   EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot delete /proc/version",
-                                        "      @ utils:# - unlink: Operation not permitted"));
+                                        testing::StartsWith("      @ utils:# - unlink: ")));
   EXPECT_EQ(remove_if_identical(path.c_str(), "/proc/self/mem"), -1);
   EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot read /proc/self/mem",
                                         "      @ utils:# - fread: Input/output error"));
@@ -311,6 +311,10 @@ TEST(Time, IsAddedAndTakenAway) {
   EXPECT_EQ(elapsed_ms({12, 100000}, {10, 900000}), 1200);
   EXPECT_EQ(elapsed_ms({10, 900000}, {12, 100000}), -1200);
   TimeValue time = {1, 600000};
+  TimeValue last = {std::numeric_limits<std::int32_t>::max(), 999'999};
+  add_ms(last, 1);
+  EXPECT_EQ(last.seconds, std::numeric_limits<std::int32_t>::min());
+  EXPECT_EQ(last.microseconds, 999);
   add_ms(time, 1500);
   EXPECT_EQ(time.seconds, 3);
   EXPECT_EQ(time.microseconds, 100000);
@@ -353,9 +357,10 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   EXPECT_EQ(ipv6_supported(), 1);
   EXPECT_EQ(resolve_ipv6("::1", address6), 0);
   EXPECT_EQ(address6.sin6_addr.s6_addr[15], 1);
+  errmsg_push("left over");
   EXPECT_EQ(resolve_ipv6("no address", address6), -1);
-  EXPECT_EQ(held_lines().front(),
-            "ERROR @ utils:# - cannot resolve to IPv6 address, or incorrect IPv6 address format");
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ utils:# - cannot resolve to IPv6 address, or "
+                                        "incorrect IPv6 address format"));
 }
 
 // What a host offers for IPv6 is asked once in a process: these run in processes of their own.
@@ -366,7 +371,9 @@ TEST(NamesDeathTest, OfIpv6NeedAnOsAndAResolver) {
         {"os = {major = 5, minor = 2}", 2, ""},
         {"os = {major = 6, minor = 0}", 2, ""},
         {"os = {major = 6, minor = 1}", 2, ""},
-        {"libraries.ws2_32 = [\"getaddrinfo\", \"freeaddrinfo\"]", 1, "cannot resolve to IPv6"},
+        {"libraries.ws2_32 = [\"getaddrinfo\", \"freeaddrinfo\"]", 2, ""},
+        {"libraries = {ws2_32 = false, wship6 = [\"getaddrinfo\", \"freeaddrinfo\"]}", 1,
+         "cannot resolve to IPv6"},
         {"[[faults]]\nfunction = \"GetSystemDirectoryA\"\ncode = 5", 1, "cannot resolve to"}}) {
     const auto resolve = [](const std::string& host_text) {
       const TestHost host(host_text);
