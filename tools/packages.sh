@@ -23,3 +23,7 @@ ensure_packages() {
   "${as_root[@]}" apt-get update -qq >&2 &&
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
+
+# What building takes, and what the tests take besides.
+build_packages=(g++ cmake ninja-build libtomlplusplus-dev libmnl-dev libedit-dev)
+test_packages=(libgtest-dev libgmock-dev iproute2)
