@@ -24,16 +24,13 @@ std::string_view adapter_of_interface_key(std::string_view path) {
   return below ? path.substr(length) : std::string_view();
 }
 
-void enter_address_lists(Registry& registry, std::string_view adapter, RegistryValue addresses,
-                         RegistryValue masks) {
-  Registry::Key& key = registry.key(interface_key(adapter));
+void enter_address_lists(Registry::Key& key, RegistryValue addresses, RegistryValue masks) {
   key.set("IPAddress", std::move(addresses));
   key.set("SubnetMask", std::move(masks));
 }
 
-void enter_gateways(Registry& registry, std::string_view adapter,
-                    const std::vector<std::string>& gateways) {
-  registry.key(interface_key(adapter)).set("DefaultGateway", list_value(gateways));
+void enter_gateways(Registry::Key& key, const std::vector<std::string>& gateways) {
+  key.set("DefaultGateway", list_value(gateways));
 }
 
 void enter_connection(Registry& registry, std::string_view adapter, std::string_view name) {

@@ -13,11 +13,9 @@
 /// The adapter whose key with TCP/IP parameters a path names; empty for other paths.
 [[nodiscard]] std::string_view adapter_of_interface_key(std::string_view path);
 
-/// Enters the lists of an adapter: its addresses with their masks, and its gateways.
-void enter_address_lists(Registry& registry, std::string_view adapter, RegistryValue addresses,
-                         RegistryValue masks);
-void enter_gateways(Registry& registry, std::string_view adapter,
-                    const std::vector<std::string>& gateways);
+/// Enter lists into the key of an adapter: its addresses with their masks, and its gateways.
+void enter_address_lists(Registry::Key& key, RegistryValue addresses, RegistryValue masks);
+void enter_gateways(Registry::Key& key, const std::vector<std::string>& gateways);
 
 /// Enters the name under which the system shows an adapter.
 void enter_connection(Registry& registry, std::string_view adapter, std::string_view name);

@@ -5,6 +5,7 @@
 #include <linux/if_addr.h>
 #include <linux/if_link.h>
 #include <linux/ip.h>
+#include <malloc.h>
 #include <pwd.h>
 #include <sys/utsname.h>
 #include <unistd.h>
@@ -22,6 +23,9 @@ namespace {
 constexpr DWORD STATUS_UP = 1;
 /// As many bindings as the list's readers take, and have room for.
 constexpr int MAX_BINDINGS = 32;
+/// In bytes.
+constexpr int KEPT_MEMORY = 32 << 20;
+constexpr int KEPT_AT_ONCE = 1 << 20;
 
 struct CodeOfError {
   int error;
@@ -77,7 +81,13 @@ HostVersion kernel_version() {
 
 }  // namespace
 
-LinuxHost::LinuxHost() : version_(kernel_version()) {}
+LinuxHost::LinuxHost() : version_(kernel_version()) {
+  // Tables of megabytes are made and released at each reading: what goes back to the system in
+  // between must be had from it again, page by page.
+  mallopt(M_MMAP_THRESHOLD, KEPT_MEMORY);
+  mallopt(M_TRIM_THRESHOLD, KEPT_MEMORY);
+  mallopt(M_TOP_PAD, KEPT_AT_ONCE);
+}
 
 const std::string& LinuxHost::user_name() {
   if (user_.empty()) user_ = effective_user();
@@ -262,7 +272,7 @@ void LinuxHost::enter_addresses(const HostAdapter& adapter) {
     write_dotted(text, row.mask);
     masks.add(text);
   }
-  enter_address_lists(registry_, adapter.name, addresses.take(), masks.take());
+  enter_address_lists(registry_.key(interface_key(adapter.name)), addresses.take(), masks.take());
 }
 
 /// Brings up to date what the registry shows of an adapter's addresses, as the network was followed
@@ -274,7 +284,9 @@ DWORD LinuxHost::renew_lists(std::string_view adapter, std::string_view value) {
     HostTable<HostAdapter> adapters;
     if (const DWORD code = read_adapters(adapters); code != NO_ERROR) return code;
     const auto found = std::find_if(adapters.rows.begin(), adapters.rows.end(), is_adapter);
-    if (found != adapters.rows.end()) enter_gateways(registry_, found->name, found->gateways);
+    if (found != adapters.rows.end()) {
+      enter_gateways(registry_.key(interface_key(found->name)), found->gateways);
+    }
     return NO_ERROR;
   }
   for (const auto& [index, link] : network_.links()) {

@@ -7,6 +7,7 @@
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -48,12 +49,17 @@ using RtAttributes = std::array<const nlattr*, COUNT>;
 
 template <std::size_t COUNT>
 [[nodiscard]] RtAttributes<COUNT> attributes_in(const void* block, std::size_t size) {
+  // By hand: each of a hundred thousand addresses has eight of them.
   RtAttributes<COUNT> found{};
-  const char* const end = static_cast<const char*>(block) + size;
-  const auto* attribute = static_cast<const nlattr*>(block);
-  while (mnl_attr_ok(attribute, static_cast<int>(end - reinterpret_cast<const char*>(attribute)))) {
-    if (mnl_attr_get_type(attribute) < COUNT) found[mnl_attr_get_type(attribute)] = attribute;
-    attribute = mnl_attr_next(attribute);
+  const auto* at = static_cast<const char*>(block);
+  while (size >= sizeof(nlattr)) {
+    const auto& attribute = *reinterpret_cast<const nlattr*>(at);
+    if (attribute.nla_len < sizeof attribute || attribute.nla_len > size) break;
+    const unsigned type = attribute.nla_type & NLA_TYPE_MASK;
+    if (type < COUNT) found[type] = &attribute;
+    const std::size_t step = std::min<std::size_t>(MNL_ALIGN(attribute.nla_len), size);
+    at += step;
+    size -= step;
   }
   return found;
 }

@@ -78,8 +78,9 @@ void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
     masks.add(BLANK);
   }
 
-  enter_address_lists(registry_, adapter.name, addresses.take(), masks.take());
-  enter_gateways(registry_, adapter.name, adapter.gateways);
+  Registry::Key& key = registry_.key(interface_key(adapter.name));
+  enter_address_lists(key, addresses.take(), masks.take());
+  enter_gateways(key, adapter.gateways);
   if (adapter.connection) enter_connection(registry_, adapter.name, *adapter.connection);
   adapters_.push_back({adapter.name, std::move(adapter.gateways), interface_row(adapter)});
 }

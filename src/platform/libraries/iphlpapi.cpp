@@ -8,7 +8,6 @@
 #include <cstdint>
 #include <optional>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -102,7 +101,6 @@ class InformationList {
     versions_.reset();
     entries_.clear();
     nodes_.clear();
-    entry_of_.clear();
     // No node moves once it is linked.
     std::size_t nodes = addresses.rows.size();
     for (const HostAdapter& adapter : adapters.rows) nodes += adapter.gateways.size();
@@ -128,7 +126,6 @@ class InformationList {
   void add_entry(const HostAdapter& adapter) {
     IP_ADAPTER_INFO& entry = entries_.emplace_back();
     if (entries_.size() > 1) entries_[entries_.size() - 2].Next = &entry;
-    entry_of_[adapter.row.dwIndex] = entries_.size() - 1;
     copy_text(entry.AdapterName, adapter.name);
     copy_text(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
                                                   adapter.row.dwDescrLen));
@@ -149,12 +146,22 @@ class InformationList {
   }
 
   void add_addresses(std::span<const HostAddress> addresses) {
-    std::vector<IP_ADDR_STRING*> tails(entries_.size());
+    struct List {
+      DWORD index;
+      IP_ADDR_STRING* first;
+      IP_ADDR_STRING* last;
+    };
+    std::vector<List> lists;
+    lists.reserve(entries_.size());
+    for (auto& entry : entries_) lists.push_back({entry.Index, &entry.IpAddressList, nullptr});
+    const auto by_index = [](const List& a, const List& b) { return a.index < b.index; };
+    std::sort(lists.begin(), lists.end(), by_index);
     for (const HostAddress& address : addresses) {
-      const auto found = entry_of_.find(address.interface_index);
-      if (found == entry_of_.end()) continue;
-      IP_ADDR_STRING*& tail = tails[found->second];
-      tail = tail != nullptr ? append(*tail) : &entries_[found->second].IpAddressList;
+      const auto list = std::lower_bound(lists.begin(), lists.end(),
+                                         List{address.interface_index, nullptr, nullptr}, by_index);
+      if (list == lists.end() || list->index != address.interface_index) continue;
+      IP_ADDR_STRING*& tail = list->last;
+      tail = tail != nullptr ? append(*tail) : list->first;
       write_dotted(tail->IpAddress.String, address.address);
       write_dotted(tail->IpMask.String, address.mask);
       tail->Context = address.context;
@@ -190,7 +197,6 @@ class InformationList {
   std::optional<std::pair<std::uint64_t, std::uint64_t>> versions_;
   std::vector<IP_ADAPTER_INFO> entries_;
   std::vector<IP_ADDR_STRING> nodes_;
-  std::unordered_map<DWORD, std::size_t> entry_of_;  ///< by interface index
 };
 
 /// What the functions remember of the host.
