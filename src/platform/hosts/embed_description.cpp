@@ -54,6 +54,7 @@ void write_libraries(Source& source, const HostDescription& host) {
 }
 
 void write_adapters(Source& source, const HostDescription& host) {
+  source.line("  host.adapters.reserve(" + number(host.adapters.size()) + ");");
   for (const AdapterDescription& adapter : host.adapters) {
     const auto byte = [](BYTE value) { return number(value); };
     const auto address = [](const AddressDescription& it) {
