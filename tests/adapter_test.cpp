@@ -233,6 +233,8 @@ TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
   EXPECT_EQ(adapter->probe_address_change(), 0);
   EXPECT_EQ(adapter->add_address("10.0.0.6", "255.0.0.0"), 0);
   EXPECT_EQ(adapter->add_address("10.0.0.7", "255.0.0.0"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ adapter:# - Cannot find unused slot to add 10.0.0.7"));
   EXPECT_EQ(adapter->purge_address("10.0.0.1"), 0);
   EXPECT_EQ(adapter->delete_address("172.16.0.5"), 0);
   EXPECT_EQ(adapter->delete_address("172.16.0.5"), -1);
