@@ -22,6 +22,8 @@ struct HostVersion {
   DWORD major = 5;
   DWORD minor = 1;
   std::string service_pack;
+
+  bool operator==(const HostVersion&) const = default;
 };
 
 struct HostAdapter {

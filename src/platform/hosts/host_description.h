@@ -14,6 +14,8 @@
 struct AddressDescription {
   DWORD address;
   DWORD mask;
+
+  bool operator==(const AddressDescription&) const = default;
 };
 
 struct AdapterDescription {
@@ -27,6 +29,8 @@ struct AdapterDescription {
   std::vector<std::string> gateways;
   DWORD blank_slots = 0;
   bool bound = true;
+
+  bool operator==(const AdapterDescription&) const = default;
 };
 
 /// One line of a [registry] table; without a value the host has none of that name.
