@@ -1,6 +1,6 @@
 // The program at a terminal: a pseudo-terminal whose other end types and reads.
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
 #include <sys/wait.h>
@@ -11,7 +11,11 @@
 #include <regex>
 #include <string>
 
+#include "tests/support/folder.h"
+
 namespace {
+
+using testing::HasSubstr;
 
 class Terminal {
  public:
@@ -35,8 +39,7 @@ class Terminal {
   /// Types a text at the prompt and gives what is shown up to `awaited`.
   std::string type(const std::string& text, const std::string& awaited) {
     read_to("$\r$");  // as the program writes it, and again as it is edited
-    termios modes = {};
-    while (tcgetattr(descriptor_, &modes) == 0 && (modes.c_lflag & ICANON) != 0) usleep(1000);
+    while (is_canonical()) usleep(1000);
     return send(text, awaited);
   }
 
@@ -61,6 +64,12 @@ class Terminal {
     std::string seen = shown_.substr(0, end);
     shown_.erase(0, end);
     return seen;
+  }
+
+  /// Whether the terminal takes lines as a shell left it, not as they are edited.
+  [[nodiscard]] bool is_canonical() const {
+    termios modes = {};
+    return tcgetattr(descriptor_, &modes) == 0 && (modes.c_lflag & ICANON) != 0;
   }
 
   void hang_up() {
@@ -104,30 +113,42 @@ TEST(Console, EditsAndRecallsLines) {
   EXPECT_EQ(terminal.end(), 0);
 }
 
-TEST(Console, ShowsControlCharactersOfAReport) {
-  Terminal terminal;
-  terminal.type("\x16\x1B[2J\x16\x01z\r", BAD);
-  EXPECT_EQ(terminal.read_to("\r\n"), "^[[2J^Az\r\n");
+TEST(Console, TellsWhatWouldLeadTheTerminalAstray) {
+  // The name is cut to 256 bytes, in the middle of a character.
+  std::string name = R"(\u001b[2J\u007f\r\t\r\n\u0085\u20ac\U0001F600)";
+  for (int i = 0; i < 150; ++i) name += "\xC3\xA9";
+  const TestFolder folder;
+  const std::string host = folder.write(
+      "host.toml", "[[adapters]]\nname = \"A\"\nindex = 1\ndescription = \"" + name + "\"\n");
+  Terminal terminal(host.c_str());
+  const std::string shown = terminal.type("print\r", "Name        :");
+  EXPECT_THAT(shown,
+              HasSubstr("^[[2J^?^M\t\r\r\n\\xC2\\x85\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\xC3"));
+  EXPECT_THAT(shown, HasSubstr("\xC3\xA9\\xC3 \r\n"));
 }
 
 TEST(Console, TellsHowFarAStressTestIs) {
   Terminal terminal;
   const std::string run =
-      terminal.type("stress 2 1200 10.1.1.1 255.255.0.0 fast\r", "Iteration 1...\r\n");
+      terminal.type("stress 2 1001 10.1.1.1 255.255.0.0 fast\r", "Iteration 1...\r\n");
   EXPECT_TRUE(std::regex_search(
-      run, std::regex("\x1B\\[22;2t\x1B\\]2;stress 1 of 2: adding [0-9,]+ of 1,200\x07")));
+      run, std::regex("\x1B\\[22;2t\x1B\\]2;stress 1 of 2: adding [0-9,]+ of 1,001\x07")));
   EXPECT_TRUE(std::regex_search(
-      run, std::regex("\x1B\\]2;stress 1 of 2: deleting ([0-9]+|1,[0-9]{3}) of 1,200\x07")));
+      run, std::regex("\x1B\\]2;stress 1 of 2: deleting ([0-9]+|1,[0-9]{3}) of 1,001\x07")));
   std::size_t updates = 0;
   for (std::size_t at = 0; (at = run.find("\x1B]2;", at)) != std::string::npos; ++at) ++updates;
   EXPECT_LE(updates, 100U) << "at most ten a second";
-  terminal.read_to("\x1B[23;2t");
-  // A failure puts it back too, and so does a signal.
-  terminal.type("stress 1 900 223.255.253.1 255.255.0.0 fast\r", "\x1B[23;2t");
-  terminal.type("stress 9 9000 10.1.1.1 255.255.0.0 fast\r", "\x1B]2;stress 1 of 9: adding");
+  // A signal puts it back, and so does a failure.
   terminal.send("\x03", "\x1B[23;2t");
   const int status = terminal.end();
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
+  Terminal failing;
+  failing.type("stress 1 300 223.255.255.1 255.255.0.0 fast\r", "\x1B[23;2t");
+  failing.type("half a line", "half a line");
+  EXPECT_FALSE(failing.is_canonical());
+  failing.send("\x03", "");
+  EXPECT_TRUE(WIFSIGNALED(failing.end()));
+  EXPECT_TRUE(failing.is_canonical());
 }
 
 TEST(Console, EndsWithATerminalThatGoesAway) {

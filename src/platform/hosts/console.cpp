@@ -4,11 +4,13 @@
 #include <histedit.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
-#include <cstring>
+#include <cwchar>
+#include <cwctype>
 #include <new>
 #include <string>
 #include <string_view>
@@ -24,46 +26,44 @@ constexpr std::string_view RESTORE_TITLE = "\x1B[23;2t";
 /// Writes it all; a terminal that has gone away takes nothing.
 void write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && errno != EINTR) return;
-    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+    const ssize_t written = TEMP_FAILURE_RETRY(write(descriptor, text.data(), text.size()));
+    if (written < 0) return;
+    text.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
 // ---- Texts ------------------------------------------------------------------------------------
 
-/// The length of the character (UTF-8) of several bytes at the beginning of a text, 0 where there
-/// is none. The control characters beyond ASCII are none either.
-std::size_t character_length(std::string_view text) {
-  const auto byte = [&](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const std::size_t length = byte(0) >= 0xF0 ? 4 : byte(0) >= 0xE0 ? 3 : 2;
-  if (byte(0) < 0xC2 || byte(0) > 0xF4 || text.size() < length) return 0;
-  if (byte(0) == 0xC2 && byte(1) < 0xA0) return 0;
-  for (std::size_t i = 1; i < length; ++i) {
-    if ((byte(i) & 0xC0) != 0x80) return 0;
-  }
-  return length;
+bool is_plain(char c) { return (c >= ' ' && c < 0x7F) || c == '\n' || c == '\t'; }
+
+/// The length in bytes of what a text begins with and a terminal shows as it is: plain characters,
+/// a character of several bytes, or the end of a line; 0 for anything else.
+std::size_t shown_length(std::string_view text) {
+  const auto* plain = std::find_if_not(text.begin(), text.end(), is_plain);
+  if (plain != text.begin()) return static_cast<std::size_t>(plain - text.begin());
+  if (text.starts_with("\r\n")) return 2;
+  wchar_t c = 0;
+  std::mbstate_t state = {};
+  const std::size_t length = std::mbrtowc(&c, text.data(), text.size(), &state);
+  return length <= text.size() && std::iswprint(static_cast<std::wint_t>(c)) != 0 ? length : 0;
 }
 
-/// Gives a text to `put`, a part at a time, in which control characters, line ends and tabs aside,
-/// are shown: "^[" for an escape.
+/// Gives a text to `put`, a part at a time, in which what would lead a terminal astray is told in
+/// plain characters: "^[" for an escape.
 template <typename Put>
 void show(std::string_view text, Put put) {
-  for (std::size_t i = 0; i < text.size(); ++i) {
-    const auto c = static_cast<unsigned char>(text[i]);
-    const bool ends_line = c == '\n' || (c == '\r' && i + 1 < text.size() && text[i + 1] == '\n');
-    if (ends_line || c == '\t' || (c >= ' ' && c < 0x7F)) {
-      put(text.substr(i, 1));
-    } else if (c < 0x80) {
+  while (!text.empty()) {
+    const std::size_t length = shown_length(text);
+    if (length != 0) {
+      put(text.substr(0, length));
+    } else if (const auto c = static_cast<unsigned char>(text[0]); c < 0x80) {
       const char caret[] = {'^', static_cast<char>(c ^ 0x40)};
-      put({caret, 2});
-    } else if (const std::size_t length = character_length(text.substr(i)); length != 0) {
-      put(text.substr(i, length));
-      i += length - 1;
+      put({caret, sizeof caret});
     } else {
       char digits[8];
       put({digits, static_cast<std::size_t>(std::snprintf(digits, sizeof digits, "\\x%02X", c))});
     }
+    text.remove_prefix(std::max<std::size_t>(length, 1));
   }
 }
 
@@ -87,39 +87,34 @@ ssize_t write_output(void* /*cookie*/, const char* text, std::size_t size) {
 ssize_t write_errors(void* /*cookie*/, const char* text, std::size_t size) {
   static char buffer[65536];
   std::size_t used = 0;
-  show({text, size}, [&used](std::string_view part) {
-    if (used + part.size() > sizeof buffer) {
-      write_all(STDERR_FILENO, {buffer, used});
-      used = 0;
+  const auto flush = [&used] { write_all(STDERR_FILENO, {buffer, std::exchange(used, 0)}); };
+  show({text, size}, [&](std::string_view part) {
+    while (!part.empty()) {
+      const std::size_t taken = part.copy(buffer + used, sizeof buffer - used);
+      part.remove_prefix(taken);
+      used += taken;
+      if (used == sizeof buffer) flush();
     }
-    used += part.copy(buffer + used, part.size());
   });
-  write_all(STDERR_FILENO, {buffer, used});
+  flush();
   return static_cast<ssize_t>(size);
 }
 
 /// The editing library, bound when a line is first read at a terminal: no other start pays for it.
 class Editor {
  public:
-  [[nodiscard]] bool is_open() const { return lines_ != nullptr; }
+  [[nodiscard]] bool is_open() const { return line_ != nullptr && lines_ != nullptr; }
 
   /// Stays closed where the library is not installed.
   void open(std::FILE* input, std::FILE* output) {
     void* const library = dlopen("libedit.so.2", RTLD_NOW);
     if (library == nullptr) return;
-    find(library, "el_init", init_);
-    find(library, "el_set", set_);
-    find(library, "el_gets", gets_);
-    find(library, "history_init", history_init_);
-    find(library, "history", history_);
-    if (init_ == nullptr || set_ == nullptr || gets_ == nullptr || history_init_ == nullptr ||
-        history_ == nullptr) {
-      return;
-    }
-    line_ = init_("kadrix", input, output, stderr);
-    if (line_ == nullptr) return;
-    lines_ = history_init_();
-    if (lines_ == nullptr) return;
+    set_ = find<decltype(el_set)>(library, "el_set");
+    gets_ = find<decltype(el_gets)>(library, "el_gets");
+    history_ = find<decltype(history)>(library, "history");
+    line_ = find<decltype(el_init)>(library, "el_init")("kadrix", input, output, stderr);
+    lines_ = find<decltype(history_init)>(library, "history_init")();
+    if (!is_open()) return;
     HistEvent event;
     history_(lines_, &event, H_SETSIZE, HISTORY_SIZE);
     history_(lines_, &event, H_SETUNIQUE, 1);
@@ -155,8 +150,8 @@ class Editor {
 
  private:
   template <typename Function>
-  static void find(void* library, const char* name, Function& function) {
-    function = reinterpret_cast<Function>(dlsym(library, name));
+  static Function* find(void* library, const char* name) {
+    return reinterpret_cast<Function*>(dlsym(library, name));
   }
 
   void bind_keys() {
@@ -177,10 +172,8 @@ class Editor {
     }
   }
 
-  decltype(&el_init) init_ = nullptr;
   decltype(&el_set) set_ = nullptr;
   decltype(&el_gets) gets_ = nullptr;
-  decltype(&history_init) history_init_ = nullptr;
   decltype(&history) history_ = nullptr;
   EditLine* line_ = nullptr;
   History* lines_ = nullptr;
@@ -224,19 +217,17 @@ std::FILE* open_stream(const char* mode, cookie_read_function_t* read,
 
 // ---- Title ------------------------------------------------------------------------------------
 
-constexpr int ENDING_SIGNALS[] = {SIGINT, SIGTERM, SIGHUP};
-
 void restore_title_and_end(int signal) {
-  write_all(STDOUT_FILENO, RESTORE_TITLE);
+  if (!console->title.empty()) write_all(STDOUT_FILENO, RESTORE_TITLE);
   std::raise(signal);
 }
 
-/// While the title is the program's, a signal that ends the program gives the terminal's own back.
-void handle_signals(bool ours) {
+/// A signal that ends the program gives the terminal its own title back first.
+void handle_signals() {
   struct sigaction action = {};
-  action.sa_handler = ours ? restore_title_and_end : SIG_DFL;
-  action.sa_flags = ours ? static_cast<int>(SA_RESETHAND | SA_NODEFER) : 0;
-  for (const int signal : ENDING_SIGNALS) {
+  action.sa_handler = restore_title_and_end;
+  action.sa_flags = static_cast<int>(SA_RESETHAND | SA_NODEFER);
+  for (const int signal : {SIGINT, SIGTERM, SIGHUP}) {
     struct sigaction before = {};
     sigaction(signal, nullptr, &before);
     if (before.sa_handler != SIG_IGN) sigaction(signal, &action, nullptr);
@@ -248,6 +239,7 @@ void handle_signals(bool ours) {
 void open_console() {
   if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) return;
   console = new Console{stdin, stdout};
+  handle_signals();
   // What is typed and shown is in the terminal's characters.
   std::setlocale(LC_CTYPE, "");
   if (isatty(STDERR_FILENO) != 0) {
@@ -270,15 +262,12 @@ const std::string& console_title() {
 
 bool set_console_title(std::string_view title) {
   if (console == nullptr) return false;
+  const bool is_own = console->title.empty();
   std::string sequence;
-  if (console->title.empty() && !title.empty()) {
-    sequence = KEEP_TITLE;
-    handle_signals(true);
-  }
   if (title.empty()) {
-    if (!console->title.empty()) sequence = RESTORE_TITLE;
-    handle_signals(false);
+    if (!is_own) sequence = RESTORE_TITLE;
   } else {
+    if (is_own) sequence = KEEP_TITLE;
     sequence += "\x1B]2;";
     show(title, [&sequence](std::string_view part) { sequence += part; });
     sequence += "\x07";
