@@ -103,25 +103,29 @@ bool LinuxHost::has_function(std::string_view /*library*/, std::string_view /*fu
 // ---- Looking ----------------------------------------------------------------------------------
 
 DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
+  std::vector<DefaultGateway> gateways;
   int error = network_.follow();
-  if (error == 0) error = routes_.follow(network_);
+  if (error == 0) error = read_default_gateways(requests_, gateways);
   if (error != 0) return code_of(error);
-  const std::uint64_t now = network_.link_changes() + routes_.readings();
-  if (adapters_at_ != now) lay_out_adapters();
-  adapters_at_ = now;
-  adapters = {adapters_, adapters_at_};
+  if (adapters_at_ != network_.link_changes() || gateways_ != gateways) {
+    lay_out_adapters(std::move(gateways));
+  }
+  adapters = {adapters_, adapters_version_};
   return NO_ERROR;
 }
 
-void LinuxHost::lay_out_adapters() {
+void LinuxHost::lay_out_adapters(std::vector<DefaultGateway> gateways) {
   adapters_at_ = 0;
+  gateways_ = std::move(gateways);
   adapters_.clear();
   for (const auto& [index, link] : network_.links()) {
     HostAdapter& adapter = adapters_.emplace_back(link.adapter);
-    for (const DefaultGateway& way : routes_.gateways()) {
+    for (const DefaultGateway& way : gateways_) {
       if (way.interface_index == index) adapter.gateways.push_back(dotted(way.gateway));
     }
   }
+  adapters_at_ = network_.link_changes();
+  ++adapters_version_;
 }
 
 DWORD LinuxHost::read_addresses(HostTable<HostAddress>& addresses) {

@@ -50,7 +50,7 @@ class LinuxHost final : public Host {
  private:
   using Place = LinuxNetwork::Place;
 
-  void lay_out_adapters();
+  void lay_out_adapters(std::vector<DefaultGateway> gateways);
   void lay_out_rows();
   int request_address(std::uint16_t type, unsigned flags, const Place& place);
   int promote_secondaries(DWORD interface_index);
@@ -62,14 +62,15 @@ class LinuxHost final : public Host {
   HostVersion version_;
   std::string user_;
   RtRequests requests_;
-  LinuxNetwork network_;
-  LinuxRoutes routes_;
+  LinuxNetwork network_{requests_};
 
   // What is made of the network, with the count of its changes at that time.
   std::vector<HostAddress> rows_;
   std::uint64_t rows_at_ = 0;
   std::vector<HostAdapter> adapters_;
+  std::vector<DefaultGateway> gateways_;
   std::uint64_t adapters_at_ = 0;
+  std::uint64_t adapters_version_ = 0;
   Registry registry_;
   std::uint64_t registry_at_ = 0;
   std::map<DWORD, std::uint64_t> lists_at_;  ///< by interface index

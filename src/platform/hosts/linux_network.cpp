@@ -18,6 +18,10 @@ namespace {
 
 /// How often what changes of the host spoil is read again.
 constexpr int MAX_READINGS = 10;
+/// The parts of a reading in bytes, and how much shorter they are in the next: what may be hidden
+/// stands where one part ends, so that no two readings hide the same.
+constexpr std::size_t LONGEST_PART = 32000;
+constexpr std::size_t PART_STEP = 2311;
 constexpr DWORD EVERY_INTERFACE = 0;
 
 constexpr DWORD STATUS_UP = 1;
@@ -103,9 +107,12 @@ bool same(const HostAdapter& a, const HostAdapter& b) {
   return a.name == b.name && std::memcmp(&a.row, &b.row, sizeof a.row) == 0;
 }
 
-/// What bridges tell of their ports is no news of the links themselves.
+/// What bridges tell of their ports, and wireless interfaces of their radio, is no news of the
+/// links themselves.
 bool is_of_link(const nlmsghdr& message) {
-  return static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message))->ifi_family == AF_UNSPEC;
+  const auto* part = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
+  return part->ifi_family == AF_UNSPEC &&
+         attributes_of<IFLA_MAX + 1, ifinfomsg>(message)[IFLA_WIRELESS] == nullptr;
 }
 
 LinuxNetwork::Place place_in(const nlmsghdr& message, const RtAttributes<IFA_MAX + 1>& attributes) {
@@ -142,7 +149,7 @@ int LinuxNetwork::read_everything() {
       ++sweep_;
       doubt.everything = true;
     }
-    if (const int error = read_again(std::exchange(doubt, {})); error != 0) return error;
+    if (const int error = read_again(std::exchange(doubt, {}), i); error != 0) return error;
     lost = hear(&doubt);
     if (lost != 0 && lost != ENOBUFS) return lost;
   }
@@ -153,13 +160,13 @@ int LinuxNetwork::read_everything() {
   return 0;
 }
 
-int LinuxNetwork::read_again(const Doubt& doubt) {
+int LinuxNetwork::read_again(const Doubt& doubt, int attempt) {
   if (doubt.everything) {
     const int error = read_links();
-    return error != 0 ? error : read_addresses(EVERY_INTERFACE);
+    return error != 0 ? error : read_addresses(EVERY_INTERFACE, attempt);
   }
   for (const DWORD interface_index : doubt.interfaces) {
-    if (const int error = read_addresses(interface_index); error != 0) return error;
+    if (const int error = read_addresses(interface_index, attempt); error != 0) return error;
   }
   return 0;
 }
@@ -175,15 +182,22 @@ int LinuxNetwork::read_links() {
   return error != EINTR ? error : 0;
 }
 
-int LinuxNetwork::read_addresses(DWORD interface_index) {
+int LinuxNetwork::read_addresses(DWORD interface_index, int attempt) {
   RtRequest request(RTM_GETADDR, NLM_F_DUMP);
   auto& part = request.part<ifaddrmsg>();
   part.ifa_family = AF_INET;
   part.ifa_index = interface_index;
-  const int error = requests_.exchange(request, [this](const nlmsghdr& message) {
-    take_address(message);
-    return true;
-  });
+  const std::size_t length = LONGEST_PART - PART_STEP * static_cast<std::size_t>(attempt);
+  // On a socket of its own: the kernel shortens the parts of none.
+  requests_.close();
+  const int error = requests_.exchange(
+      request,
+      [this](const nlmsghdr& message) {
+        take_address(message);
+        return true;
+      },
+      length);
+  requests_.close();
   const bool interface_is_gone = error == ENODEV && interface_index != EVERY_INTERFACE;
   return error == EINTR || interface_is_gone ? 0 : error;
 }
@@ -202,8 +216,7 @@ int LinuxNetwork::hear(Doubt* doubt) {
         break;
       case RTM_NEWLINK: take_link(message); break;
       case RTM_DELLINK:
-        lose_link(message);
-        if (doubt != nullptr) doubt->everything = true;
+        if (lose_link(message) && doubt != nullptr) doubt->everything = true;
         break;
       default: break;
     }
@@ -232,11 +245,12 @@ void LinuxNetwork::take_link(const nlmsghdr& message) {
   note_link_change();
 }
 
-void LinuxNetwork::lose_link(const nlmsghdr& message) {
-  if (!is_of_link(message)) return;
+bool LinuxNetwork::lose_link(const nlmsghdr& message) {
+  if (!is_of_link(message)) return false;
   const void* part = mnl_nlmsg_get_payload(&message);
   links_.erase(static_cast<DWORD>(static_cast<const ifinfomsg*>(part)->ifi_index));
   note_link_change();
+  return true;
 }
 
 void LinuxNetwork::note_link_change() {

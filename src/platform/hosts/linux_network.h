@@ -16,6 +16,9 @@
 
 class LinuxNetwork {
  public:
+  /// The requests must outlive it.
+  explicit LinuxNetwork(RtRequests& requests) : requests_(requests) {}
+
   /// What the kernel tells addresses apart by. The peer is the address itself but on point-to-point
   /// links. Address and peer are in network byte order.
   struct Place {
@@ -30,7 +33,7 @@ class LinuxNetwork {
   using Created = std::optional<std::uint32_t>;
   struct Standing {
     Place place;
-    DWORD context;  ///< the host's name for it, never given to another
+    DWORD context;  ///< the host's name for it, given to no other while it stands
     Created created;
     bool secondary;       ///< goes with the primary of its subnet unless the kernel promotes it
     std::uint32_t sweep;  ///< of the reading that it was last seen in or after
@@ -86,14 +89,14 @@ class LinuxNetwork {
   };
 
   int read_everything();
-  int read_again(const Doubt& doubt);
+  int read_again(const Doubt& doubt, int attempt);
   int read_links();
-  int read_addresses(DWORD interface_index);
+  int read_addresses(DWORD interface_index, int attempt);
   int hear(Doubt* doubt);
   void drop_unseen();
 
   void take_link(const nlmsghdr& message);
-  void lose_link(const nlmsghdr& message);
+  bool lose_link(const nlmsghdr& message);
   void take_address(const nlmsghdr& message);
   void lose_address(const nlmsghdr& message);
   [[nodiscard]] Addresses::iterator find_place(const Place& place);
@@ -103,7 +106,7 @@ class LinuxNetwork {
   [[nodiscard]] Held held_by(DWORD interface_index) const;
   [[nodiscard]] DWORD take_context();
 
-  RtRequests requests_;
+  RtRequests& requests_;
   RtNews news_{RTMGRP_LINK | RTMGRP_IPV4_IFADDR};
   bool follows_ = false;  ///< everything was read, and no news were lost since
   std::uint32_t sweep_ = 0;

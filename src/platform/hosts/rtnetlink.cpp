@@ -27,15 +27,11 @@ void RtSocket::close() {
   socket_ = nullptr;
 }
 
-int RtSocket::receive(std::size_t& length) {
-  for (;;) {
-    const auto received = mnl_socket_recvfrom(socket_, buffer_, sizeof buffer_);
-    if (received >= 0) {
-      length = static_cast<std::size_t>(received);
-      return 0;
-    }
-    if (errno != EINTR) return errno;
-  }
+int RtSocket::receive(std::size_t& length, std::size_t room) {
+  const ssize_t received = TEMP_FAILURE_RETRY(mnl_socket_recvfrom(socket_, buffer_, room));
+  if (received < 0) return errno;
+  length = static_cast<std::size_t>(received);
+  return 0;
 }
 
 bool RtRequests::Reply::take(const nlmsghdr& message) {
@@ -50,14 +46,13 @@ bool RtRequests::Reply::take(const nlmsghdr& message) {
 }
 
 int RtRequests::send(RtRequest& request) {
-  if (!completed_) {
+  if (!is_open()) {
     if (const int error = open(0, 0); error != 0) return error;
     // Lets a dump be narrowed to one table; a kernel that cannot shows them all.
     const int on = 1;
     static_cast<void>(
         mnl_socket_setsockopt(get(), NETLINK_GET_STRICT_CHK, const_cast<int*>(&on), sizeof on));
   }
-  completed_ = false;
   request.message().nlmsg_seq = ++sequence_;
   const auto sent = mnl_socket_sendto(get(), &request.message(), request.message().nlmsg_len);
   return sent >= 0 ? 0 : errno;
@@ -72,8 +67,5 @@ int RtNews::listen() {
   if (setsockopt(socket, SOL_SOCKET, SO_RCVBUFFORCE, &size, sizeof size) != 0) {
     static_cast<void>(setsockopt(socket, SOL_SOCKET, SO_RCVBUF, &size, sizeof size));
   }
-  if (filter_.empty()) return 0;
-  const sock_fprog program = {static_cast<unsigned short>(filter_.size()), filter_.data()};
-  const int refused = setsockopt(socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program);
-  return refused != 0 ? errno : 0;
+  return 0;
 }

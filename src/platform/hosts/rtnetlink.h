@@ -3,7 +3,6 @@
 #pragma once
 
 #include <libmnl/libmnl.h>
-#include <linux/filter.h>
 #include <linux/netlink.h>
 #include <linux/rtnetlink.h>
 
@@ -12,7 +11,6 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdint>
-#include <span>
 
 /// A request in the making: the part that its type calls for, then attributes, in order.
 class RtRequest {
@@ -86,7 +84,11 @@ template <std::size_t COUNT>
   return mnl_attr_get_u32(attribute);
 }
 
-/// A socket with room for one message of the kernel.
+/// In bytes. The kernel fills a datagram of a dump up to 32 KB. One message alone may be longer:
+/// the alternative names of a link take up to 64 KB, and what else it has a few more.
+constexpr std::size_t MAX_DATAGRAM = 131072;
+
+/// A socket with room for one datagram of the kernel.
 class RtSocket {
  public:
   RtSocket() = default;
@@ -101,8 +103,8 @@ class RtSocket {
   [[nodiscard]] int open(int flags, unsigned groups);
   [[nodiscard]] mnl_socket* get() const { return socket_; }
 
-  /// Receives one datagram of messages and gives its length in bytes.
-  [[nodiscard]] int receive(std::size_t& length);
+  /// Receives one datagram of messages, of at most so many bytes, and gives its length.
+  [[nodiscard]] int receive(std::size_t& length, std::size_t room);
 
   /// Visits the messages of a datagram received; stops when the visit returns false.
   template <typename Visit>
@@ -116,35 +118,34 @@ class RtSocket {
 
  private:
   mnl_socket* socket_ = nullptr;
-  // The kernel fills a datagram of a dump up to 32 KB. One message alone may be longer: the
-  // alternative names of a link take up to 64 KB, and what else it has a few more.
-  alignas(nlmsghdr) char buffer_[131072];
+  alignas(nlmsghdr) char buffer_[MAX_DATAGRAM];
 };
 
-/// Requests, each answered before the next. Opens its socket when it first needs it, and anew after
+/// Requests, each answered before the next. Opens its socket when it needs it: at first, and after
 /// an exchange that was not completed.
 class RtRequests : public RtSocket {
  public:
   /// Sends a request for a dump, or one that is to be acknowledged, and visits the messages that
   /// answer it, until the visit returns false. EINTR: what a dump shows changed meanwhile, so that
-  /// it may lack something.
+  /// it may lack something. The kernel makes the parts of a dump as long as the longest room that
+  /// the socket offered.
   template <typename Visit>
-  [[nodiscard]] int exchange(RtRequest& request, Visit visit) {
-    if (const int error = send(request); error != 0) return error;
+  [[nodiscard]] int exchange(RtRequest& request, Visit visit, std::size_t room = MAX_DATAGRAM) {
     Reply reply;
     bool goes_on = true;
-    while (!reply.complete && goes_on) {
+    reply.error = send(request);
+    while (reply.error == 0 && !reply.complete && goes_on) {
       std::size_t length = 0;
-      if (const int error = receive(length); error != 0) return error;
+      reply.error = receive(length, room);
+      if (reply.error != 0) break;
       for_each_message(length, [&](const nlmsghdr& message) {
         if (message.nlmsg_seq != sequence_) return true;
         if (!reply.take(message)) goes_on = visit(message);
         return !reply.complete && goes_on;
       });
     }
-    completed_ = reply.complete;
     // The kernel holds on to what nobody receives.
-    if (!completed_) close();
+    if (!reply.complete) close();
     return reply.error;
   }
 
@@ -166,16 +167,13 @@ class RtRequests : public RtSocket {
 
   [[nodiscard]] int send(RtRequest& request);
 
-  bool completed_ = false;
   std::uint32_t sequence_ = 0;
 };
 
-/// News of the groups (a mask of RTMGRP_ bits) that it listens to, as far as a filter of the
-/// kernel, which must outlive it, lets them through.
+/// News of the groups (a mask of RTMGRP_ bits) that it listens to.
 class RtNews : public RtSocket {
  public:
-  explicit RtNews(unsigned groups, std::span<sock_filter> filter = {})
-      : groups_(groups), filter_(filter) {}
+  explicit RtNews(unsigned groups) : groups_(groups) {}
 
   [[nodiscard]] int listen();
 
@@ -184,7 +182,7 @@ class RtNews : public RtSocket {
   [[nodiscard]] int take(Visit visit) {
     for (;;) {
       std::size_t length = 0;
-      const int error = receive(length);
+      const int error = receive(length, MAX_DATAGRAM);
       if (error == EAGAIN) return 0;
       if (error != 0) return error == ENOSPC ? ENOBUFS : error;
       for_each_message(length, [&](const nlmsghdr& message) {
@@ -196,5 +194,4 @@ class RtNews : public RtSocket {
 
  private:
   unsigned groups_;
-  std::span<sock_filter> filter_;
 };
