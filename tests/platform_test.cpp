@@ -22,6 +22,7 @@
 #include <vector>
 
 #include "platform/hosts/adapter_keys.h"
+#include "platform/hosts/calls.h"
 #include "platform/hosts/host_description.h"
 #include "platform/hosts/ipv4.h"
 #include "platform/hosts/linux_host.h"
@@ -486,9 +487,7 @@ TEST(Platform, HasItsOwnWordsAndNames) {
     if (const char* text = error_text(code)) add(std::to_string(code) + text);
   }
   EXPECT_EQ(sum, 4041348597U);
-  for (int call = 0; call <= static_cast<int>(Call::WSA_STARTUP); ++call) {
-    add(call_name(static_cast<Call>(call)));
-  }
+  for (const Function& function : FUNCTIONS) add(function.name);
   EXPECT_EQ(sum, 1112648156U);
 }
 

@@ -28,5 +28,5 @@ class FailingHost final : public SimulatedHost {
  public:
   using SimulatedHost::SimulatedHost;
 
-  [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
+  [[nodiscard]] std::optional<ScriptedFault> next_fault(std::string_view function) override;
 };

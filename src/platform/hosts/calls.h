@@ -1,7 +1,9 @@
-// The functions that the layer offers, by name: a host description scripts faults by them.
+// The functions that the layer offers, by the platform's names, and what every call of one does: a
+// host description may let it fail, errno stays as it was, memory that runs out becomes a code.
 #pragma once
 
-#include <cstdint>
+#include <algorithm>
+#include <iterator>
 #include <new>
 #include <optional>
 #include <string_view>
@@ -10,84 +12,113 @@
 
 #include "platform/hosts/errno_keeper.h"
 
-enum class Call : std::uint8_t {
-  ADD_IP_ADDRESS,
-  CLOSE_HANDLE,
-  CREATE_PIPE,
-  CREATE_PROCESS,
-  DELETE_IP_ADDRESS,
-  DHCP_NOTIFY_CONFIG_CHANGE,
-  FIND_CLOSE,
-  FIND_FIRST_FILE,
-  FIND_NEXT_FILE,
-  FORMAT_MESSAGE,
-  FREE_ADDR_INFO,
-  FREE_LIBRARY,
-  GET_ADAPTERS_INFO,
-  GET_ADDR_INFO,
-  GET_CONSOLE_TITLE,
-  GET_CURRENT_DIRECTORY,
-  GET_FULL_PATH_NAME,
-  GET_IF_ENTRY,
-  GET_IF_TABLE,
-  GET_IP_ADDR_TABLE,
-  GET_LAST_ERROR,
-  GET_LONG_PATH_NAME,
-  GET_NAME_INFO,
-  GET_PROC_ADDRESS,
-  GET_SYSTEM_DIRECTORY,
-  GET_USER_NAME,
-  GET_VERSION_EX,
-  GLOBAL_MEMORY_STATUS,
-  LOAD_LIBRARY,
-  MULTI_BYTE_TO_WIDE_CHAR,
-  READ_FILE,
-  REG_CLOSE_KEY,
-  REG_CREATE_KEY_EX,
-  REG_OPEN_KEY_EX,
-  REG_QUERY_VALUE_EX,
-  REG_SET_VALUE_EX,
-  RPC_STRING_FREE,
-  SET_CONSOLE_TITLE,
-  SET_HANDLE_INFORMATION,
-  SET_IF_ENTRY,
-  SLEEP,
-  UUID_CREATE,
-  UUID_TO_STRING,
-  WSA_STARTUP,
+struct Function {
+  std::string_view name;
+  std::string_view library = {};  ///< none for the functions that every program is linked with
+
+  /// Whether it is found at run time in a library, which is named in lower case.
+  [[nodiscard]] constexpr bool is_in(std::string_view other) const {
+    // The oldest hosts that know IPv6 have the resolver in a library of its own.
+    return library == (other == "wship6" ? "ws2_32" : other);
+  }
 };
 
-/// The platform's name of a call, and the call of a name.
-[[nodiscard]] std::string_view call_name(Call call);
-[[nodiscard]] std::optional<Call> find_call(std::string_view name);
+inline constexpr Function FUNCTIONS[] = {
+    {"AddIPAddress", "iphlpapi"},
+    {"CloseHandle"},
+    {"CreatePipe"},
+    {"CreateProcessA"},
+    {"DeleteIPAddress", "iphlpapi"},
+    {"DhcpNotifyConfigChange", "dhcpcsvc"},
+    {"FindClose"},
+    {"FindFirstFileA"},
+    {"FindNextFileA"},
+    {"FormatMessageA"},
+    {"freeaddrinfo", "ws2_32"},
+    {"FreeLibrary"},
+    {"GetAdaptersInfo", "iphlpapi"},
+    {"getaddrinfo", "ws2_32"},
+    {"GetConsoleTitleA"},
+    {"GetCurrentDirectoryA"},
+    {"GetFullPathNameA"},
+    {"GetIfEntry", "iphlpapi"},
+    {"GetIfTable", "iphlpapi"},
+    {"GetIpAddrTable", "iphlpapi"},
+    {"GetLastError"},
+    {"GetLongPathNameA", "kernel32"},
+    {"getnameinfo", "ws2_32"},
+    {"GetProcAddress"},
+    {"GetSystemDirectoryA"},
+    {"GetUserNameA"},
+    {"GetVersionExA"},
+    {"GlobalMemoryStatus"},
+    {"LoadLibraryA"},
+    {"MultiByteToWideChar"},
+    {"ReadFile"},
+    {"RegCloseKey"},
+    {"RegCreateKeyExA"},
+    {"RegOpenKeyExA"},
+    {"RegQueryValueExA"},
+    {"RegSetValueExA"},
+    {"RpcStringFreeA"},
+    {"SetConsoleTitleA"},
+    {"SetHandleInformation"},
+    {"SetIfEntry", "iphlpapi"},
+    {"Sleep"},
+    {"UuidCreate"},
+    {"UuidToStringA"},
+    {"WSAStartup"},
+};
 
-/// Whether a function is found at run time in a library, which is named in lower case.
-[[nodiscard]] bool is_in_library(Call call, std::string_view library);
+/// The function of a name; null when the layer has none.
+[[nodiscard]] constexpr const Function* find_function(std::string_view name) {
+  const auto* found = std::find_if(std::begin(FUNCTIONS), std::end(FUNCTIONS),
+                                   [=](const Function& it) { return it.name == name; });
+  return found != std::end(FUNCTIONS) ? found : nullptr;
+}
 
-/// Runs the body of a call that answers a code; memory that runs out becomes its code.
+/// A call of a function. A name that is none of the functions' does not compile.
+class Call {
+ public:
+  consteval Call(const char* name) : function_(*find_function(name)) {}
+
+  [[nodiscard]] std::string_view name() const { return function_.name; }
+
+ private:
+  const Function& function_;
+};
+
+/// Asks the current host's script about a call that is being made. Returns the code with which it
+/// is to fail, or nothing; a scripted access violation is raised here.
+[[nodiscard]] std::optional<DWORD> scripted_failure(Call call);
+
+/// Runs the body of a call that answers a code.
 template <typename Body>
-[[nodiscard]] DWORD answering_code(Body body) {
+[[nodiscard]] DWORD answering_code(Call call, Body body) {
   const ErrnoKeeper keeper;
   try {
-    return body();
+    const std::optional<DWORD> failure = scripted_failure(call);
+    return failure ? *failure : body();
   } catch (const std::bad_alloc&) {
     return ERROR_NOT_ENOUGH_MEMORY;
   }
 }
 
-/// Runs the body of a call that leaves its code as last error; memory that runs out becomes
-/// `failure` with its code.
-template <typename Result, typename Body>
-[[nodiscard]] Result leaving_code(Result failure, Body body) {
-  const ErrnoKeeper keeper;
-  try {
-    return body();
-  } catch (const std::bad_alloc&) {
-    SetLastError(ERROR_NOT_ENOUGH_MEMORY);
-    return failure;
-  }
+/// Leaves a code as last error, and answers what says so.
+template <typename Result>
+[[nodiscard]] Result refuse(DWORD code, Result answer = {}) {
+  SetLastError(code);
+  return answer;
 }
 
-/// Asks the current host's script about a call that is being made. Returns the code with which it
-/// is to fail, or nothing; a scripted access violation is raised here.
-[[nodiscard]] std::optional<DWORD> scripted_failure(Call call);
+/// Runs the body of a call that leaves its code as last error when it answers `failure`.
+template <typename Result, typename Body>
+[[nodiscard]] Result leaving_code(Call call, Body body, Result failure = {}) {
+  const ErrnoKeeper keeper;
+  try {
+    const std::optional<DWORD> scripted = scripted_failure(call);
+    return scripted ? refuse(*scripted, failure) : body();
+  } catch (const std::bad_alloc&) {
+    return refuse(DWORD{ERROR_NOT_ENOUGH_MEMORY}, failure);
+  }
+}

@@ -6,6 +6,7 @@
 #include <new>
 #include <string_view>
 
+#include "platform/hosts/calls.h"
 #include "platform/hosts/console.h"
 #include "platform/hosts/errno_keeper.h"
 #include "platform/hosts/host.h"
@@ -58,7 +59,7 @@ std::unique_ptr<Host> install_host(std::unique_ptr<Host> host) {
 }
 
 std::optional<DWORD> scripted_failure(Call call) {
-  const std::optional<ScriptedFault> fault = current_host().next_fault(call);
+  const std::optional<ScriptedFault> fault = current_host().next_fault(call.name());
   if (!fault) return std::nullopt;
   if (fault->raise) std::raise(SIGSEGV);
   return fault->code;

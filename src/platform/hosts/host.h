@@ -15,8 +15,6 @@
 
 #include <iphlpapi.h>
 
-#include "platform/hosts/calls.h"
-
 struct HostVersion {
   DWORD platform_id = VER_PLATFORM_WIN32_NT;
   DWORD major = 5;
@@ -115,8 +113,8 @@ class Host {
 
   virtual void sleep(DWORD milliseconds) = 0;
 
-  /// What the host's script has for a call that is being made.
-  [[nodiscard]] virtual std::optional<ScriptedFault> next_fault(Call call) = 0;
+  /// What the host's script has for a call of a function, by its name, that is being made.
+  [[nodiscard]] virtual std::optional<ScriptedFault> next_fault(std::string_view function) = 0;
 
   /// What the IP Helper's functions remember of this host; theirs to fill.
   [[nodiscard]] std::unique_ptr<LibraryMemory>& ip_helper_memory() { return ip_helper_memory_; }

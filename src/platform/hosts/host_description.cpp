@@ -15,6 +15,7 @@
 #include <string_view>
 #include <unordered_set>
 
+#include "platform/hosts/calls.h"
 #include "platform/hosts/ipv4.h"
 #include "platform/hosts/registry.h"
 
@@ -187,8 +188,8 @@ class Reader {
       } else if (node.is_array()) {
         library.functions.emplace();
         read_texts(libraries, key, [&](const toml::node& element, const std::string& function) {
-          const auto call = find_call(function);
-          if (!call || !is_in_library(*call, library.name)) {
+          const Function* known = find_function(function);
+          if (known == nullptr || !known->is_in(library.name)) {
             refuse(element, joined({"unknown function '", function, "'"}));
           }
           library.functions->push_back(function);
@@ -358,11 +359,10 @@ class Reader {
   FaultDescription read_fault(const toml::table& table) const {
     check_keys(table, {"function", "code", "skip", "times", "raise"});
     FaultDescription fault;
-    std::string function;
-    if (!read_text(table, "function", function)) refuse(table, "the fault has no 'function'");
-    const auto call = find_call(function);
-    if (!call) refuse(*table.get("function"), joined({"unknown function '", function, "'"}));
-    fault.call = *call;
+    if (!read_text(table, "function", fault.function)) refuse(table, "the fault has no 'function'");
+    if (find_function(fault.function) == nullptr) {
+      refuse(*table.get("function"), joined({"unknown function '", fault.function, "'"}));
+    }
     read_bool(table, "raise", fault.fault.raise);
     if (!read_number(table, "code", fault.fault.code) && !fault.fault.raise) {
       refuse(table, "the fault has no 'code'");

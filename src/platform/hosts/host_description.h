@@ -1,4 +1,4 @@
-// A host as a text file describes it (TOML). The README lists the keys.
+// A host as a text file describes it (TOML). docs/host-descriptions.md lists the keys.
 #pragma once
 
 #include <cstdint>
@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "platform/hosts/calls.h"
 #include "platform/hosts/host.h"
 
 /// In network byte order.
@@ -41,7 +40,7 @@ struct RegistryDescription {
 };
 
 struct FaultDescription {
-  Call call = Call::SLEEP;
+  std::string function;
   ScriptedFault fault;
   std::uint64_t skip = 0;
   std::optional<std::uint64_t> times;  ///< none: every call that follows

@@ -20,7 +20,6 @@
 
 namespace {
 
-constexpr DWORD STATUS_UP = 1;
 /// As many bindings as the list's readers take, and have room for.
 constexpr int MAX_BINDINGS = 32;
 /// In bytes.
@@ -231,7 +230,7 @@ DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
   auto& part = request.part<ifinfomsg>();
   part.ifi_index = static_cast<int>(interface_index);
   part.ifi_change = IFF_UP;
-  part.ifi_flags = status == STATUS_UP ? IFF_UP : 0;
+  part.ifi_flags = status == MIB_IF_ADMIN_STATUS_UP ? IFF_UP : 0;
   return code_of(requests_.request(request));
 }
 
@@ -334,4 +333,6 @@ DWORD LinuxHost::change_listed_address(std::string_view /*adapter*/, DWORD /*pos
 
 void LinuxHost::sleep(DWORD milliseconds) { wait_exactly(milliseconds); }
 
-std::optional<ScriptedFault> LinuxHost::next_fault(Call /*call*/) { return std::nullopt; }
+std::optional<ScriptedFault> LinuxHost::next_fault(std::string_view /*function*/) {
+  return std::nullopt;
+}

@@ -45,7 +45,7 @@ class LinuxHost final : public Host {
   [[nodiscard]] DWORD set_value(std::string_view path, std::string_view name,
                                 RegistryValue value) override;
   void sleep(DWORD milliseconds) override;
-  [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
+  [[nodiscard]] std::optional<ScriptedFault> next_fault(std::string_view function) override;
 
  private:
   using Place = LinuxNetwork::Place;

@@ -24,8 +24,6 @@ constexpr std::size_t LONGEST_PART = 32000;
 constexpr std::size_t PART_STEP = 2311;
 constexpr DWORD EVERY_INTERFACE = 0;
 
-constexpr DWORD STATUS_UP = 1;
-constexpr DWORD STATUS_DOWN = 2;
 constexpr DWORD TYPE_OTHER = 1;
 constexpr DWORD TYPE_POINT_TO_POINT = 23;
 constexpr DWORD TYPE_WIRELESS = 71;
@@ -87,8 +85,10 @@ HostAdapter adapter_of(const nlmsghdr& message) {
   row.dwIndex = static_cast<DWORD>(link.ifi_index);
   row.dwType = interface_type(link, adapter.name);
   row.dwMtu = number_in(attributes[IFLA_MTU]);
-  row.dwAdminStatus = (link.ifi_flags & IFF_UP) != 0 ? STATUS_UP : STATUS_DOWN;
-  row.dwOperStatus = (link.ifi_flags & IFF_RUNNING) != 0 ? STATUS_UP : STATUS_DOWN;
+  row.dwAdminStatus =
+      (link.ifi_flags & IFF_UP) != 0 ? MIB_IF_ADMIN_STATUS_UP : MIB_IF_ADMIN_STATUS_DOWN;
+  row.dwOperStatus =
+      (link.ifi_flags & IFF_RUNNING) != 0 ? MIB_IF_ADMIN_STATUS_UP : MIB_IF_ADMIN_STATUS_DOWN;
   if (const nlattr* hardware = attributes[IFLA_ADDRESS]) {
     // Of a longer address the end: that is where interfaces differ.
     const std::size_t length = mnl_attr_get_payload_len(hardware);

@@ -15,7 +15,6 @@ namespace {
 constexpr std::string_view NET_TRANS_KEY =
     "System\\CurrentControlSet\\Services\\Class\\NetTrans\\0001";
 constexpr char BLANK[] = "0.0.0.0";
-constexpr DWORD STATUS_UP = 1;
 
 MIB_IFROW interface_row(const AdapterDescription& adapter) {
   MIB_IFROW row = {};
@@ -25,8 +24,8 @@ MIB_IFROW interface_row(const AdapterDescription& adapter) {
   row.dwSpeed = 100'000'000;
   row.dwPhysAddrLen = static_cast<DWORD>(adapter.hardware_address.size());
   std::copy(adapter.hardware_address.begin(), adapter.hardware_address.end(), row.bPhysAddr);
-  row.dwAdminStatus = STATUS_UP;
-  row.dwOperStatus = STATUS_UP;
+  row.dwAdminStatus = MIB_IF_ADMIN_STATUS_UP;
+  row.dwOperStatus = MIB_IF_ADMIN_STATUS_UP;
   const std::size_t length = std::min(adapter.description.size(), sizeof row.bDescr);
   row.dwDescrLen = static_cast<DWORD>(length);
   std::memcpy(row.bDescr, adapter.description.data(), length);
@@ -189,9 +188,9 @@ DWORD SimulatedHost::add_address(DWORD address, DWORD mask, DWORD interface_inde
   if (keeps_diary_) {
     note("add " + dotted(address) + "/" + dotted(mask) + " to " + std::to_string(interface_index));
   }
-  if (find_adapter(interface_index) == nullptr) return ERROR_DEV_NOT_EXIST;
   if (!is_host_address(address) || !is_mask(mask)) return ERROR_INVALID_PARAMETER;
   if (addresses_.contains(ntohl(address))) return ERROR_OBJECT_ALREADY_EXISTS;
+  if (find_adapter(interface_index) == nullptr) return ERROR_DEV_NOT_EXIST;
   context = insert_address(address, mask, interface_index);
   return NO_ERROR;
 }
@@ -270,10 +269,10 @@ void SimulatedHost::sleep(DWORD milliseconds) {
   if (sleeps_) wait_exactly(milliseconds);
 }
 
-std::optional<ScriptedFault> SimulatedHost::next_fault(Call call) {
+std::optional<ScriptedFault> SimulatedHost::next_fault(std::string_view function) {
   std::optional<ScriptedFault> failure;
   for (auto& [fault, calls] : scripts_) {
-    if (fault.call != call) continue;
+    if (fault.function != function) continue;
     // Each fault counts every call, also those that another one makes fail.
     const std::uint64_t failing = ++calls > fault.skip ? calls - fault.skip : 0;
     const bool active = failing > 0 && (!fault.times || failing <= *fault.times);

@@ -26,8 +26,8 @@ class SimulatedHost : public Host {
   [[nodiscard]] DWORD find_value(std::string_view path, std::string_view name,
                                  const RegistryValue*& value) override;
 
-  /// Refuses an unknown interface (55), what is not an address of a host or not a mask (87), and an
-  /// address that the host has already (5010).
+  /// Refuses what is not an address of a host or not a mask (87), an address that the host has
+  /// already (5010), and an unknown interface (55).
   [[nodiscard]] DWORD add_address(DWORD address, DWORD mask, DWORD interface_index,
                                   DWORD& context) override;
   /// Refuses an unknown context (1168).
@@ -40,7 +40,7 @@ class SimulatedHost : public Host {
   [[nodiscard]] DWORD set_value(std::string_view path, std::string_view name,
                                 RegistryValue value) override;
   void sleep(DWORD milliseconds) override;
-  [[nodiscard]] std::optional<ScriptedFault> next_fault(Call call) override;
+  [[nodiscard]] std::optional<ScriptedFault> next_fault(std::string_view function) override;
 
   /// Writes down every change and every wait that is asked of the host from now on, one line each,
   /// in order.

@@ -17,6 +17,9 @@ extern "C" {
 #define MIB_IF_TYPE_ETHERNET 6
 #define MIB_IF_TYPE_LOOPBACK 24
 
+#define MIB_IF_ADMIN_STATUS_UP 1
+#define MIB_IF_ADMIN_STATUS_DOWN 2
+
 typedef struct _MIB_IFROW {
   WCHAR wszName[MAX_INTERFACE_NAME_LEN];
   DWORD dwIndex;

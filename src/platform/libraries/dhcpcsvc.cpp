@@ -9,8 +9,7 @@
 DWORD WINAPI DhcpNotifyConfigChange(LPWSTR /*server*/, LPWSTR adapter, BOOL /*new_address*/,
                                     DWORD position, DWORD address, DWORD mask,
                                     INT /*dhcp_action*/) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::DHCP_NOTIFY_CONFIG_CHANGE)) return *code;
+  return answering_code("DhcpNotifyConfigChange", [=]() -> DWORD {
     std::string name;
     for (const WCHAR* wide = adapter; *wide != 0; ++wide) name += static_cast<char>(*wide);
     return current_host().change_listed_address(name, position, address, mask);

@@ -18,7 +18,7 @@
 namespace {
 
 /// The size protocol of one function: a call without room for the table says how much is needed,
-/// and the next call with room gets that very table, whatever changed in between.
+/// and the next call with a buffer is about that very table, whatever changed in between.
 class SizeProtocol {
  public:
   /// Whether a call with this buffer is to get the table whose size was given.
@@ -42,21 +42,17 @@ class SizeProtocol {
 template <typename Table, typename Record>
 class RecordTable {
  public:
-  SizeProtocol protocol;
-
-  /// Makes the records anew when the host's rows are others than before.
+  /// Gives the table of the rows that `read` asks the host for, each made a record.
   template <typename Row, typename Make>
-  void renew(const HostTable<Row>& rows, Make make) {
-    if (version_ == rows.version) return;
-    version_.reset();
-    records_.resize(rows.rows.size());
-    std::transform(rows.rows.begin(), rows.rows.end(), records_.begin(), make);
-    version_ = rows.version;
-  }
-
-  [[nodiscard]] DWORD give(Table* table, PULONG size) {
+  [[nodiscard]] DWORD give(Table* table, PULONG size, DWORD (Host::*read)(HostTable<Row>&),
+                           Make make) {
+    if (!protocol_.keeps_table(table)) {
+      HostTable<Row> rows;
+      if (const DWORD code = (current_host().*read)(rows); code != NO_ERROR) return code;
+      if (version_ != rows.version) renew(rows, make);
+    }
     const std::size_t needed = offsetof(Table, table) + records_.size() * sizeof(Record);
-    if (!protocol.has_room(table, size, static_cast<ULONG>(needed))) {
+    if (!protocol_.has_room(table, size, static_cast<ULONG>(needed))) {
       return ERROR_INSUFFICIENT_BUFFER;
     }
     table->dwNumEntries = static_cast<DWORD>(records_.size());
@@ -65,6 +61,15 @@ class RecordTable {
   }
 
  private:
+  template <typename Row, typename Make>
+  void renew(const HostTable<Row>& rows, Make make) {
+    version_.reset();
+    records_.resize(rows.rows.size());
+    std::transform(rows.rows.begin(), rows.rows.end(), records_.begin(), make);
+    version_ = rows.version;
+  }
+
+  SizeProtocol protocol_;
   std::optional<std::uint64_t> version_;
   std::vector<Record> records_;
 };
@@ -224,15 +229,9 @@ DWORD renew_information(InformationList& list) {
 }  // namespace
 
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::GET_IF_TABLE)) return *code;
-    auto& interfaces = memory().interfaces;
-    if (!interfaces.protocol.keeps_table(table)) {
-      HostTable<HostAdapter> adapters;
-      if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-      interfaces.renew(adapters, [](const HostAdapter& adapter) { return adapter.row; });
-    }
-    const DWORD code = interfaces.give(table, size);
+  return answering_code("GetIfTable", [=]() -> DWORD {
+    const DWORD code = memory().interfaces.give(table, size, &Host::read_adapters,
+                                                [](const HostAdapter& it) { return it.row; });
     if (code == NO_ERROR && order != FALSE) {
       std::sort(table->table, table->table + table->dwNumEntries,
                 [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
@@ -242,22 +241,14 @@ DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
 }
 
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::GET_IP_ADDR_TABLE)) return *code;
-    auto& addresses = memory().addresses;
-    if (!addresses.protocol.keeps_table(table)) {
-      HostTable<HostAddress> rows;
-      if (const DWORD code = current_host().read_addresses(rows); code != NO_ERROR) return code;
-      // The host's order is the sorted one, and as good as any when no order is asked for.
-      addresses.renew(rows, address_row);
-    }
-    return addresses.give(table, size);
+  // The host's order is the sorted one, and as good as any when no order is asked for.
+  return answering_code("GetIpAddrTable", [=] {
+    return memory().addresses.give(table, size, &Host::read_addresses, address_row);
   });
 }
 
 DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::GET_ADAPTERS_INFO)) return *code;
+  return answering_code("GetAdaptersInfo", [=]() -> DWORD {
     InformationList& information = memory().information;
     if (!information.protocol.keeps_table(list)) {
       if (const DWORD code = renew_information(information); code != NO_ERROR) return code;
@@ -268,8 +259,7 @@ DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
 
 DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULONG context,
                           PULONG instance) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::ADD_IP_ADDRESS)) return *code;
+  return answering_code("AddIPAddress", [=]() -> DWORD {
     DWORD given = 0;
     const DWORD code = current_host().add_address(address, mask, interface_index, given);
     if (code != NO_ERROR) return code;
@@ -280,22 +270,18 @@ DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULO
 }
 
 DWORD WINAPI DeleteIPAddress(ULONG context) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::DELETE_IP_ADDRESS)) return *code;
-    return current_host().delete_address(context);
-  });
+  return answering_code("DeleteIPAddress",
+                        [=]() -> DWORD { return current_host().delete_address(context); });
 }
 
 DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::SET_IF_ENTRY)) return *code;
+  return answering_code("SetIfEntry", [=]() -> DWORD {
     return current_host().set_admin_status(row->dwIndex, row->dwAdminStatus);
   });
 }
 
 DWORD WINAPI GetIfEntry(PMIB_IFROW row) {
-  return answering_code([=]() -> DWORD {
-    if (const auto code = scripted_failure(Call::GET_IF_ENTRY)) return *code;
+  return answering_code("GetIfEntry", [=]() -> DWORD {
     HostTable<HostAdapter> adapters;
     if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
     const auto found =

@@ -37,97 +37,66 @@ std::string plain_library_name(std::string_view name) {
 }  // namespace
 
 DWORD WINAPI GetLastError() {
-  if (const auto code = scripted_failure(Call::GET_LAST_ERROR)) return *code;
-  return last_error;
+  const auto code = scripted_failure("GetLastError");
+  return code ? *code : last_error;
 }
 
 void WINAPI SetLastError(DWORD code) { last_error = code; }
 
 DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
                             DWORD /*language_id*/, LPSTR buffer, DWORD size, void* /*arguments*/) {
-  if (const auto code = scripted_failure(Call::FORMAT_MESSAGE)) {
-    SetLastError(*code);
-    return 0;
-  }
-  const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
-  if (text == nullptr) {
-    SetLastError(ERROR_MR_MID_NOT_FOUND);
-    return 0;
-  }
-  const std::size_t length = std::strlen(text);
-  if (length + 3 > size) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return 0;
-  }
-  std::memcpy(buffer, text, length + 1);
-  std::memcpy(buffer + length, "\r\n", 3);
-  return static_cast<DWORD>(length + 2);
+  return leaving_code<DWORD>("FormatMessageA", [=]() -> DWORD {
+    const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
+    if (text == nullptr) return refuse<DWORD>(ERROR_MR_MID_NOT_FOUND);
+    const auto length = static_cast<DWORD>(std::snprintf(buffer, size, "%s\r\n", text));
+    return length < size ? length : refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+  });
 }
 
 HMODULE WINAPI LoadLibraryA(LPCSTR name) {
-  return leaving_code(HMODULE{nullptr}, [=]() -> HMODULE {
-    if (const auto code = scripted_failure(Call::LOAD_LIBRARY)) {
-      SetLastError(*code);
-      return nullptr;
-    }
+  return leaving_code<HMODULE>("LoadLibraryA", [=]() -> HMODULE {
     const std::string plain = plain_library_name(name);
-    if (current_host().has_library(plain)) {
-      for (Library& library : libraries) {
-        if (plain == library.name) return reinterpret_cast<HMODULE>(&library);
-      }
+    auto* const found = std::find_if(std::begin(libraries), std::end(libraries),
+                                     [&](const Library& it) { return it.name == plain; });
+    if (found == std::end(libraries) || !current_host().has_library(plain)) {
+      return refuse<HMODULE>(ERROR_MOD_NOT_FOUND);
     }
-    SetLastError(ERROR_MOD_NOT_FOUND);
-    return nullptr;
+    return reinterpret_cast<HMODULE>(found);
   });
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {
-  if (const auto code = scripted_failure(Call::GET_PROC_ADDRESS)) {
-    SetLastError(*code);
-    return nullptr;
-  }
-  if (library == nullptr) {
-    SetLastError(ERROR_INVALID_HANDLE);
-    return nullptr;
-  }
-  const char* library_name = reinterpret_cast<const Library*>(library)->name;
-  if (current_host().has_function(library_name, name)) {
-    if (const FARPROC function = library_function(library_name, name)) return function;
-  }
-  SetLastError(ERROR_PROC_NOT_FOUND);
-  return nullptr;
+  return leaving_code<FARPROC>("GetProcAddress", [=]() -> FARPROC {
+    if (library == nullptr) return refuse<FARPROC>(ERROR_INVALID_HANDLE);
+    const char* library_name = reinterpret_cast<const Library*>(library)->name;
+    const FARPROC function = library_function(library_name, name);
+    if (function == nullptr || !current_host().has_function(library_name, name)) {
+      return refuse<FARPROC>(ERROR_PROC_NOT_FOUND);
+    }
+    return function;
+  });
 }
 
 BOOL WINAPI FreeLibrary(HMODULE /*library*/) {
-  if (const auto code = scripted_failure(Call::FREE_LIBRARY)) {
-    SetLastError(*code);
-    return FALSE;
-  }
-  return TRUE;
+  return leaving_code<BOOL>("FreeLibrary", [] { return TRUE; });
 }
 
 BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
-  if (const auto code = scripted_failure(Call::GET_VERSION_EX)) {
-    SetLastError(*code);
-    return FALSE;
-  }
-  if (information->dwOSVersionInfoSize != sizeof *information) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return FALSE;
-  }
-  const HostVersion& version = current_host().version();
-  information->dwPlatformId = version.platform_id;
-  information->dwMajorVersion = version.major;
-  information->dwMinorVersion = version.minor;
-  constexpr std::size_t LONGEST = sizeof information->szCSDVersion - 1;
-  information->szCSDVersion[version.service_pack.copy(information->szCSDVersion, LONGEST)] = '\0';
-  return TRUE;
+  return leaving_code<BOOL>("GetVersionExA", [=]() -> BOOL {
+    if (information->dwOSVersionInfoSize != sizeof *information) {
+      return refuse<BOOL>(ERROR_INSUFFICIENT_BUFFER);
+    }
+    const HostVersion& version = current_host().version();
+    *information = {sizeof *information, version.major, version.minor, 0, version.platform_id, {}};
+    version.service_pack.copy(information->szCSDVersion, sizeof information->szCSDVersion - 1);
+    return TRUE;
+  });
 }
 
 void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status) {
   *status = {};
   status->dwLength = sizeof *status;
-  if (scripted_failure(Call::GLOBAL_MEMORY_STATUS)) return;
+  if (scripted_failure("GlobalMemoryStatus")) return;
   const ErrnoKeeper keeper;
   std::FILE* file = std::fopen("/proc/meminfo", "r");
   if (file == nullptr) return;
@@ -149,23 +118,18 @@ void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status) {
 
 void WINAPI Sleep(DWORD milliseconds) {
   const ErrnoKeeper keeper;
-  if (!scripted_failure(Call::SLEEP)) current_host().sleep(milliseconds);
+  if (!scripted_failure("Sleep")) current_host().sleep(milliseconds);
 }
 
 /// The hosts' code page is Latin-1: each byte is the character of its own number.
 int WINAPI MultiByteToWideChar(UINT /*code_page*/, DWORD /*flags*/, LPCSTR text, int length,
                                LPWSTR wide, int wide_size) {
-  if (const auto code = scripted_failure(Call::MULTI_BYTE_TO_WIDE_CHAR)) {
-    SetLastError(*code);
-    return 0;
-  }
-  const std::size_t count = length < 0 ? std::strlen(text) + 1 : static_cast<std::size_t>(length);
-  if (wide_size == 0) return static_cast<int>(count);
-  if (count > static_cast<std::size_t>(wide_size)) {
-    SetLastError(ERROR_INSUFFICIENT_BUFFER);
-    return 0;
-  }
-  std::transform(text, text + count, wide,
-                 [](char c) { return static_cast<WCHAR>(static_cast<unsigned char>(c)); });
-  return static_cast<int>(count);
+  return leaving_code<int>("MultiByteToWideChar", [=] {
+    const int count = length < 0 ? static_cast<int>(std::strlen(text)) + 1 : length;
+    if (wide_size == 0) return count;
+    if (count > wide_size) return refuse<int>(ERROR_INSUFFICIENT_BUFFER);
+    std::transform(text, text + count, wide,
+                   [](char c) { return static_cast<WCHAR>(static_cast<unsigned char>(c)); });
+    return count;
+  });
 }

@@ -6,12 +6,8 @@
 #include "platform/hosts/console.h"
 
 DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size) {
-  return leaving_code(DWORD{0}, [=]() -> DWORD {
+  return leaving_code<DWORD>("GetConsoleTitleA", [=]() -> DWORD {
     if (size != 0) title[0] = '\0';
-    if (const auto code = scripted_failure(Call::GET_CONSOLE_TITLE)) {
-      SetLastError(*code);
-      return 0;
-    }
     const std::string& text = console_title();
     if (text.size() >= size) return 0;
     title[text.copy(title, size - 1)] = '\0';
@@ -20,13 +16,7 @@ DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size) {
 }
 
 BOOL WINAPI SetConsoleTitleA(LPCSTR title) {
-  return leaving_code(BOOL{FALSE}, [=]() -> BOOL {
-    if (const auto code = scripted_failure(Call::SET_CONSOLE_TITLE)) {
-      SetLastError(*code);
-      return FALSE;
-    }
-    if (set_console_title(title)) return TRUE;
-    SetLastError(ERROR_INVALID_HANDLE);
-    return FALSE;
+  return leaving_code<BOOL>("SetConsoleTitleA", [=]() -> BOOL {
+    return set_console_title(title) ? TRUE : refuse<BOOL>(ERROR_INVALID_HANDLE);
   });
 }

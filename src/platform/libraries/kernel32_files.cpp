@@ -2,7 +2,6 @@
 // path of this machine without it, and a backslash is a slash: C:\tmp\a stands for /tmp/a.
 
 #include <dirent.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -15,7 +14,6 @@
 #include <windows.h>
 
 #include "platform/hosts/calls.h"
-#include "platform/hosts/errno_keeper.h"
 
 namespace {
 
@@ -35,11 +33,6 @@ DWORD give_text(std::string_view text, LPSTR buffer, DWORD size) {
   text.copy(buffer, text.size());
   buffer[length] = '\0';
   return length;
-}
-
-DWORD fail(DWORD code) {
-  SetLastError(code);
-  return 0;
 }
 
 struct CloseDirectory {
@@ -62,70 +55,56 @@ bool read_entry(DIR* directory, LPWIN32_FIND_DATAA data) {
 }  // namespace
 
 UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size) {
-  if (const auto code = scripted_failure(Call::GET_SYSTEM_DIRECTORY)) return fail(*code);
-  return give_text("C:\\WINDOWS\\system32", buffer, size);
+  return leaving_code<UINT>("GetSystemDirectoryA",
+                            [=] { return give_text("C:\\WINDOWS\\system32", buffer, size); });
 }
 
 DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::GET_CURRENT_DIRECTORY)) return fail(*code);
-  const std::unique_ptr<char, void (*)(void*)> path(getcwd(nullptr, 0), std::free);
-  if (path == nullptr) return fail(ERROR_PATH_NOT_FOUND);
-  return give_text(path.get(), buffer, size);
+  return leaving_code<DWORD>("GetCurrentDirectoryA", [=] {
+    const std::unique_ptr<char, void (*)(void*)> path(getcwd(nullptr, 0), std::free);
+    return path != nullptr ? give_text(path.get(), buffer, size)
+                           : refuse<DWORD>(ERROR_PATH_NOT_FOUND);
+  });
 }
 
 /// For functions that know no drives: a path that is not full stands for itself.
 DWORD WINAPI GetFullPathNameA(LPCSTR path, DWORD size, LPSTR full_path, LPSTR* /*file_part*/) {
-  return leaving_code(DWORD{0}, [=] {
-    if (const auto code = scripted_failure(Call::GET_FULL_PATH_NAME)) return fail(*code);
-    return give_text(machine_path(path), full_path, size);
-  });
+  return leaving_code<DWORD>("GetFullPathNameA",
+                             [=] { return give_text(machine_path(path), full_path, size); });
 }
 
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
-  return leaving_code(DWORD{0}, [=] {
-    if (const auto code = scripted_failure(Call::GET_LONG_PATH_NAME)) return fail(*code);
+  return leaving_code<DWORD>("GetLongPathNameA", [=] {
     const std::string text = machine_path(path);
-    struct stat status;
-    if (stat(text.c_str(), &status) != 0) return fail(ERROR_FILE_NOT_FOUND);
-    return give_text(text, long_path, size);
+    const bool exists = access(text.c_str(), F_OK) == 0;
+    return exists ? give_text(text, long_path, size) : refuse<DWORD>(ERROR_FILE_NOT_FOUND);
   });
 }
 
 HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
-  const auto refuse = [](DWORD code) {
-    SetLastError(code);
-    return INVALID_HANDLE_VALUE;
-  };
-  return leaving_code(INVALID_HANDLE_VALUE, [=]() -> HANDLE {
-    if (const auto code = scripted_failure(Call::FIND_FIRST_FILE)) return refuse(*code);
+  const auto search = [=]() -> HANDLE {
+    const auto fail = [](DWORD code) { return refuse<HANDLE>(code, INVALID_HANDLE_VALUE); };
+    constexpr std::string_view EVERYTHING = "*.*";
     std::string path = machine_path(pattern);
-    if (!path.ends_with("/*.*")) return refuse(ERROR_NOT_SUPPORTED);
-    path.resize(path.size() - std::strlen("*.*"));
+    if (!path.ends_with("/*.*")) return fail(ERROR_NOT_SUPPORTED);
+    path.resize(path.size() - EVERYTHING.size());
     Directory directory(opendir(path.c_str()));
-    if (directory == nullptr) return refuse(ERROR_PATH_NOT_FOUND);
-    if (!read_entry(directory.get(), data)) return refuse(ERROR_FILE_NOT_FOUND);
+    if (directory == nullptr) return fail(ERROR_PATH_NOT_FOUND);
+    if (!read_entry(directory.get(), data)) return fail(ERROR_FILE_NOT_FOUND);
     return directory.release();
-  });
+  };
+  return leaving_code<HANDLE>("FindFirstFileA", search, INVALID_HANDLE_VALUE);
 }
 
 BOOL WINAPI FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::FIND_NEXT_FILE)) {
-    SetLastError(*code);
-    return FALSE;
-  }
-  if (read_entry(static_cast<DIR*>(find), data)) return TRUE;
-  SetLastError(ERROR_NO_MORE_FILES);
-  return FALSE;
+  return leaving_code<BOOL>("FindNextFileA", [=] {
+    return read_entry(static_cast<DIR*>(find), data) ? TRUE : refuse<BOOL>(ERROR_NO_MORE_FILES);
+  });
 }
 
 BOOL WINAPI FindClose(HANDLE find) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::FIND_CLOSE)) {
-    SetLastError(*code);
-    return FALSE;
-  }
-  const Directory directory(static_cast<DIR*>(find));
-  return TRUE;
+  return leaving_code<BOOL>("FindClose", [=] {
+    closedir(static_cast<DIR*>(find));
+    return TRUE;
+  });
 }

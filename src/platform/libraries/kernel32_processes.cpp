@@ -7,11 +7,11 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstddef>
 #include <new>
+#include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <windows.h>
@@ -29,11 +29,6 @@ struct OpenHandle {
 
 OpenHandle* opened(HANDLE handle) { return static_cast<OpenHandle*>(handle); }
 
-BOOL refuse(DWORD code) {
-  SetLastError(code);
-  return FALSE;
-}
-
 HANDLE new_handle(int descriptor, bool inheritable) {
   return new (std::nothrow) OpenHandle{descriptor, inheritable};
 }
@@ -41,58 +36,53 @@ HANDLE new_handle(int descriptor, bool inheritable) {
 /// Splits a command line by the platform's rules: backslashes count only before a double quote.
 std::vector<std::string> split_arguments(std::string_view line) {
   std::vector<std::string> arguments;
-  std::size_t at = 0;
-  for (;;) {
-    while (at < line.size() && (line[at] == ' ' || line[at] == '\t')) ++at;
-    if (at == line.size()) return arguments;
-    std::string argument;
-    bool quoted = false;
-    for (; at < line.size() && (quoted || (line[at] != ' ' && line[at] != '\t')); ++at) {
-      std::size_t backslashes = 0;
-      while (at < line.size() && line[at] == '\\') {
-        ++backslashes;
-        ++at;
-      }
-      const bool quote = at < line.size() && line[at] == '"';
-      argument.append(quote ? backslashes / 2 : backslashes, '\\');
-      if (quote && backslashes % 2 == 0) {
-        quoted = !quoted;
-      } else if (at < line.size() && (quoted || (line[at] != ' ' && line[at] != '\t'))) {
-        argument += line[at];
-      } else {
-        break;
-      }
+  std::optional<std::string> argument;
+  std::size_t backslashes = 0;
+  bool quoted = false;
+  for (const char c : line) {
+    const bool is_blank = !quoted && (c == ' ' || c == '\t');
+    if (!is_blank && !argument) argument.emplace();
+    if (c == '\\') {
+      ++backslashes;
+      continue;
     }
-    arguments.push_back(std::move(argument));
+    const bool is_literal = c != '"' || backslashes % 2 != 0;
+    if (argument) argument->append(c == '"' ? backslashes / 2 : backslashes, '\\');
+    backslashes = 0;
+    if (is_blank) {
+      if (argument) arguments.push_back(*std::exchange(argument, std::nullopt));
+    } else if (is_literal) {
+      *argument += c;
+    } else {
+      quoted = !quoted;
+    }
   }
+  if (argument) arguments.push_back(argument->append(backslashes, '\\'));
+  return arguments;
 }
-
-bool is_program(const std::string& path) { return access(path.c_str(), X_OK) == 0; }
 
 std::string with_slashes(std::string path) {
   std::replace(path.begin(), path.end(), '\\', '/');
   return path;
 }
 
-/// The program and its arguments. An unquoted program path may hold blanks: as on the platform, the
-/// shortest beginning that names a program is it.
+/// The program and its arguments; nothing where no program is named. An unquoted path of it may
+/// hold blanks: as on the platform, the shortest beginning that names a program is it.
 std::vector<std::string> find_program(const std::string& line) {
-  std::vector<std::string> arguments;
   if (line.starts_with('"')) {
-    arguments = split_arguments(line);
-  } else {
-    for (std::size_t end = line.find(' ');; end = line.find(' ', end + 1)) {
-      const std::string path = with_slashes(line.substr(0, end));
-      if (is_program(path)) {
-        arguments = split_arguments(end == std::string::npos ? "" : line.substr(end));
-        arguments.insert(arguments.begin(), path);
-        break;
-      }
-      if (end == std::string::npos) return {};
-    }
+    std::vector<std::string> arguments = split_arguments(line);
+    arguments[0] = with_slashes(arguments[0]);
+    return arguments;
   }
-  if (!arguments.empty()) arguments[0] = with_slashes(arguments[0]);
-  return arguments;
+  for (std::size_t end = 0; end < line.size(); ++end) {
+    end = std::min(line.find(' ', end), line.size());
+    const std::string path = with_slashes(line.substr(0, end));
+    if (access(path.c_str(), X_OK) != 0) continue;
+    std::vector<std::string> arguments = split_arguments(line.substr(end));
+    arguments.insert(arguments.begin(), path);
+    return arguments;
+  }
+  return {};
 }
 
 int descriptor_of(HANDLE handle) { return handle != nullptr ? opened(handle)->descriptor : -1; }
@@ -107,7 +97,7 @@ void place(int descriptor, int standard) {
   }
 }
 
-/// Runs in the new process; comes back only by telling `status` why it could not start.
+/// Runs in the new process; comes back only by telling `status` that it could not start.
 [[noreturn]] void become(char* const* arguments, const STARTUPINFOA& startup, int status) {
   place(descriptor_of(startup.hStdInput), STDIN_FILENO);
   place(descriptor_of(startup.hStdOutput), STDOUT_FILENO);
@@ -115,8 +105,7 @@ void place(int descriptor, int standard) {
   // Whatever else this process has open, its own parent's gifts too, ends with the exec.
   close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
   execv(arguments[0], arguments);
-  const int why = errno;
-  [[maybe_unused]] const ssize_t told = write(status, &why, sizeof why);
+  [[maybe_unused]] const ssize_t told = write(status, "!", 1);
   _exit(127);
 }
 
@@ -130,14 +119,10 @@ bool start(char* const* arguments, const STARTUPINFOA& startup) {
     _exit(0);
   }
   close(status[1]);
-  int why = 0;
-  bool started = between > 0;
-  if (started) {
-    while (waitpid(between, nullptr, 0) < 0 && errno == EINTR) {
-    }
-    // The end comes without a word when the program took the process over.
-    started = read(status[0], &why, sizeof why) == 0;
-  }
+  char word = 0;
+  // The end comes without a word when the program took the process over.
+  const bool started = between > 0 && TEMP_FAILURE_RETRY(waitpid(between, nullptr, 0)) > 0 &&
+                       TEMP_FAILURE_RETRY(read(status[0], &word, sizeof word)) == 0;
   close(status[0]);
   return started;
 }
@@ -146,27 +131,28 @@ bool start(char* const* arguments, const STARTUPINFOA& startup) {
 
 BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
                        DWORD /*size*/) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::CREATE_PIPE)) return refuse(*code);
-  int ends[2];
-  if (pipe2(ends, O_CLOEXEC) != 0) return refuse(ERROR_NOT_ENOUGH_MEMORY);
-  const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
-  *read_end = new_handle(ends[0], inheritable);
-  *write_end = new_handle(ends[1], inheritable);
-  if (*read_end != nullptr && *write_end != nullptr) return TRUE;
-  close(ends[0]);
-  close(ends[1]);
-  delete opened(*read_end);
-  delete opened(*write_end);
-  return refuse(ERROR_NOT_ENOUGH_MEMORY);
+  return leaving_code<BOOL>("CreatePipe", [=]() -> BOOL {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) return refuse<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+    const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
+    *read_end = new_handle(ends[0], inheritable);
+    *write_end = new_handle(ends[1], inheritable);
+    if (*read_end != nullptr && *write_end != nullptr) return TRUE;
+    close(ends[0]);
+    close(ends[1]);
+    delete opened(*read_end);
+    delete opened(*write_end);
+    return refuse<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+  });
 }
 
 BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
-  if (const auto code = scripted_failure(Call::SET_HANDLE_INFORMATION)) return refuse(*code);
-  if ((mask & HANDLE_FLAG_INHERIT) != 0) {
-    opened(handle)->inheritable = (flags & HANDLE_FLAG_INHERIT) != 0;
-  }
-  return TRUE;
+  return leaving_code<BOOL>("SetHandleInformation", [=] {
+    if ((mask & HANDLE_FLAG_INHERIT) != 0) {
+      opened(handle)->inheritable = (flags & HANDLE_FLAG_INHERIT) != 0;
+    }
+    return TRUE;
+  });
 }
 
 BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
@@ -174,18 +160,19 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
                            BOOL /*inherit*/, DWORD /*flags*/, LPVOID /*environment*/,
                            LPCSTR /*directory*/, LPSTARTUPINFOA startup,
                            LPPROCESS_INFORMATION information) {
-  return leaving_code(BOOL{FALSE}, [=]() -> BOOL {
-    if (const auto code = scripted_failure(Call::CREATE_PROCESS)) return refuse(*code);
+  return leaving_code<BOOL>("CreateProcessA", [=]() -> BOOL {
     for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
-      if (handle != nullptr && !opened(handle)->inheritable) return refuse(ERROR_INVALID_HANDLE);
+      if (handle != nullptr && !opened(handle)->inheritable) {
+        return refuse<BOOL>(ERROR_INVALID_HANDLE);
+      }
     }
     std::vector<std::string> arguments = find_program(command_line);
-    if (arguments.empty()) return refuse(ERROR_FILE_NOT_FOUND);
     std::vector<char*> pointers;
-    pointers.reserve(arguments.size() + 1);
     for (std::string& argument : arguments) pointers.push_back(argument.data());
     pointers.push_back(nullptr);
-    if (!start(pointers.data(), *startup)) return refuse(ERROR_FILE_NOT_FOUND);
+    if (arguments.empty() || !start(pointers.data(), *startup)) {
+      return refuse<BOOL>(ERROR_FILE_NOT_FOUND);
+    }
     *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
     return TRUE;
   });
@@ -193,23 +180,20 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,
                      LPVOID /*overlapped*/) {
-  const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::READ_FILE)) return refuse(*code);
-  ssize_t length = 0;
-  do {
-    length = read(opened(file)->descriptor, buffer, size);
-  } while (length < 0 && errno == EINTR);
-  *read_size = length > 0 ? static_cast<DWORD>(length) : 0;
-  if (length < 0) return refuse(ERROR_INVALID_HANDLE);
-  return length > 0 ? TRUE : refuse(ERROR_BROKEN_PIPE);
+  return leaving_code<BOOL>("ReadFile", [=]() -> BOOL {
+    const ssize_t length = TEMP_FAILURE_RETRY(read(opened(file)->descriptor, buffer, size));
+    *read_size = length > 0 ? static_cast<DWORD>(length) : 0;
+    if (length < 0) return refuse<BOOL>(ERROR_INVALID_HANDLE);
+    return length > 0 ? TRUE : refuse<BOOL>(ERROR_BROKEN_PIPE);
+  });
 }
 
 BOOL WINAPI CloseHandle(HANDLE handle) {
   const ErrnoKeeper keeper;
-  const auto code = scripted_failure(Call::CLOSE_HANDLE);
+  const auto code = scripted_failure("CloseHandle");
   if (handle != nullptr) {
     if (opened(handle)->descriptor >= 0) close(opened(handle)->descriptor);
     delete opened(handle);
   }
-  return code ? refuse(*code) : TRUE;
+  return code ? refuse<BOOL>(*code) : TRUE;
 }

@@ -1,40 +1,38 @@
 #include "platform/libraries/library_functions.h"
 
+#include <utility>
+
 #include <iphlpapi.h>
 
 #include "platform/hosts/calls.h"
 
 namespace {
 
-struct LibraryFunction {
-  Call call;
-  FARPROC function;
-};
-
-template <typename Function>
-FARPROC generic(Function* function) {
+template <typename Pointer>
+FARPROC generic(Pointer* function) {
   return reinterpret_cast<FARPROC>(reinterpret_cast<void*>(function));
 }
 
 }  // namespace
 
 FARPROC library_function(std::string_view library, std::string_view function) {
-  static const LibraryFunction FUNCTIONS[] = {
-      {Call::GET_IF_TABLE, generic(GetIfTable)},
-      {Call::GET_ADAPTERS_INFO, generic(GetAdaptersInfo)},
-      {Call::GET_IP_ADDR_TABLE, generic(GetIpAddrTable)},
-      {Call::ADD_IP_ADDRESS, generic(AddIPAddress)},
-      {Call::DELETE_IP_ADDRESS, generic(DeleteIPAddress)},
-      {Call::SET_IF_ENTRY, generic(SetIfEntry)},
-      {Call::GET_IF_ENTRY, generic(GetIfEntry)},
-      {Call::GET_LONG_PATH_NAME, generic(GetLongPathNameA)},
-      {Call::GET_ADDR_INFO, generic(platform_getaddrinfo)},
-      {Call::FREE_ADDR_INFO, generic(platform_freeaddrinfo)},
-      {Call::GET_NAME_INFO, generic(platform_getnameinfo)},
-      {Call::DHCP_NOTIFY_CONFIG_CHANGE, generic(DhcpNotifyConfigChange)},
+  static const std::pair<std::string_view, FARPROC> POINTERS[] = {
+      {"GetIfTable", generic(GetIfTable)},
+      {"GetAdaptersInfo", generic(GetAdaptersInfo)},
+      {"GetIpAddrTable", generic(GetIpAddrTable)},
+      {"AddIPAddress", generic(AddIPAddress)},
+      {"DeleteIPAddress", generic(DeleteIPAddress)},
+      {"SetIfEntry", generic(SetIfEntry)},
+      {"GetIfEntry", generic(GetIfEntry)},
+      {"GetLongPathNameA", generic(GetLongPathNameA)},
+      {"getaddrinfo", generic(platform_getaddrinfo)},
+      {"freeaddrinfo", generic(platform_freeaddrinfo)},
+      {"getnameinfo", generic(platform_getnameinfo)},
+      {"DhcpNotifyConfigChange", generic(DhcpNotifyConfigChange)},
   };
-  for (const auto& [call, pointer] : FUNCTIONS) {
-    if (call_name(call) == function && is_in_library(call, library)) return pointer;
+  const Function* known = find_function(function);
+  for (const auto& [name, pointer] : POINTERS) {
+    if (name == function && known->is_in(library)) return pointer;
   }
   return nullptr;
 }

@@ -9,7 +9,7 @@
 #include "platform/hosts/calls.h"
 
 RPC_STATUS WINAPI UuidCreate(UUID* uuid) {
-  if (const auto code = scripted_failure(Call::UUID_CREATE)) return static_cast<RPC_STATUS>(*code);
+  if (const auto code = scripted_failure("UuidCreate")) return static_cast<RPC_STATUS>(*code);
   static std::random_device random;
   *uuid = {random(), static_cast<WORD>(random()), static_cast<WORD>(random()), {}};
   for (BYTE& byte : uuid->Data4) byte = static_cast<BYTE>(random());
@@ -20,9 +20,7 @@ RPC_STATUS WINAPI UuidCreate(UUID* uuid) {
 }
 
 RPC_STATUS WINAPI UuidToStringA(const UUID* uuid, RPC_CSTR* text) {
-  if (const auto code = scripted_failure(Call::UUID_TO_STRING)) {
-    return static_cast<RPC_STATUS>(*code);
-  }
+  if (const auto code = scripted_failure("UuidToStringA")) return static_cast<RPC_STATUS>(*code);
   constexpr std::size_t SIZE = 37;
   auto* const block = static_cast<char*>(std::malloc(SIZE));
   if (block == nullptr) return ERROR_NOT_ENOUGH_MEMORY;
@@ -35,7 +33,7 @@ RPC_STATUS WINAPI UuidToStringA(const UUID* uuid, RPC_CSTR* text) {
 }
 
 RPC_STATUS WINAPI RpcStringFreeA(RPC_CSTR* text) {
-  const auto code = scripted_failure(Call::RPC_STRING_FREE);
+  const auto code = scripted_failure("RpcStringFreeA");
   std::free(*text);
   *text = nullptr;
   return code ? static_cast<RPC_STATUS>(*code) : RPC_S_OK;

@@ -9,7 +9,7 @@
 #include "platform/libraries/library_functions.h"
 
 int WINAPI WSAStartup(WORD version, LPWSADATA data) {
-  if (const auto code = scripted_failure(Call::WSA_STARTUP)) return static_cast<int>(*code);
+  if (const auto code = scripted_failure("WSAStartup")) return static_cast<int>(*code);
   *data = {version, version};
   return 0;
 }
@@ -17,12 +17,12 @@ int WINAPI WSAStartup(WORD version, LPWSADATA data) {
 int WINAPI platform_getaddrinfo(const char* node, const char* service, const addrinfo* hints,
                                 addrinfo** answer) {
   const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::GET_ADDR_INFO)) return static_cast<int>(*code);
+  if (const auto code = scripted_failure("getaddrinfo")) return static_cast<int>(*code);
   return getaddrinfo(node, service, hints, answer);
 }
 
 void WINAPI platform_freeaddrinfo(addrinfo* answer) {
-  static_cast<void>(scripted_failure(Call::FREE_ADDR_INFO));
+  static_cast<void>(scripted_failure("freeaddrinfo"));
   freeaddrinfo(answer);
 }
 
@@ -30,6 +30,6 @@ int WINAPI platform_getnameinfo(const sockaddr* address, unsigned length, char* 
                                 unsigned host_size, char* service, unsigned service_size,
                                 int flags) {
   const ErrnoKeeper keeper;
-  if (const auto code = scripted_failure(Call::GET_NAME_INFO)) return static_cast<int>(*code);
+  if (const auto code = scripted_failure("getnameinfo")) return static_cast<int>(*code);
   return getnameinfo(address, length, host, host_size, service, service_size, flags);
 }
