@@ -17,6 +17,8 @@ namespace {
 
 using testing::HasSubstr;
 
+constexpr int PATIENCE = 20000;  // milliseconds
+
 class Terminal {
  public:
   explicit Terminal(const char* description = nullptr) {
@@ -39,7 +41,7 @@ class Terminal {
   /// Types a text at the prompt and gives what is shown up to `awaited`.
   std::string type(const std::string& text, const std::string& awaited) {
     read_to("$\r$");  // as the program writes it, and again as it is edited
-    while (is_canonical()) usleep(1000);
+    for (int i = 0; i < PATIENCE && is_canonical(); ++i) usleep(1000);
     return send(text, awaited);
   }
 
@@ -50,7 +52,6 @@ class Terminal {
 
   /// What is shown up to a text, and since the last one that was read to.
   std::string read_to(const std::string& awaited) {
-    constexpr int PATIENCE = 20000;  // milliseconds
     pollfd ready = {descriptor_, POLLIN, 0};
     while (shown_.find(awaited) == std::string::npos && poll(&ready, 1, PATIENCE) == 1) {
       char piece[4096];

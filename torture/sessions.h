@@ -1,5 +1,5 @@
 // The whole sessions that are put to the torture: each is a host, an environment, calls of modules
-// that no command reaches, and what is typed at the prompt.
+// that no command reaches, and what is typed at the prompt. They play in a folder of their own.
 #pragma once
 
 #include <string>
@@ -7,31 +7,24 @@
 #include <vector>
 
 #include "brenlo/src/system.h"
+#include "tests/support/folder.h"
 
-using Setting = std::pair<const char*, std::string>;
-
-/// The description of a host of that name, below the project's folder.
+/// The description of a host of that name.
 [[nodiscard]] std::string host_file(const std::string& host);
 
 struct Session {
   const char* name;
   /// The simulated host; empty: the one that the environment names.
   std::string host = {};
-  std::vector<Setting> environment = {};
+  std::vector<std::pair<const char*, std::string>> environment = {};
   /// Work before the System exists, and on it before anything is typed; null for none.
-  void (*before_system)(const std::string& folder) = nullptr;
-  void (*before_typing)(System& system, const std::string& folder) = nullptr;
+  void (*before_system)() = nullptr;
+  void (*before_typing)(System& system) = nullptr;
   std::string typed = {};
-
-  /// Whether it plays on this machine's kernel, in the namespace that enter_namespace made.
-  [[nodiscard]] bool is_live() const;
+  /// The command of the shell that lays out what the session starts from; null for none.
+  const char* layout = nullptr;
 };
 
-/// The sessions, with their files in a folder that exists and that they only read, but for copies
-/// that they make there and remove.
-[[nodiscard]] std::vector<Session> all_sessions(const std::string& folder);
-
-/// Moves this process to a network namespace of its own with an interface t0; false where this
-/// machine allows none. lay_out_addresses gives t0 what the live session starts from.
-[[nodiscard]] bool enter_namespace();
-void lay_out_addresses();
+/// The sessions, with the files in the folder that they read. A copy of "first", named "copy", they
+/// remove. The one on this machine's kernel wants interfaces a0 and b0 that it may change.
+[[nodiscard]] std::vector<Session> all_sessions(const TestFolder& folder);

@@ -1,132 +1,65 @@
 // Plays a whole session again and again while memory or the platform fails, each time one step
 // further on, until a run meets no failure any more. tools/torture plays all sessions.
 //
-//   kadrix_torture SUITE                                        names the suite's sessions
-//   kadrix_torture SUITE SESSION STEP STOPS                     plays every STEPth run of a session
-//   kadrix_torture SUITE SESSION TREATMENT NTH once|ever STOPS  plays one run and shows it
-//
-// SUITE is "allocations" or "calls"; STOPS names the file of the places that may end the program.
+//   kadrix_torture                                  names what it plays: SESSION TREATMENT, a line
+//   each kadrix_torture STEP SESSION TREATMENT           plays every STEPth run, and tells what
+//   came of each kadrix_torture SESSION TREATMENT NTH once|ever  plays one run and shows it
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
-#include <ctime>
 #include <filesystem>
-#include <optional>
+#include <fstream>
+#include <regex>
+#include <set>
+#include <sstream>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "brenlo/src/kadrix.h"
 #include "platform/hosts/host_description.h"
+#include "shared/include/vmk_errmsg.h"
+#include "tests/support/program.h"
 #include "torture/agreement.h"
-#include "torture/failing_memory.h"
+#include "torture/disturbance.h"
 #include "torture/failing_platform.h"
 #include "torture/sessions.h"
-#include "torture/verdict.h"
-
-/// Messages of all runs carry one time.
-extern "C" std::time_t time(std::time_t* now) noexcept {
-  constexpr std::time_t NOON = 1'700'000'000;
-  if (now != nullptr) *now = NOON;
-  return NOON;
-}
-
-/// What the sanitizer keeps back of released memory is copied for every run: a little is enough for
-/// runs as short as these.
-extern "C" const char* __asan_default_options() {
-  return "quarantine_size_mb=2:malloc_context_size=4";
-}
 
 namespace {
 
 constexpr unsigned LONGEST_RUN = 30;  // seconds
 
-struct Attack {
-  const char* name;
-  std::optional<Treatment> treatment;  ///< of a call; nothing: memory fails
-  Disturbed disturbed;
-};
-
-constexpr Attack MEMORY_ATTACKS[] = {{"memory", std::nullopt, Disturbed::A_CALL}};
-constexpr Attack CALL_ATTACKS[] = {{"fail", Treatment::FAIL, Disturbed::A_CALL},
-                                   {"raise", Treatment::RAISE, Disturbed::A_CALL},
-                                   {"grown", Treatment::GROWN, Disturbed::A_TABLE},
-                                   {"shrunk", Treatment::SHRUNK, Disturbed::A_TABLE},
-                                   {"cut", Treatment::CUT, Disturbed::A_TABLE},
-                                   {"unterminated", Treatment::UNTERMINATED, Disturbed::A_TABLE}};
-
-std::span<const Attack> attacks_of(std::string_view suite) {
-  if (suite == "allocations") return MEMORY_ATTACKS;
-  return CALL_ATTACKS;
-}
-
-struct Disturbance {
-  const Attack* attack;
-  std::uint64_t nth;
-  bool lasting;
-};
-
-// Nothing here writes through stdout: a run inherits what its buffer holds, and would allocate
-// none.
-
-/// How many failures the run at hand met: written by its process, read by this one.
-std::uint64_t& failures_met() {
-  static auto& met = *static_cast<std::uint64_t*>(mmap(
-      nullptr, sizeof(std::uint64_t), PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  return met;
-}
-
-/// A file in memory.
-class MemoryFile {
- public:
-  explicit MemoryFile(const std::string& text) : descriptor_(memfd_create("torture", MFD_CLOEXEC)) {
-    if (write(descriptor_, text.data(), text.size()) < 0) std::perror("write");
-  }
-  ~MemoryFile() { close(descriptor_); }
-  MemoryFile(const MemoryFile&) = delete;
-  MemoryFile& operator=(const MemoryFile&) = delete;
-
-  [[nodiscard]] int descriptor() const { return descriptor_; }
-  void rewind() const { lseek(descriptor_, 0, SEEK_SET); }
-  void clear() const {
-    if (ftruncate(descriptor_, 0) == 0) rewind();
-  }
-
-  [[nodiscard]] std::string text() const {
-    std::string text(static_cast<std::size_t>(lseek(descriptor_, 0, SEEK_END)), '\0');
-    const ssize_t length = pread(descriptor_, text.data(), text.size(), 0);
-    text.resize(length > 0 ? static_cast<std::size_t>(length) : 0);
-    return text;
-  }
-
- private:
-  int descriptor_;
+constexpr std::pair<const char*, Treatment> TREATMENTS[] = {
+    {"memory", Treatment::MEMORY},
+    {"fail", Treatment::FAIL},
+    {"raise", Treatment::RAISE},
+    {"grown", Treatment::GROWN},
+    {"shrunk", Treatment::SHRUNK},
+    {"cut", Treatment::CUT},
+    {"unterminated", Treatment::UNTERMINATED},
 };
 
 // ---- One run, in a process of its own ---------------------------------------------------------
 
-void disturb(const Disturbance& disturbance, std::uint64_t& met) {
-  const auto& [attack, nth, lasting] = disturbance;
-  if (attack == nullptr) return;
-  if (attack->treatment) choose_treatment(*attack->treatment);
-  Schedule& schedule = attack->treatment ? treated_calls() : failing_allocations();
-  schedule.start(nth, lasting, met);
-}
-
+/// Tells where tool and host disagree. Where the host lied, addresses of the tool's own may seem to
+/// be gone.
 void compare_with_host(const System& system, const std::vector<HostAddress>& before) {
-  const Truce memory(failing_allocations());
-  const Truce platform(treated_calls());
-  const std::string lines = disagreements(system, current_host(), before);
-  std::fputs(lines.c_str(), stderr);
+  const bool armed = std::exchange(disturbance.armed, false);
+  std::istringstream lines(disagreements(system, current_host(), before));
+  const bool lied = disturbance.nth != 0 && disturbance.treatment >= Treatment::GROWN;
+  for (std::string line; std::getline(lines, line);) {
+    if (!lied || !line.starts_with("UNCLAIMED")) std::fprintf(stderr, "%s\n", line.c_str());
+  }
+  disturbance.armed = armed;
 }
 
-[[noreturn]] void play(const Session& session, const std::string& folder,
-                       const Disturbance& disturbance, std::uint64_t& met) {
+[[noreturn]] void play(const Session& session) {
   alarm(LONGEST_RUN);
   for (const auto& [name, value] : session.environment) setenv(name, value.c_str(), 1);
   std::vector<HostAddress> before;
@@ -140,171 +73,201 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
     before = standing_addresses(current_host());
     install_host(nullptr);
   }
-  disturb(disturbance, met);
-  if (session.before_system != nullptr) session.before_system(folder);
+  disturbance.armed = true;
+  if (session.before_system != nullptr) session.before_system();
   {
     System system;
-    if (session.before_typing != nullptr) session.before_typing(system, folder);
+    if (session.before_typing != nullptr) session.before_typing(system);
     run_console(system);
     compare_with_host(system, before);
   }
   std::exit(0);
 }
 
-/// A session with the files that it reads and writes.
-class Stage {
- public:
-  Stage(const Session& session, const std::string& folder)
-      : session_(session), folder_(folder), input_(session.typed), output_("") {}
-
-  [[nodiscard]] Outcome run(const Disturbance& disturbance) {
-    if (session_.is_live()) lay_out_addresses();
-    input_.rewind();
-    output_.clear();
-    failures_met() = 0;
-    const pid_t child = fork();
-    if (child < 0) {
-      std::perror("fork");
-      std::_Exit(1);
-    }
-    if (child == 0) {
-      dup2(input_.descriptor(), STDIN_FILENO);
-      dup2(output_.descriptor(), STDOUT_FILENO);
-      dup2(output_.descriptor(), STDERR_FILENO);
-      play(session_, folder_, disturbance, failures_met());
-    }
-    Outcome outcome;
-    waitpid(child, &outcome.status, 0);
-    outcome.text = output_.text();
-    return outcome;
-  }
-
- private:
-  const Session& session_;
-  const std::string& folder_;
-  MemoryFile input_;
-  MemoryFile output_;
+/// What a run did: all that it wrote, standard output and standard error in the order of writing,
+/// and how it ended (the status of wait).
+struct Outcome {
+  std::string text;
+  int status = 0;
 };
+
+// ---- What may come of a run -------------------------------------------------------------------
+
+constexpr int STOPPED = 3;
+constexpr int NO_HOST = 2;
+
+/// A text without what differs from run to run: pointers and times.
+std::string comparable(const std::string& text) {
+  static const std::regex VARYING("=0x[0-9A-F]{8}|[0-9]{2}/[0-9]{2}\\.[0-9:]{8}");
+  return std::regex_replace(text, VARYING, "#");
+}
+
+/// What ended a run for want of memory, in the words of stops.txt.
+std::string stop_of(const Outcome& outcome) {
+  static const std::regex REPORT("ERROR (\\S+):[0-9]+: assertion failed - (.*)\n$");
+  std::smatch found;
+  const bool is_stop = WEXITSTATUS(outcome.status) == STOPPED;
+  if (is_stop && std::regex_search(outcome.text, found, REPORT)) {
+    return found.str(1) + " " + found.str(2);
+  }
+  const bool had_begun = outcome.text.find('$') != std::string::npos;
+  return WEXITSTATUS(outcome.status) == NO_HOST && !had_begun ? "no host" : "nothing known";
+}
+
+/// Once memory ran out for a message, every message must end with the notice.
+bool keeps_notice(const std::string& text) {
+  const std::string notice(OUT_OF_MEMORY_NOTICE, sizeof OUT_OF_MEMORY_NOTICE - 2);
+  bool seen = false;
+  bool owed = false;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    line.erase(0, line.find_first_not_of('$'));
+    if (line == notice) {
+      seen = true;
+      owed = false;
+    } else if (line.starts_with("ERROR ") || line.starts_with("WARN  ") ||
+               line.starts_with("DEBUG ") || line.starts_with("INFO  ")) {
+      if (owed) return false;
+      owed = seen;
+    }
+  }
+  return !owed;
+}
+
+/// Whether a text tells of failures that another does not.
+bool tells_more(const std::string& text, const std::string& usual) {
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    line.erase(0, line.find_first_not_of('$'));
+    const bool tells =
+        line.starts_with("ERROR ") || line.starts_with("WARN ") || line.starts_with("      ");
+    if (tells && usual.find(line) == std::string::npos) return true;
+  }
+  return false;
+}
 
 // ---- All runs of a session --------------------------------------------------------------------
 
-struct Tally {
-  int runs = 0;
-  int stopped = 0;
-  int broken = 0;
-};
-
 class Torture {
  public:
-  Torture(std::string suite, const Session& session, const std::string& folder,
-          const std::string& stops)
-      : suite_(std::move(suite)), session_(session), stage_(session, folder) {
-    if (suite_ == "allocations") stops_ = read_stops(stops);
-    undisturbed_ = stage_.run({}).text;
+  Torture(const Session& session, const TestFolder& folder, std::string treatment)
+      : session_(session), folder_(folder), treatment_(std::move(treatment)) {
+    if (disturbance.treatment == Treatment::MEMORY) {
+      std::ifstream stream(SOURCE_ROOT "/torture/stops.txt");
+      for (std::string line; std::getline(stream, line);) stops_.insert(line);
+    }
+    usual_ = comparable(run(0, false).text);
   }
 
-  /// Counts, and a line for each place that may stop the session and did.
+  /// A line for each run, and for each place that may stop the session and did.
   int play_all(std::uint64_t step) {
-    for (const Attack& attack : attacks_of(suite_)) {
-      for (const bool lasting : {false, true}) {
-        for (Disturbance next = {&attack, 1, lasting}; plays_on(next); next.nth += step) {
-        }
+    for (const bool lasting : {false, true}) {
+      for (std::uint64_t nth = 1; plays_on(nth, lasting); nth += step) {
       }
     }
-    dprintf(STDOUT_FILENO, "= %d %d %d\n", tally_.runs, tally_.stopped, tally_.broken);
-    return tally_.runs > 0 && tally_.broken == 0 ? 0 : 1;
+    return all_well_ ? 0 : 1;
   }
 
-  int play_one(const Disturbance& disturbance) {
-    const Outcome outcome = stage_.run(disturbance);
-    const std::string fault = judge(outcome, disturbance);
-    dprintf(STDOUT_FILENO, "%s\nstatus %x, %s, %s\n", outcome.text.c_str(),
-            static_cast<unsigned>(outcome.status),
-            failures_met() > 0 ? "met the failure" : "met no failure",
-            fault.empty() ? "keeps its promises" : fault.c_str());
-    return fault.empty() && failures_met() > 0 ? 0 : 1;
+  int play_one(std::uint64_t nth, bool lasting) {
+    const Outcome outcome = run(nth, lasting);
+    const std::string fault = fault_of(outcome);
+    std::printf("%s= %s\n", outcome.text.c_str(), fault.empty() ? "well" : fault.c_str());
+    return fault.empty() ? 0 : 1;
   }
 
  private:
-  [[nodiscard]] std::string judge(const Outcome& outcome, const Disturbance& disturbance) const {
-    return find_fault(outcome, undisturbed_, stops_,
-                      failures_met() > 0 ? disturbance.attack->disturbed : Disturbed::NOTHING);
+  [[nodiscard]] Outcome run(std::uint64_t nth, bool lasting) const {
+    static_cast<void>(folder_.write("copy", "the same\n"));
+    if (session_.layout != nullptr && std::system(session_.layout) != 0) std::exit(1);
+    disturbance.nth = nth;
+    disturbance.lasting = lasting;
+    *disturbance.met = 0;
+    const pid_t child = fork();
+    if (child == 0) {
+      dup2(open(typed_.c_str(), O_RDONLY | O_CLOEXEC), STDIN_FILENO);
+      dup2(open("output", O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600), STDOUT_FILENO);
+      dup2(STDOUT_FILENO, STDERR_FILENO);
+      play(session_);
+    }
+    Outcome outcome;
+    if (waitpid(child, &outcome.status, 0) != child) std::exit(1);
+    outcome.text = read_file("output");
+    return outcome;
   }
 
   /// Plays one run; false once one keeps its promises without meeting a failure.
-  bool plays_on(const Disturbance& disturbance) {
-    const Outcome outcome = stage_.run(disturbance);
-    const std::string fault = judge(outcome, disturbance);
-    const bool met = failures_met() > 0;
-    if (!met && fault.empty()) return false;
-    ++tally_.runs;
+  bool plays_on(std::uint64_t nth, bool lasting) {
+    const Outcome outcome = run(nth, lasting);
+    const std::string fault = fault_of(outcome);
+    const bool met = *disturbance.met > 0;
     if (!fault.empty()) {
-      ++tally_.broken;
-      dprintf(STDOUT_FILENO, "%s\n  again: tools/torture %s %s %s %llu %s\n", fault.c_str(),
-              suite_.c_str(), session_.name, disturbance.attack->name,
-              static_cast<unsigned long long>(disturbance.nth),
-              disturbance.lasting ? "ever" : "once");
+      all_well_ = false;
+      dprintf(STDOUT_FILENO, "broken: %s\n  again: tools/torture runs %s %s %llu %s\n",
+              fault.c_str(), session_.name, treatment_.c_str(),
+              static_cast<unsigned long long>(nth), lasting ? "ever" : "once");
+    } else if (!met) {
+      return false;
     } else if (outcome.status != 0) {
-      ++tally_.stopped;
-      const std::size_t stop = find_stop(outcome.text, stops_);
-      if (stop < stops_.size()) {
-        dprintf(STDOUT_FILENO, "met %s %s\n", stops_[stop].module.c_str(),
-                stops_[stop].reason.c_str());
-      }
+      dprintf(STDOUT_FILENO, "met %s\n", stop_of(outcome).c_str());
     }
+    dprintf(STDOUT_FILENO, "ran %s\n", treatment_.c_str());
     return met;
   }
 
-  std::string suite_;
-  const Session& session_;
-  Stage stage_;
-  std::vector<Stop> stops_;
-  std::string undisturbed_;
-  Tally tally_;
-};
-
-/// Whether a suite plays a session: the platform's calls are treated on simulated hosts alone.
-bool plays(std::string_view suite, const Session& session) {
-  return suite == "allocations" || !session.host.empty();
-}
-
-/// A folder of this process's own.
-class Folder {
- public:
-  /// The path has the same length each time, or strings would be allocated at other places.
-  Folder() : path_("/tmp/kadrix-torture-" + std::to_string(10'000'000 + getpid())) {
-    std::filesystem::create_directory(path_);
+  /// Why a run broke what the tool promises, or empty. Held against what the session does when
+  /// nothing fails.
+  [[nodiscard]] std::string fault_of(const Outcome& outcome) const {
+    const std::string& text = outcome.text;
+    if (text.find("DISAGREES") != std::string::npos) return "tool and host disagree";
+    if (*disturbance.met == 0) {
+      return outcome.status == 0 && comparable(text) == usual_ ? "" : "other than undisturbed";
+    }
+    if (WIFEXITED(outcome.status) && stops_.contains(stop_of(outcome))) return "";
+    if (outcome.status != 0) return "ended with wait status " + std::to_string(outcome.status);
+    if (!keeps_notice(text)) return "a message without the notice";
+    if (std::count(text.begin(), text.end(), '$') !=
+        std::count(usual_.begin(), usual_.end(), '$')) {
+      return "the prompt did not come back";
+    }
+    if ((text + '$').find("$$") != std::string::npos) return "no answer";
+    if (text.find("UNCLAIMED") != std::string::npos && !tells_more(comparable(text), usual_)) {
+      return "an address nobody speaks of";
+    }
+    return "";
   }
-  ~Folder() { std::filesystem::remove_all(path_); }
-  Folder(const Folder&) = delete;
-  Folder& operator=(const Folder&) = delete;
 
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
+  const Session& session_;
+  const TestFolder& folder_;
+  std::string treatment_;
+  std::string typed_ = folder_.write("typed", session_.typed);
+  std::set<std::string> stops_;
+  std::string usual_;
+  bool all_well_ = true;
 };
 
 }  // namespace
 
 int main(int argument_count, char** arguments) {
-  const std::vector<std::string> words(arguments + 1, arguments + argument_count);
-  const Folder folder;
-  const std::vector<Session> sessions = all_sessions(folder.path());
-  for (const Session& session : sessions) {
-    if (words.empty() || !plays(words[0], session)) continue;
-    if (words.size() == 1) dprintf(STDOUT_FILENO, "%s\n", session.name);
-    if (words.size() < 4 || words[1] != session.name) continue;
-    if (session.is_live() && !enter_namespace()) {
-      std::fprintf(stderr, "%s: no network namespace here\n", session.name);
-      return 1;
-    }
-    Torture torture(words[0], session, folder.path(), words.back());
-    if (words.size() == 4) return torture.play_all(std::stoull(words[2]));
-    for (const Attack& attack : attacks_of(words[0])) {
-      if (words[2] != attack.name) continue;
-      return torture.play_one({&attack, std::stoull(words[3]), words[4] == "ever"});
+  // Nothing before the last run writes through stdout: a run inherits what its buffer holds.
+  std::vector<std::string> words(arguments + 1, arguments + argument_count);
+  const std::uint64_t step = words.size() == 3 ? std::stoull(words[0]) : 0;
+  if (step != 0) words.erase(words.begin());
+  const TestFolder folder;
+  std::filesystem::current_path(folder.path());
+  // How many failures a run met is written by its process, and read by this one.
+  disturbance.met = static_cast<std::uint64_t*>(mmap(
+      nullptr, sizeof *disturbance.met, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+  for (const Session& session : all_sessions(folder)) {
+    for (const auto& [name, treatment] : TREATMENTS) {
+      // The platform's calls are treated on simulated hosts alone.
+      if (treatment != Treatment::MEMORY && session.host.empty()) continue;
+      if (words.empty()) dprintf(STDOUT_FILENO, "%s %s\n", session.name, name);
+      if (words.size() < 2 || words[0] != session.name || words[1] != name) continue;
+      disturbance.treatment = treatment;
+      Torture torture(session, folder, name);
+      return step != 0 ? torture.play_all(step)
+                       : torture.play_one(std::stoull(words.at(2)), words.at(3) == "ever");
     }
   }
-  return words.size() == 1 ? 0 : 2;
+  return words.empty() ? 0 : 2;
 }

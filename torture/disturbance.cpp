@@ -1,25 +1,32 @@
-#include "torture/failing_memory.h"
+// Besides what the header says: allocations that fail. Linked into a program, what stands here
+// comes before malloc, its kin and operator new, whoever calls them: the program, the C++ library,
+// the C library.
+
+#include "torture/disturbance.h"
 
 #include <dlfcn.h>
 
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <new>
+
+constinit Disturbance disturbance = {};
+
+bool Disturbance::strikes(Treatment by) {
+  if (!armed || by != treatment || ++places < nth || (places > nth && !lasting)) return false;
+  ++*met;
+  return true;
+}
 
 namespace {
 
-constinit Schedule schedule;
-
 bool fails() {
-  if (!schedule.strikes()) return false;
+  if (!disturbance.strikes(Treatment::MEMORY)) return false;
   errno = ENOMEM;
   return true;
 }
 
 }  // namespace
-
-Schedule& failing_allocations() { return schedule; }
 
 // The sanitizer's own functions stand behind these, and libraries find these first.
 extern "C" {
@@ -37,17 +44,6 @@ void* calloc(std::size_t count, std::size_t size) {
 void* realloc(void* block, std::size_t size) {
   return fails() ? nullptr : __interceptor_realloc(block, size);
 }
-
-char* strndup(const char* text, std::size_t limit) {
-  const std::size_t length = strnlen(text, limit);
-  auto* const copy = static_cast<char*>(std::malloc(length + 1));
-  if (copy == nullptr) return nullptr;
-  std::memcpy(copy, text, length);
-  copy[length] = '\0';
-  return copy;
-}
-
-char* strdup(const char* text) { return strndup(text, std::strlen(text)); }
 
 }  // extern "C"
 
