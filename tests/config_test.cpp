@@ -13,28 +13,15 @@
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"
+#include "tests/support/streams.h"
 
 namespace {
 
 using testing::ElementsAre;
 
-int read(ConfigFile& file, const std::string& text) {
+int read(ConfigFile& file, std::string_view text) {
   errmsg_push("left over");
-  if (text.empty()) return file.read(Stream(std::fopen("/dev/null", "r"), std::fclose).get());
-  std::string copy = text;
-  return file.read(Stream(fmemopen(copy.data(), copy.size(), "r"), std::fclose).get());
-}
-
-std::string written(const ConfigFile& file) {
-  char* text = nullptr;
-  std::size_t size = 0;
-  {
-    const Stream stream(open_memstream(&text, &size), std::fclose);
-    EXPECT_EQ(file.write(stream.get()), 0);
-  }
-  std::string copy(text, size);
-  std::free(text);
-  return copy;
+  return file.read(stream_of(text).get());
 }
 
 TEST(Configuration, ReadsAndWritesTheCanonicalLayout) {
@@ -106,7 +93,7 @@ TEST(Configuration, FaultsNameTheirLine) {
 
 TEST(Configuration, AFailingStreamEndsTheInput) {
   const TestFolder folder;
-  const Stream stream(std::fopen(folder.path().c_str(), "r"), std::fclose);
+  const File stream(std::fopen(folder.path().c_str(), "r"), std::fclose);
   ConfigFile file;
   errmsg_push("left over");
   EXPECT_EQ(file.read(stream.get()), 0);

@@ -15,6 +15,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"
+#include "tests/support/streams.h"
 
 namespace {
 
@@ -275,9 +276,8 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
              "ERROR @ vmk_debug:# - error at line 3"},
         Case{"#\n\n", -1, "", "ERROR @ vmk_debug:# - error at line 2"}, Case{"", 0, "", nullptr}}) {
     const TestFolder folder;
-    const Stream stream(std::fopen(folder.write("cfg", text).c_str(), "r"), std::fclose);
     errmsg_push("left over");
-    EXPECT_EQ(table.load(stream.get()), result);
+    EXPECT_EQ(table.load(stream_of(text).get()), result);
     EXPECT_EQ(written_by([&] { table.dump(); }), dump) << text;
     if (report != nullptr) {
       EXPECT_THAT(held_lines(), ElementsAre(report));
@@ -285,7 +285,7 @@ TEST(DebugConfiguration, SwitchesModulesAndLines) {
     EXPECT_TRUE(table.is_valid());
   }
   std::string longer = "system " + std::string(1100, ' ') + "7\nutils 12";
-  table.load(Stream(fmemopen(longer.data(), longer.size(), "r"), std::fclose).get());
+  table.load(stream_of(longer).get());
   EXPECT_TRUE(table.is_enabled("system", 5));
   EXPECT_TRUE(table.is_enabled("7", 5));
   EXPECT_TRUE(table.is_enabled("utils", 12));

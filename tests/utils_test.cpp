@@ -16,6 +16,7 @@
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"
+#include "tests/support/streams.h"
 
 namespace {
 
@@ -243,7 +244,7 @@ TEST(Lines, AreReadWholeAtAnyLength) {
   const std::string full(4095, 'y');
   std::string text = "a\r\n\n" + line + "\n" + full + "\n" + full.substr(1) + "\n";
   text += std::string("b\0c\nlast", 8) + full.substr(4);
-  const Stream stream(fmemopen(text.data(), text.size(), "r"), std::fclose);
+  const File stream = stream_of(text);
   char buffer[4096];
   std::vector<std::string> lines;
   for (;;) {
@@ -259,7 +260,7 @@ TEST(Lines, AreReadWholeAtAnyLength) {
 
 TEST(Lines, AreReadIntoOneByteToo) {
   char text[] = "ab\ncd";
-  const Stream stream(fmemopen(text, 5, "r"), std::fclose);
+  const File stream = stream_of({text, 5});
   char buffer[1];
   std::size_t length = 0;
   EXPECT_STREQ(read_line(stream.get(), buffer, 1, length).text, "ab");

@@ -10,15 +10,17 @@
 #include <sstream>
 #include <stdexcept>
 
+#include "shared/include/utils.h"
+
 namespace {
 
-Stream temporary_file() {
-  Stream file(std::tmpfile(), std::fclose);
+File temporary_file() {
+  File file(std::tmpfile(), std::fclose);
   if (file == nullptr) throw std::runtime_error("no temporary file");
   return file;
 }
 
-std::string contents(const Stream& file) {
+std::string contents(const File& file) {
   std::rewind(file.get());
   std::string text;
   char piece[65536];
@@ -52,9 +54,9 @@ std::string contents(const Stream& file) {
 }  // namespace
 
 Outcome run_program(const Run& run) {
-  const Stream input = temporary_file();
-  const Stream output = temporary_file();
-  const Stream errors = temporary_file();
+  const File input = temporary_file();
+  const File output = temporary_file();
+  const File errors = temporary_file();
   std::fwrite(run.input.data(), 1, run.input.size(), input.get());
   std::rewind(input.get());
   const pid_t child = fork();

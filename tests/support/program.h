@@ -1,13 +1,8 @@
 // Runs the program as an operator would, and takes down everything it says.
 #pragma once
 
-#include <cstdio>
-#include <memory>
 #include <string>
 #include <vector>
-
-/// A stream of the C library, closed with the object.
-using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
 struct Run {
   std::string program = KADRIX_PROGRAM;
