@@ -21,6 +21,11 @@ using testing::IsEmpty;
 
 constexpr std::uint8_t MAC[6] = {};
 
+/// In a description, what follows stands under the adapter's TCP/IP parameters.
+const std::string PARAMETERS =
+    "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters\\\\Interfaces\\\\"
+    "E100B1\"]\n";
+
 /// A host with the adapter "E100B1" (index 2), both libraries loaded, and the Adapter on it.
 class Fixture {
  public:
@@ -230,6 +235,11 @@ TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
   EXPECT_EQ(adapter->add_address("172.16.0.5", "255.0.0.0"), -1);
   EXPECT_THAT(held_lines(),
               ElementsAre("ERROR @ adapter:# - IPAddress <172.16.0.5> already configured"));
+  EXPECT_EQ(adapter->add_address("010.00000000.1.00005", "255.255.0.0"), -1);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("WARN  @ adapter:# - Cannot add IPAddress "
+                          "<010.00000000.1.00005> with mask <255.255.0.0>",
+                          "      @ adapter:# - address or mask longer than 19 characters"));
   EXPECT_EQ(adapter->probe_address_change(), 0);
   EXPECT_EQ(adapter->add_address("10.0.0.6", "255.0.0.0"), 0);
   EXPECT_EQ(adapter->add_address("10.0.0.7", "255.0.0.0"), -1);
@@ -247,6 +257,15 @@ TEST(DhcpClientAdapter, UsesBlankSlotsFromTheSixthOn) {
                                                    "slot 5 of E100B1 = 0.0.0.0/0.0.0.0"));
   EXPECT_EQ(registry_list(*adapter.host(), "IPAddress"),
             "10.0.0.1,0.0.0.0,0.0.0.0,0.0.0.0,0.0.0.0,0.0.0.0,10.0.0.6,,");
+}
+
+TEST(DhcpClientAdapter, HasAsManySlotsAsTheShorterList) {
+  for (const char* list : {"IPAddress = [\"10.0.0.1\"]", "SubnetMask = [\"255.0.0.0\"]"}) {
+    const Fixture adapter(
+        MECHANISM_DHCP_CLIENT,
+        one_adapter("\"10.0.0.1/255.0.0.0\", \"10.0.0.2/255.0.0.0\"") + PARAMETERS + list);
+    EXPECT_THAT(adapter.table(), ElementsAre("10.0.0.1/255.0.0.0"));
+  }
 }
 
 TEST(DhcpClientAdapter, WritesItsListsWithBlanksAtTheEnd) {
@@ -279,13 +298,10 @@ TEST(Adapters, ReportWhatFailsAtItsLevel) {
   const auto read = [](const Fixture& it) { return it->read_tcpip_settings(); };
   const auto purge = [](const Fixture& it) { return it->purge_address("10.0.0.1"); };
   const std::string fault = "[[faults]]\ncode = 5\nfunction = ";
-  const std::string registry =
-      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters\\\\Interfaces\\\\"
-      "E100B1\"]\n";
   for (const auto& [mechanism, host, action, report] :
        {Case{MECHANISM_DHCP_CLIENT, fault + "\"RegQueryValueExA\"", read,
              "Cannot get Tcpip parms for Adapter <E100B1>."},
-        {MECHANISM_DHCP_CLIENT, registry + "SubnetMask = false", read,
+        {MECHANISM_DHCP_CLIENT, PARAMETERS + "SubnetMask = false", read,
          "Cannot get Tcpip settings for Adapter <E100B1>."},
         {MECHANISM_DHCP_CLIENT, fault + "\"RegQueryValueExA\"",
          [](const Fixture& it) { return it->read_gateways(); },
@@ -317,6 +333,7 @@ TEST(Adapters, ReportWhatFailsAtItsLevel) {
       EXPECT_EQ(adapter->address_count(), count) << report;
       const std::vector<std::string> lines = held_lines();
       EXPECT_EQ(lines.front(), std::string("WARN  @ adapter:# - ") + report);
+      EXPECT_GT(lines.size(), 1U) << report;
       EXPECT_THAT(lines.back(), testing::Not(testing::EndsWith("over"))) << report;
     });
   }
@@ -340,21 +357,19 @@ TEST(OtherMechanisms, DoNothing) {
 // ---- Current address ---------------------------------------------------------------------------
 
 TEST(CurrentAddress, IsTheFirstUsableOfFourValues) {
-  const std::string first =
-      "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters\\\\Interfaces\\\\"
-      "E100B1\"]\n";
   const std::string second =
       "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\E100B1\\\\Parameters\\\\Tcpip\"]\n";
   for (const auto& [registry, address] :
-       {std::pair<std::string, const char*>{first + "IPAddress = [\"10.0.0.1\", \"10.0.0.2\"]",
+       {std::pair<std::string, const char*>{PARAMETERS + "IPAddress = [\"10.0.0.1\", \"10.0.0.2\"]",
                                             "10.0.0.1"},
-        {first + "IPAddress = [\"0.0.0.0\"]\nDhcpIPAddress = \"10.0.0.3\"", "10.0.0.3"},
-        {first + "IPAddress = \"10.0.0.4\"\nDhcpIPAddress = \"0.0.0.0\"\n" + second +
+        {PARAMETERS + "IPAddress = [\"0.0.0.0\"]\nDhcpIPAddress = \"10.0.0.3\"", "10.0.0.3"},
+        {PARAMETERS + "IPAddress = \"10.0.0.4\"\nDhcpIPAddress = \"0.0.0.0\"\n" + second +
              "IPAddress = \"10.0.0.5\"",
          "10.0.0.5"},
-        {first + "IPAddress = []\n" + second + "IPAddress = []\nDhcpIPAddress = [\"10.0.0.6\"]",
+        {PARAMETERS + "IPAddress = []\n" + second +
+             "IPAddress = []\nDhcpIPAddress = [\"10.0.0.6\"]",
          "10.0.0.6"},
-        {first + "IPAddress = [\"0.0.0.0\"]", nullptr}}) {
+        {PARAMETERS + "IPAddress = [\"0.0.0.0\"]", nullptr}}) {
     const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("") + registry);
     char text[ADDRESS_BUFFER_SIZE] = "untouched";
     EXPECT_EQ(adapter->current_ip_address(text, sizeof text), address != nullptr ? 0 : -1);

@@ -106,6 +106,7 @@ TEST(IpHelperBinding, AFunctionThatIsMissingIsNotCalled) {
                   "(ERROR .\\\\vmk_iphlpapi:[0-9]+: assertion failed - cannot locate function "
                   "(GetIfTable|GetIpAddrTable|GetAdaptersInfo|AddIPAddress|DeleteIPAddress|"
                   "SetIfEntry|GetIfEntry) in IPHLPAPI.DLL\n){7}"));
+  EXPECT_STREQ(errmsg_compose(), "");
 }
 
 TEST(DhcpClientBinding, PassesTheBytesOfTheTexts) {
@@ -145,6 +146,7 @@ TEST(DhcpClientBinding, RefusalsHaveTheirWords) {
       output_of([] { EXPECT_EQ(dhcpcsvc_notify_config_change("n", 0, "1.2.3.4", "0"), 0); }),
       testing::MatchesRegex("ERROR .\\\\vmk_dhcpcsvc:[0-9]+: assertion failed - cannot locate "
                             "function DhcpNotifyConfigChange in DHCPCSVC.DLL\n"));
+  EXPECT_STREQ(errmsg_compose(), "");
 }
 
 }  // namespace

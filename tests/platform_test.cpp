@@ -57,6 +57,9 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {"[[adapters]]\nname = \"A\"\nindex = 1\naddresses = [\"10.0.0.1/8\"]\n"
             "[[adapters]]\nname = \"B\"\nindex = 2\naddresses = [\"10.0.0.0-10.0.0.9/8\"]",
             "d:8: '10.0.0.1' is an address of another adapter already"},
+           {"[[adapters]]\nname = \"A\"\nindex = 1\naddresses = "
+            "[\n\"10.0.0.1/8\",\n\"10.0.0.256/8\"]",
+            "d:6: '10.0.0.256' is not an IPv4 address"},
            {"faults = [{code = 1}]", "d:1: the fault has no 'function'"},
            {"faults = [{function = \"Sleep\"}]", "d:1: the fault has no 'code'"},
            {"registry = {Key = 5}", "d:1: a registry key must be a table of values"},

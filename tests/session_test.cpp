@@ -25,17 +25,17 @@
 #include <string>
 #include <vector>
 
+#include "tests/support/folder.h"
 #include "tests/support/program.h"
 
 namespace {
 
 const std::string ROOT = SOURCE_ROOT;
 
-const std::set<std::string> QUIT_WORDS = {"quit", "exit", ".", "Quit"};
+const std::set<std::string> QUIT_WORDS = {"quit", "exit", "."};
 
 struct Session {
   std::string name;
-  std::string place;  ///< file and line
   Run run;
   std::string host;
   std::string description;
@@ -47,10 +47,6 @@ struct Session {
   /// Played on a Windows runtime too, where tests/windows/host.toml is laid out.
   bool both = false;
 };
-
-std::ostream& operator<<(std::ostream& stream, const Session& session) {
-  return stream << session.place << " " << session.name;
-}
 
 bool take_prefix(std::string& line, const std::string& prefix) {
   if (!line.starts_with(prefix)) return false;
@@ -96,15 +92,12 @@ void end(Session& session) {
   add_line(session, "INFO  @ - done.");
 }
 
-std::vector<Session> read_sessions(std::istream& stream, const std::string& file) {
+std::vector<Session> read_sessions(std::istream& stream) {
   std::vector<Session> sessions;
-  int number = 0;
   for (std::string line; std::getline(stream, line);) {
-    ++number;
     if (take_prefix(line, "=== ")) {
       sessions.emplace_back();
       sessions.back().name = line;
-      sessions.back().place = file + ":" + std::to_string(number);
     } else if (!sessions.empty()) {
       add_line(sessions.back(), line);
     }
@@ -130,7 +123,7 @@ std::vector<Session> all_sessions() {
   std::vector<Session> sessions;
   for (const auto& file : files) {
     std::ifstream stream(file);
-    for (Session& session : read_sessions(stream, file.filename().string())) {
+    for (Session& session : read_sessions(stream)) {
       session.both = file.parent_path().filename() == "windows";
       sessions.push_back(std::move(session));
     }
@@ -138,33 +131,10 @@ std::vector<Session> all_sessions() {
   return sessions;
 }
 
-/// A description file of the session's own, removed with the object.
-class DescriptionFile {
- public:
-  explicit DescriptionFile(const Session& session)
-      : path_(std::filesystem::temp_directory_path() /
-              ("kadrix-session-" + std::to_string(getpid()) + ".toml")) {
-    std::ofstream stream(path_);
-    if (session.host.empty()) {
-      stream << read_file(ROOT +
-                          (session.both ? "/tests/windows/host.toml" : "/hosts/default.toml"));
-    }
-    stream << session.description;
-  }
-  ~DescriptionFile() { std::filesystem::remove(path_); }
-  DescriptionFile(const DescriptionFile&) = delete;
-  DescriptionFile& operator=(const DescriptionFile&) = delete;
-
-  [[nodiscard]] std::string path() const { return path_.string(); }
-
- private:
-  std::filesystem::path path_;
-};
-
-void replace_first(std::string& text, const std::string& what, const char* by) {
-  if (const std::size_t at = text.find(what); at != std::string::npos) {
-    text.replace(at, what.size(), by);
-  }
+/// The text of the host that a session plays on, unless it is one below hosts/ as it stands.
+std::string description_of(const Session& session) {
+  const char* base = session.both ? "/tests/windows/host.toml" : "/hosts/default.toml";
+  return (session.host.empty() ? read_file(ROOT + base) : "") + session.description;
 }
 
 /// A text of the Windows runtime, whose lines all end in CR LF, with the line ends of this machine.
@@ -179,13 +149,13 @@ std::string with_plain_line_ends(const std::string& text) {
 }
 
 Outcome play(const Session& session) {
-  const DescriptionFile description(session);
+  const TestFolder folder;
   Run run = session.run;
   if (windows_runtime() != nullptr) {
     run.program = windows_runtime();
     run.arguments.insert(run.arguments.begin(), session.libraries);
   } else if (session.both || !session.description.empty()) {
-    run.environment.push_back("ZARVO_HOST=" + description.path());
+    run.environment.push_back("ZARVO_HOST=" + folder.write("host", description_of(session)));
   } else if (!session.host.empty()) {
     run.environment.push_back("ZARVO_HOST=" + ROOT + "/hosts/" + session.host);
   }
@@ -194,12 +164,7 @@ Outcome play(const Session& session) {
     outcome.output = with_plain_line_ends(outcome.output);
     outcome.errors = with_plain_line_ends(outcome.errors);
   }
-  for (std::string* text : {&outcome.output, &outcome.errors}) {
-    *text = normalised(*text);
-    replace_first(*text, description.path(), "HOST");
-    replace_first(*text, ROOT, "ROOT");
-  }
-  return outcome;
+  return {normalised(outcome.output), normalised(outcome.errors), outcome.status};
 }
 
 /// What was said, with the lines that a "..." of the expected text stands for replaced by it.
@@ -234,9 +199,9 @@ class SessionTest : public testing::TestWithParam<Session> {};
 TEST_P(SessionTest, SaysWhatItMust) {
   const Session& session = GetParam();
   const Outcome outcome = play(session);
-  EXPECT_EQ(as_expected(outcome.errors, session.errors), session.errors) << session;
-  EXPECT_EQ(outcome.output, session.output) << session;
-  EXPECT_EQ(outcome.status, session.status) << session;
+  EXPECT_EQ(as_expected(outcome.errors, session.errors), session.errors);
+  EXPECT_EQ(outcome.output, session.output);
+  EXPECT_EQ(outcome.status, session.status);
 }
 
 INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()),
@@ -257,7 +222,7 @@ TEST(SessionHarness, NoticesWrongTextStreamAndStatus) {
         "=== status\n%status 3\n$quit\nINFO  @ - done.\n",
         "=== prompt\n$quit\n$\nINFO  @ - done.\n", "=== lines\n$x\n...\nnever said\n"}) {
     std::istringstream stream(right + wrong);
-    const std::vector<Session> sessions = read_sessions(stream, "here");
+    const std::vector<Session> sessions = read_sessions(stream);
     ASSERT_EQ(sessions.size(), 2U);
     EXPECT_TRUE(passes(sessions[0], play(sessions[0])));
     EXPECT_FALSE(passes(sessions[1], play(sessions[1]))) << wrong;

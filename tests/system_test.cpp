@@ -84,7 +84,10 @@ TEST(FindAdapter, WithoutANameTakesTheFirstActiveOrTheFirst) {
   System system;
   EXPECT_EQ(system.find_adapter(nullptr, true), nullptr);
   EXPECT_EQ(system.add_address(nullptr, "10.0.0.9", "255.0.0.0"), -1);
-  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ system:# - Cannot find <first active> adapter."));
+  const auto unfound = ElementsAre("ERROR @ system:# - Cannot find <first active> adapter.");
+  EXPECT_THAT(held_lines(), unfound);
+  EXPECT_EQ(system.delete_address(nullptr, "10.0.2.1"), -1);
+  EXPECT_THAT(held_lines(), unfound);
   EXPECT_EQ(system.add_ipv6_address(nullptr, "::1"), -1);
   EXPECT_STREQ(system.find_adapter(nullptr, false)->description(), "A-2");
   EXPECT_EQ(system.find_first_active_adapter(), 1);
@@ -147,6 +150,16 @@ TEST(AddressCommands, AnAddressHeldByAnyAdapterIsNotAddedAgain) {
   EXPECT_EQ(system.has_address("A", "10.0.2.9"), 1);
 }
 
+TEST(AddressCommands, AreTriedTwice) {
+  for (const char* function : {"AddIPAddress", "DeleteIPAddress"}) {
+    const TestHost host(adapters({"A"}) + "[[faults]]\ncode = 1168\ntimes = 1\nfunction = \"" +
+                        function + "\"");
+    System system;
+    EXPECT_EQ(system.add_address("A", "10.0.0.5", "255.0.0.0"), 0) << function;
+    EXPECT_EQ(system.delete_address("A", "10.0.0.5"), 0) << function;
+  }
+}
+
 TEST(AddressCommands, WithoutANameWorkOnTheFirstActiveAdapterOnly) {
   const TestHost host(adapters({"A", "B"}));
   System system;
@@ -183,6 +196,21 @@ TEST(Stress, TellsWhetherItWentThrough) {
     written_by([&, start = start, result = result] {
       EXPECT_EQ(run_stress(system, "Ether", "1", "2", start, "255.0.0.0"), result) << start;
     });
+  }
+}
+
+TEST(Stress, CountsThroughTheEndsOfItsOctets) {
+  const TestHost host(one_adapter(""));
+  System system;
+  host->keep_diary();
+  for (const auto& [start, next] : {std::pair{"10.0.0.253", "10.0.0.254"},
+                                    {"10.0.0.254", "10.0.1.1"},
+                                    {"10.0.254.254", "10.0.255.1"},
+                                    {"10.1.255.254", "10.2.0.1"},
+                                    {"10.254.255.254", "10.255.0.1"},
+                                    {"9.255.255.254", "10.0.0.1"}}) {
+    written_by([&, start = start] { run_stress(system, "Ether", "1", "2", start, "255.0.0.0"); });
+    EXPECT_THAT(host->diary(), testing::Contains(std::string("add ") + next + "/255.0.0.0 to 2"));
   }
 }
 
