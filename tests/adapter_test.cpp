@@ -3,7 +3,6 @@
 #include <winsock2.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>

@@ -1,12 +1,12 @@
 #include "shared/include/zarvoparser.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <memory>
 #include <random>
 #include <string>
+#include <tuple>
 
 #include "brenlo/src/brenlocfg.h"
 #include "shared/include/vmk_errmsg.h"
@@ -70,11 +70,7 @@ TEST(Configuration, LinesMeanWhatTheySay) {
 }
 
 TEST(Configuration, FaultsNameTheirLine) {
-  struct Case {
-    const char* text;
-    const char* report;
-    const char* kept;
-  };
+  using Case = std::tuple<const char*, const char*, const char*>;
   for (const auto& [text, report, kept] : std::initializer_list<Case>{
            {"}\n", "line 1 : bad format, expecting xxx = yyy", ""},
            {"v = {\n}\n\n = 1\n", "line 4 : bad format, expecting xxx = yyy", "v = {\n}\n"},

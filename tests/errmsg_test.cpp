@@ -3,11 +3,11 @@
 #include <windows.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <string>
+#include <tuple>
 
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"
@@ -205,11 +205,7 @@ TEST(Reports, AreSilentWhileSuspended) {
 }
 
 TEST(Reports, GiveTheSystemsReason) {
-  struct Case {
-    int error_number;
-    DWORD code;
-    const char* reason;
-  };
+  using Case = std::tuple<int, DWORD, const char*>;
   for (const auto& [error_number, code, reason] :
        {Case{ENOENT, 5, "No such file or directory"}, Case{0, 5, "Access is denied."},
         Case{0, 0xFFFFFFFE, "GetLastError -2"}, Case{0, 12345, "GetLastError 12345"}}) {

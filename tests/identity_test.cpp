@@ -3,7 +3,6 @@
 
 #include <dirent.h>
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 #include <sys/wait.h>
 
 #include <cerrno>
@@ -12,6 +11,7 @@
 #include <iterator>
 #include <memory>
 #include <string>
+#include <tuple>
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/netsh.h"
@@ -162,11 +162,7 @@ TEST_F(NetshTest, NothingIsStartedWithoutAProgram) {
 // ---- Hardware identity -------------------------------------------------------------------------
 
 TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
-  struct Case {
-    const char* os;
-    int count;
-    bool from_adapters;
-  };
+  using Case = std::tuple<const char*, int, bool>;
   const std::string adapters =
       "[[adapters]]\nname = \"A\"\nindex = 2\nhardware_address = \"00-0C-29-00-00-01\"\n"
       "[[adapters]]\nname = \"Spare\"\nindex = 3\n[[adapters]]\nname = \"C\"\nindex = 4\n";

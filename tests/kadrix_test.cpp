@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 #include "tests/support/namespace.h"
 #include "tests/support/program.h"
@@ -23,11 +24,7 @@ TEST(Prompt, StandsBeforeTheLineIsTyped) {
 TEST(Input, LinesOfEveryKindAreAnsweredAndThePromptReturns) {
   const std::string longest(1023, 'x');
   const std::string bad = "ERROR @ kadrix:# - bad command ";
-  struct Case {
-    std::string input;
-    std::string output;
-    std::string errors;
-  };
+  using Case = std::tuple<std::string, std::string, std::string>;
   for (const auto& [input, output, errors] : {
            Case{"quit", "$", DONE},
            {"quit\r", "$", DONE},

@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "shared/include/utils.h"
@@ -19,12 +20,7 @@ Oid parsed(const char* text) {
 }
 
 TEST(Oids, AreParsedAsFarAsTheyGo) {
-  struct Case {
-    const char* text;
-    int result;
-    const char* shown;
-    const char* errors;
-  };
+  using Case = std::tuple<const char*, int, const char*, const char*>;
   for (const auto& [text, result, shown, errors] : std::initializer_list<Case>{
            {".1.3.6.1.2.1", 0, "1.3.6.1.2.1", ""},
            {"1.3.", 0, "1.3", ""},
@@ -48,13 +44,7 @@ TEST(Oids, AreParsedAsFarAsTheyGo) {
 }
 
 TEST(Oids, AreComparedInLexicographicOrder) {
-  struct Case {
-    const char* a;
-    const char* b;
-    int limit;
-    int compared;
-    int greater_or_equal;
-  };
+  using Case = std::tuple<const char*, const char*, int, int, int>;
   for (const auto& [a, b, limit, compared, greater_or_equal] :
        {Case{"1.3.6", "1.3.6.1", 0, -1, 0},
         {"1.3.6.1", "1.3.6", 0, 1, 1},

@@ -6,7 +6,6 @@
 #include <rpc.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cerrno>

@@ -3,10 +3,10 @@
 #include <windows.h>
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstring>
 #include <string>
+#include <tuple>
 
 #include "tests/support/hosts.h"
 
@@ -22,13 +22,7 @@ number = 7
 
 TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
   const TestHost host(VALUES);
-  struct Case {
-    const char* key;
-    const char* value;
-    std::int32_t capacity;
-    int result;
-    const char* report;
-  };
+  using Case = std::tuple<const char*, const char*, std::int32_t, int, const char*>;
   for (const auto& [key, value, capacity, result, report] :
        {Case{"SOFTWARE\\key", "TEXT", 10, 0, nullptr},
         {"Software\\Key", "text", 9, -1,
@@ -56,12 +50,7 @@ TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
 
 TEST(RegistryAccess, ReadsTheFirstStringOfAList) {
   const TestHost host(VALUES);
-  struct Case {
-    const char* value;
-    std::uint32_t capacity;
-    int result;
-    const char* report;
-  };
+  using Case = std::tuple<const char*, std::uint32_t, int, const char*>;
   for (const auto& [value, capacity, result, report] :
        {Case{"list", 9, 0, nullptr},
         {"list", 8, -1, "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\list>"},

@@ -1,11 +1,11 @@
 #include "shared/include/searchpath.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cstdlib>
 #include <set>
 #include <string>
+#include <tuple>
 
 #include "brenlo/src/system.h"
 #include "shared/include/utils.h"
@@ -34,14 +34,8 @@ struct Environment {
 };
 
 TEST(PrivateDirectory, IsTheFirstThatApplies) {
-  struct Case {
-    const char* given;
-    const char* priv;
-    const char* drive;
-    const char* home;
-    const char* user;
-    const char* directory;
-  };
+  using Case =
+      std::tuple<const char*, const char*, const char*, const char*, const char*, const char*>;
   for (const auto& [given, priv, drive, home, user, directory] :
        {Case{"D:\\Given", "E:\\x", nullptr, nullptr, nullptr, "d:/given/"},
         Case{nullptr, "D:\\Work\\Zarvo", nullptr, nullptr, nullptr, "d:/work/zarvo/"},
@@ -261,12 +255,7 @@ TEST(Listing, GivesEveryEntry) {
 // ---- Debug configuration -----------------------------------------------------------------------
 
 TEST(DebugConfiguration, SwitchesModulesAndLines) {
-  struct Case {
-    std::string text;
-    int result;
-    const char* dump;
-    const char* report;  // or null
-  };
+  using Case = std::tuple<std::string, int, const char*, const char*>;
   RuntimeDebugTable table;
   for (const auto& [text, result, dump, report] :
        {Case{"system 935\nsystem\n", 0, "DEBUG Debugging\n module system:935 -1 \n", nullptr},

@@ -1,10 +1,11 @@
 #include "brenlo/src/system.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <memory>
 #include <string>
+#include <tuple>
+#include <vector>
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/kadrix.h"
@@ -17,7 +18,7 @@ namespace {
 
 using testing::ElementsAre;
 
-std::string adapters(std::initializer_list<const char*> descriptions) {
+std::string adapters(const std::vector<const char*>& descriptions) {
   std::string text;
   int index = 2;
   for (const char* description : descriptions) {
@@ -56,11 +57,7 @@ TEST(Uname, TellsTheReleasesApart) {
 }
 
 TEST(FindAdapter, ByPrefixThenBySuffix) {
-  struct Case {
-    std::initializer_list<const char*> table;
-    const char* name;
-    const char* found;
-  };
+  using Case = std::tuple<std::vector<const char*>, const char*, const char*>;
   for (const auto& [table, name, found] :
        {Case{{"Fast Ethernet Adapter", "Wireless Adapter"}, "fast", "Fast Ethernet Adapter-2"},
         {{"Fast Ethernet Adapter", "Wireless Adapter"}, "Wireless Adapter-9", "Wireless Adapter-3"},

@@ -1,7 +1,6 @@
 #include "shared/include/utils.h"
 
 #include <gmock/gmock.h>
-#include <gtest/gtest.h>
 
 #include <cerrno>
 #include <cstdint>
@@ -9,6 +8,7 @@
 #include <filesystem>
 #include <limits>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "shared/include/vmk_debug.h"
@@ -110,11 +110,7 @@ TEST(Texts, AreTrimmedAndUnescaped) {
 }
 
 TEST(Texts, AreSplitAtACharacter) {
-  struct Case {
-    const char* text;
-    std::vector<std::string> all;
-    std::vector<std::string> full;
-  };
+  using Case = std::tuple<const char*, std::vector<std::string>, std::vector<std::string>>;
   for (const auto& [text, all, full] :
        {Case{"a,,b", {"a", "", "b"}, {"a", "b"}}, Case{"a,b,", {"a", "b"}, {"a", "b"}},
         Case{",a", {"", "a"}, {"a"}}, Case{"", {}, {}}, Case{",,", {"", ""}, {}}}) {
@@ -130,12 +126,7 @@ TEST(Texts, AreSplitAtACharacter) {
 }
 
 TEST(Texts, AreSplitAtAText) {
-  struct Case {
-    const char* text;
-    const char* separator;
-    int result;
-    std::vector<std::string> expected;
-  };
+  using Case = std::tuple<const char*, const char*, int, std::vector<std::string>>;
   for (const auto& [text, separator, result, expected] :
        {Case{"x::y", "::", 1, {"x", "y"}}, Case{"x::", "::", 0, {"x"}}, Case{"", "::", 1, {""}},
         Case{"::", "::", 0, {""}}, Case{"x:y", "::", 1, {"x:y"}}, Case{"x:", "::", 1, {"x:"}},
@@ -149,12 +140,7 @@ TEST(Texts, AreSplitAtAText) {
 }
 
 TEST(Texts, HaveTheirBlanksNormalised) {
-  struct Case {
-    const char* text;
-    unsigned flags;
-    const char* stops;
-    const char* expected;
-  };
+  using Case = std::tuple<const char*, unsigned, const char*, const char*>;
   for (const auto& [text, flags, stops, expected] :
        {Case{"  a   \"x  y\"\t", QUOTE_DOUBLE, nullptr, "a \"x  y\""},
         Case{"a b # c", 0, "#", "a b"}, Case{"a '#  b' # c", QUOTE_SINGLE, "#", "a '#  b'"},
@@ -213,11 +199,7 @@ TEST(HexBytes, AreReadInEveryGrouping) {
 }
 
 TEST(Ranges, TurnIntoFlagsAndBack) {
-  struct Case {
-    const char* ranges;
-    const char* flags;  // positions 1 to 9
-    const char* back;
-  };
+  using Case = std::tuple<const char*, const char*, const char*>;
   for (const auto& [ranges, expected, back] :
        {Case{"1-3,5,7-9", "111010111", "1-3,5,7-9"}, Case{"0-3,99", "111000000", "1-3"},
         Case{"-2", "110000000", "1-2"}, Case{"4-,6-", "000101000", "4,6"},
@@ -273,11 +255,7 @@ TEST(Lines, AreReadIntoOneByteToo) {
 
 TEST(IdenticalFiles, LoseTheFirst) {
   const TestFolder folder;
-  struct Case {
-    const char* a;
-    const char* b;
-    bool removed;
-  };
+  using Case = std::tuple<const char*, const char*, bool>;
   for (const auto& [a, b, removed] :
        {Case{"one\ntwo\n", "one\ntwo\n", true}, Case{"one\ntwo\n", "one\ntwa\n", false},
         Case{"one\n", "one\ntwo\n", false}, Case{"", "", true}}) {
