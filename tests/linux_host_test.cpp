@@ -7,6 +7,7 @@
 #include <gmock/gmock.h>
 #include <net/if.h>
 #include <sys/prctl.h>
+#include <sys/utsname.h>
 
 #include <algorithm>
 #include <atomic>
@@ -135,16 +136,24 @@ TEST_F(LinuxHosts, SeeWhatOthersDoHoweverMuch) {
   EXPECT_THAT(host_addresses(), ElementsAre("lo 127.0.0.1/8"));
   EXPECT_EQ(add("10.2.0.1", WIDE, b0_), 0U);
   const DWORD own = context_;
+  EXPECT_EQ(add("10.2.0.2", WIDE, b0_), 0U);
+  const DWORD lost = context_;
+  run_shell("ip link add bridge0 type bridge");
+  EXPECT_EQ(adapters().size(), 4U);
   // Far more news than may wait to be read.
-  run_shell(
-      "for what in add del add; do for c in 1 2 3 4 5 6 7 8; do for d in $(seq 1 250); do "
-      "echo addr $what 10.3.$c.$d/32 dev a0; done; done; done | ip -batch -");
-  EXPECT_EQ(addresses().size(), 2002U);
+  const std::string flood =
+      "for c in 1 2 3 4 5 6 7 8; do for d in $(seq 1 250); do echo addr $what 10.3.$c.$d/32 dev a0;"
+      "done; done; done | ip -batch -;";
+  run_shell("ip addr del 10.2.0.2/16 dev b0; for what in add del add; do " + flood +
+            "ip addr add 10.2.0.2/16 dev b0; ip link del bridge0");
+  EXPECT_EQ(addresses().size(), 2003U);
   EXPECT_EQ(host_addresses(), kernel_addresses());
-  run_shell("ip addr flush dev a0 to 10.3.1.0/24");
-  EXPECT_EQ(host_addresses(), kernel_addresses());
+  EXPECT_EQ(adapters().size(), 3U);
   EXPECT_EQ(context_of("10.2.0.1", WIDE), own);
-  run_shell("ip link del a0");
+  EXPECT_EQ(host_.delete_address(lost), 1168U) << "what stands there now is another's";
+  run_shell("for what in del add del; do " + flood);
+  EXPECT_EQ(host_addresses(), kernel_addresses());
+  run_shell("ip addr add 10.3.1.1/24 dev a0; ip addr flush dev a0; ip link del a0");
   EXPECT_THAT(host_addresses(), ElementsAre("lo 127.0.0.1/8"));
   EXPECT_EQ(adapters().size(), 1U);
 }
@@ -212,7 +221,7 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
       "ip link set a0 down; ip link set a0 address 02:00:00:00:0a:01 mtu 1400 name cable0;"
       "ip link set cable0 up; ip addr add 10.6.0.1/16 dev cable0; ip addr add 10.7.0.1/16 dev b0;"
       "ip route add default via 10.6.0.254; ip route add default via 10.6.0.254 metric 9;"
-      "ip route add 10.9.0.0/16 via 10.7.0.9;"
+      "ip route add 10.9.0.0/16 via 10.7.0.9; ip route add default dev b0 metric 12;"
       "ip route add default metric 5 nexthop via 10.7.0.253 nexthop via 10.6.0.253");
   auto by_name = adapters();
   const HostAdapter& cable = by_name["cable0"];
@@ -225,11 +234,13 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
   EXPECT_THAT(cable.gateways, ElementsAre("10.6.0.254", "10.6.0.253"));
   EXPECT_THAT(by_name["b0"].gateways, ElementsAre("10.7.0.253"));
   EXPECT_EQ(by_name["lo"].row.dwType, 24U);
+  EXPECT_EQ(cable.row.dwOperStatus, 1U);
 
   EXPECT_EQ(host_.set_admin_status(b0_, 2), 0U);
   run_shell("ip route flush exact default via 10.6.0.254");
   by_name = adapters();
   EXPECT_EQ(by_name["b0"].row.dwAdminStatus, 2U);
+  EXPECT_EQ(by_name["cable0"].row.dwOperStatus, 2U) << "the other end of the cable is down";
   EXPECT_THAT(by_name["b0"].gateways, IsEmpty());
   EXPECT_THAT(by_name["cable0"].gateways, ElementsAre("10.6.0.253"));
   // One message of such a link is longer than most that the kernel sends.
@@ -237,6 +248,29 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
       "for i in $(seq 1 400); do echo link property add dev b0 altname $(printf %0100d $i); done |"
       "ip -batch -");
   EXPECT_EQ(adapters().size(), 3U);
+  // What the bridge tells of its port is no news of the port.
+  run_shell("ip link add bridge0 type bridge; ip link set b0 master bridge0");
+  EXPECT_EQ(adapters().size(), 4U);
+  run_shell("ip link set b0 nomaster; ip link del bridge0; ip tuntap add tunnel0 mode tun");
+  by_name = adapters();
+  EXPECT_EQ(by_name.size(), 4U);
+  EXPECT_EQ(by_name["tunnel0"].row.dwType, 23U);
+  EXPECT_EQ(by_name["tunnel0"].row.dwPhysAddrLen, 0U);
+}
+
+TEST_F(LinuxHosts, KnowWirelessInterfacesByTheirFolder) {
+  // That of b0 is of an interface in another namespace.
+  const std::string reports = run_shell(
+      "unshare --mount sh -c 'cd /sys/class/net; mount -t tmpfs none .; cd .; mkdir a0 b0;"
+      "printf \"DEVTYPE=wlan\\nIFINDEX=" +
+      std::to_string(a0_) +
+      "\\n\" >a0/uevent;"
+      "printf \"DEVTYPE=wlan\\nIFINDEX=" +
+      std::to_string(b0_) +
+      "1\\n\" >b0/uevent;"
+      "ZARVO_HOST=linux exec " KADRIX_PROGRAM " print' 2>&1");
+  EXPECT_THAT(reports, HasSubstr("Type        : 71 \nINFO  "));
+  EXPECT_THAT(reports, HasSubstr("Type        : 6 \nINFO  "));
 }
 
 TEST_F(LinuxHosts, FollowTheDefaultRoutes) {
@@ -284,7 +318,9 @@ TEST_F(LinuxHosts, BindAddressedInterfacesInTheOrderOfTheirIndices) {
   EXPECT_EQ(bindings(), "\\Device\\a0  ");
   run_shell("ip addr add 10.9.0.9/16 dev b0; ip addr add 10.9.0.8/32 dev lo");
   EXPECT_EQ(bindings(), "\\Device\\b0 \\Device\\a0  ");
-  run_shell("ip addr flush dev b0; ip link set a0 down; ip link set a0 name cable0");
+  run_shell("ip addr flush dev b0");
+  EXPECT_EQ(bindings(), "\\Device\\a0  ");
+  run_shell("ip link set a0 down; ip link set a0 name cable0");
   EXPECT_EQ(bindings(), "\\Device\\cable0  ");
   EXPECT_EQ(host_.set_value("Software", "IPAddress", {}), 5U);
   EXPECT_EQ(host_.create_key("Software"), 5U);
@@ -319,9 +355,15 @@ TEST_F(LinuxHosts, TellTheOperatorWhy) {
       "add 10.10.0.3 255.255.0.0 no0\ndel 10.10.0.1 a0\npurge 10.10.0.1 a0\nprint\nquit\n";
   const Outcome outcome = run_session(session);
   EXPECT_EQ(outcome.status, 0);
-  for (const char* words :
-       {"address <10.10.0.1> was created by another application.", "The parameter is incorrect.",
-        "Cannot find <no0> adapter.", "Operating system : Windows NT ", " Linux "}) {
+  utsname kernel = {};
+  uname(&kernel);
+  const std::string release = kernel.release;
+  for (const std::string& words :
+       {std::string("address <10.10.0.1> was created by another application."),
+        std::string("The parameter is incorrect."), std::string("Cannot find <no0> adapter."),
+        "Operating system : Windows NT " +
+            release.substr(0, release.find_first_of(".-", release.find('.') + 1)) + " Linux " +
+            release + "\n"}) {
     EXPECT_THAT(outcome.errors, HasSubstr(words));
   }
   EXPECT_THAT(kernel_addresses(), ElementsAre("a0 10.10.0.2/16", "lo 127.0.0.1/8"));

@@ -33,10 +33,10 @@ struct HostAdapter {
 /// Address and mask in network byte order. An interface that holds no address may have a row with
 /// the address 0.0.0.0 and the context 0.
 struct HostAddress {
-  DWORD address;
-  DWORD mask;
-  DWORD interface_index;
-  DWORD context;
+  DWORD address = 0;
+  DWORD mask = 0;
+  DWORD interface_index = 0;
+  DWORD context = 0;
 };
 
 /// One kind of thing that a host holds, as it stands now. Tables of one host with the same version

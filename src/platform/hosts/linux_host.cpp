@@ -114,15 +114,15 @@ DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
 }
 
 void LinuxHost::lay_out_adapters(std::vector<DefaultGateway> gateways) {
-  adapters_at_ = 0;
-  gateways_ = std::move(gateways);
-  adapters_.clear();
+  std::vector<HostAdapter> laid_out;
   for (const auto& [index, link] : network_.links()) {
-    HostAdapter& adapter = adapters_.emplace_back(link.adapter);
-    for (const DefaultGateway& way : gateways_) {
+    HostAdapter& adapter = laid_out.emplace_back(link.adapter);
+    for (const DefaultGateway& way : gateways) {
       if (way.interface_index == index) adapter.gateways.push_back(dotted(way.gateway));
     }
   }
+  adapters_ = std::move(laid_out);
+  gateways_ = std::move(gateways);
   adapters_at_ = network_.link_changes();
   ++adapters_version_;
 }
@@ -135,29 +135,29 @@ DWORD LinuxHost::read_addresses(HostTable<HostAddress>& addresses) {
 }
 
 void LinuxHost::lay_out_rows() {
-  rows_at_ = 0;
-  rows_.clear();
-  rows_.reserve(network_.addresses().size() + network_.links().size());
+  std::vector<HostAddress> rows;
+  rows.reserve(network_.addresses().size() + network_.links().size());
   for (const auto& [index, link] : network_.links()) {
-    if (!network_.is_addressed(index)) rows_.push_back({0, 0, index, 0});
+    if (!network_.is_addressed(index)) rows.push_back({.interface_index = index});
   }
   for (const auto& [number, standing] : network_.addresses()) {
     const auto& place = standing.place;
-    rows_.push_back(
+    rows.push_back(
         {place.address, prefix_mask(place.prefix_length), place.interface_index, standing.context});
   }
   const auto rank = [](const HostAddress& row) {
     return std::tuple(ntohl(row.address), row.interface_index, ntohl(row.mask), row.context);
   };
-  std::sort(rows_.begin(), rows_.end(), [=](const HostAddress& a, const HostAddress& b) {
+  std::sort(rows.begin(), rows.end(), [=](const HostAddress& a, const HostAddress& b) {
     return a.address != b.address ? ntohl(a.address) < ntohl(b.address) : rank(a) < rank(b);
   });
+  rows_ = std::move(rows);
   rows_at_ = network_.changes();
 }
 
 // ---- Changing ---------------------------------------------------------------------------------
 
-int LinuxHost::request_address(std::uint16_t type, unsigned flags, const Place& place) {
+int LinuxHost::request_address(std::uint16_t type, const Place& place, unsigned flags) {
   RtRequest request(type, flags);
   auto& part = request.part<ifaddrmsg>();
   part.ifa_family = AF_INET;
@@ -176,15 +176,14 @@ DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, D
   const Place place = {address, interface_index, prefix_length, address};
   // Entered first: once the kernel has added the address nothing may fail.
   const DWORD entered = network_.enter(place);
-  const int error = request_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, place);
+  const int error = request_address(RTM_NEWADDR, place, NLM_F_CREATE | NLM_F_EXCL);
   if (error == 0) {
     context = entered;
     return NO_ERROR;
   }
   network_.forget(entered);
   // The kernel keeps addresses only for interfaces that IPv4 runs on.
-  if (error == ENOBUFS && !has_ipv4(interface_index)) return ERROR_NOT_SUPPORTED;
-  return code_of(error);
+  return has_ipv4(interface_index) ? code_of(error) : ERROR_NOT_SUPPORTED;
 }
 
 DWORD LinuxHost::delete_address(DWORD context) {
@@ -194,14 +193,13 @@ DWORD LinuxHost::delete_address(DWORD context) {
   const Place place = standing->place;
   // A primary address alone takes others with it. Somebody may have undone what was told before.
   int error = standing->secondary ? 0 : promote_secondaries(place.interface_index);
-  if (error == 0) error = request_address(RTM_DELADDR, 0, place);
-  if (error == 0 || error == EADDRNOTAVAIL) network_.forget(context);
+  if (error == 0) error = request_address(RTM_DELADDR, place);
   return code_of(error);
 }
 
 /// Tells the kernel to promote a secondary address when the primary of its subnet goes.
 int LinuxHost::promote_secondaries(DWORD interface_index) {
-  RtRequest request(RTM_SETLINK, 0);
+  RtRequest request(RTM_SETLINK);
   request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
   nlattr* families = request.begin_nest(IFLA_AF_SPEC);
   nlattr* family = request.begin_nest(AF_INET);
@@ -218,15 +216,15 @@ bool LinuxHost::has_ipv4(DWORD interface_index) {
   request.part<ifinfomsg>().ifi_index = static_cast<int>(interface_index);
   bool found = false;
   const int error = requests_.exchange(request, [&](const nlmsghdr& message) {
-    const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
-    found = attributes_in<AF_INET + 1>(attributes[IFLA_AF_SPEC])[AF_INET] != nullptr;
+    const auto attributes = attributes_of<IFLA_MAX, ifinfomsg>(message);
+    found = attributes_in<AF_INET>(attributes[IFLA_AF_SPEC])[AF_INET] != nullptr;
     return true;
   });
   return error != 0 || found;
 }
 
 DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
-  RtRequest request(RTM_SETLINK, 0);
+  RtRequest request(RTM_SETLINK);
   auto& part = request.part<ifinfomsg>();
   part.ifi_index = static_cast<int>(interface_index);
   part.ifi_change = IFF_UP;
@@ -241,20 +239,20 @@ DWORD LinuxHost::set_admin_status(DWORD interface_index, DWORD status) {
 DWORD LinuxHost::lay_out_registry() {
   if (const int error = network_.follow(); error != 0) return code_of(error);
   if (registry_at_ == network_.link_changes()) return NO_ERROR;
-  registry_at_ = 0;
-  registry_ = {};
-  lists_at_.clear();
+  Registry registry;
   BindingList bindings;
   int bound = 0;
   for (const auto& [index, link] : network_.links()) {
     const HostAdapter& adapter = link.adapter;
-    registry_.key(interface_key(adapter.name));
-    enter_connection(registry_, adapter.name, adapter.name);
+    registry.key(interface_key(adapter.name));
+    enter_connection(registry, adapter.name, adapter.name);
     const bool is_bound =
         adapter.row.dwType != MIB_IF_TYPE_LOOPBACK && network_.is_addressed(index);
     if (is_bound && ++bound <= MAX_BINDINGS) bindings.add(adapter.name);
   }
-  bindings.enter(registry_);
+  bindings.enter(registry);
+  registry_ = std::move(registry);
+  lists_at_.clear();
   registry_at_ = network_.link_changes();
   return NO_ERROR;
 }
@@ -293,10 +291,10 @@ DWORD LinuxHost::renew_lists(std::string_view adapter, std::string_view value) {
     return NO_ERROR;
   }
   for (const auto& [index, link] : network_.links()) {
-    if (!is_adapter(link.adapter) || lists_at_[index] > network_.changes_of(index)) continue;
+    if (!is_adapter(link.adapter) || lists_at_[index] >= network_.changes_of(index)) continue;
     if (rows_at_ != network_.changes()) lay_out_rows();
     enter_addresses(link.adapter);
-    lists_at_[index] = network_.changes() + 1;
+    lists_at_[index] = network_.changes();
     break;
   }
   return NO_ERROR;

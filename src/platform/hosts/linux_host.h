@@ -52,7 +52,7 @@ class LinuxHost final : public Host {
 
   void lay_out_adapters(std::vector<DefaultGateway> gateways);
   void lay_out_rows();
-  int request_address(std::uint16_t type, unsigned flags, const Place& place);
+  int request_address(std::uint16_t type, const Place& place, unsigned flags = 0);
   int promote_secondaries(DWORD interface_index);
   [[nodiscard]] bool has_ipv4(DWORD interface_index);
   DWORD lay_out_registry();

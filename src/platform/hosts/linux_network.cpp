@@ -5,13 +5,14 @@
 #include <linux/if_addr.h>
 #include <linux/if_arp.h>
 #include <linux/if_link.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstring>
+#include <memory>
 #include <new>
 #include <string>
+#include <string_view>
 #include <utility>
 
 namespace {
@@ -48,20 +49,17 @@ constexpr TypeOfHardware TYPES[] = {
     {ARPHRD_IEEE80211_RADIOTAP, TYPE_WIRELESS},
 };
 
-/// A wireless interface is an Ethernet to the kernel's tables; only its driver's folder tells,
-/// which may be of an interface that has the name in another network namespace.
+/// A wireless interface is an Ethernet to the kernel's tables; only its folder tells, which may be
+/// of an interface that has the name in another network namespace.
 bool is_wireless(const std::string& name, int index) {
-  const std::string folder = "/sys/class/net/" + name;
-  if (access((folder + "/phy80211").c_str(), F_OK) != 0 &&
-      access((folder + "/wireless").c_str(), F_OK) != 0) {
-    return false;
-  }
-  std::FILE* file = std::fopen((folder + "/ifindex").c_str(), "r");
+  const std::string path = "/sys/class/net/" + name + "/uevent";
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> file(std::fopen(path.c_str(), "r"),
+                                                             std::fclose);
   if (file == nullptr) return false;
-  int its_index = 0;
-  const bool read = std::fscanf(file, "%d", &its_index) == 1;
-  std::fclose(file);
-  return read && its_index == index;
+  char text[512];
+  const std::string_view lines(text, std::fread(text, 1, sizeof text, file.get()));
+  const std::string its_index = "IFINDEX=" + std::to_string(index) + "\n";
+  return lines.find("DEVTYPE=wlan\n") != lines.npos && lines.find(its_index) != lines.npos;
 }
 
 DWORD interface_type(const ifinfomsg& link, const std::string& name) {
@@ -78,7 +76,7 @@ DWORD interface_type(const ifinfomsg& link, const std::string& name) {
 
 HostAdapter adapter_of(const nlmsghdr& message) {
   const auto& link = *static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
-  const auto attributes = attributes_of<IFLA_MAX + 1, ifinfomsg>(message);
+  const auto attributes = attributes_of<IFLA_MAX, ifinfomsg>(message);
   HostAdapter adapter = {};
   if (const nlattr* name = attributes[IFLA_IFNAME]) adapter.name = mnl_attr_get_str(name);
   MIB_IFROW& row = adapter.row;
@@ -112,10 +110,10 @@ bool same(const HostAdapter& a, const HostAdapter& b) {
 bool is_of_link(const nlmsghdr& message) {
   const auto* part = static_cast<const ifinfomsg*>(mnl_nlmsg_get_payload(&message));
   return part->ifi_family == AF_UNSPEC &&
-         attributes_of<IFLA_MAX + 1, ifinfomsg>(message)[IFLA_WIRELESS] == nullptr;
+         attributes_of<IFLA_MAX, ifinfomsg>(message)[IFLA_WIRELESS] == nullptr;
 }
 
-LinuxNetwork::Place place_in(const nlmsghdr& message, const RtAttributes<IFA_MAX + 1>& attributes) {
+LinuxNetwork::Place place_in(const nlmsghdr& message, const RtAttributes<IFA_MAX>& attributes) {
   const auto& part = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
   const DWORD peer = number_in(attributes[IFA_ADDRESS]);
   return {number_in(attributes[IFA_LOCAL], peer), part.ifa_index, part.ifa_prefixlen, peer};
@@ -262,7 +260,7 @@ void LinuxNetwork::note_link_change() {
 
 void LinuxNetwork::take_address(const nlmsghdr& message) {
   const auto& part = *static_cast<const ifaddrmsg*>(mnl_nlmsg_get_payload(&message));
-  const auto attributes = attributes_of<IFA_MAX + 1, ifaddrmsg>(message);
+  const auto attributes = attributes_of<IFA_MAX, ifaddrmsg>(message);
   Created created;
   const nlattr* times = attributes[IFA_CACHEINFO];
   if (times != nullptr && mnl_attr_get_payload_len(times) >= sizeof(ifa_cacheinfo)) {
@@ -273,7 +271,7 @@ void LinuxNetwork::take_address(const nlmsghdr& message) {
 }
 
 void LinuxNetwork::lose_address(const nlmsghdr& message) {
-  const auto attributes = attributes_of<IFA_MAX + 1, ifaddrmsg>(message);
+  const auto attributes = attributes_of<IFA_MAX, ifaddrmsg>(message);
   const auto found = find_place(place_in(message, attributes));
   if (found != addresses_.end()) erase(found);
 }

@@ -77,7 +77,7 @@ class LinuxNetwork {
   /// What an interface holds.
   struct Held {
     std::size_t count = 0;
-    std::uint64_t changed_at = 0;
+    std::uint64_t changed_at = 1;  ///< as the count of changes begins
   };
 
   /// What a reading cannot be sure to have seen.

@@ -25,8 +25,7 @@ void add_paths(const nlattr& paths, std::vector<Hop>& hops) {
   while (left >= sizeof(rtnexthop)) {
     const auto& path = *reinterpret_cast<const rtnexthop*>(at);
     if (path.rtnh_len < sizeof path || path.rtnh_len > left) return;
-    const auto attributes =
-        attributes_in<RTA_MAX + 1>(at + sizeof path, path.rtnh_len - sizeof path);
+    const auto attributes = attributes_in<RTA_MAX>(at + sizeof path, path.rtnh_len - sizeof path);
     if (is_usable(path.rtnh_flags)) {
       hops.push_back(
           {static_cast<DWORD>(path.rtnh_ifindex), number_in(attributes[RTA_GATEWAY]), 0});
@@ -41,7 +40,7 @@ void add_paths(const nlattr& paths, std::vector<Hop>& hops) {
 bool take_route(const nlmsghdr& message, std::vector<Hop>& hops) {
   const auto& route = *static_cast<const rtmsg*>(mnl_nlmsg_get_payload(&message));
   if (route.rtm_table != RT_TABLE_MAIN) return true;
-  const auto attributes = attributes_of<RTA_MAX + 1, rtmsg>(message);
+  const auto attributes = attributes_of<RTA_MAX, rtmsg>(message);
   if (number_in(attributes[RTA_DST]) != 0) return false;
   if (route.rtm_dst_len != 0 || !is_usable(route.rtm_flags)) return true;
   if (const nlattr* paths = attributes[RTA_MULTIPATH]) {
@@ -84,7 +83,7 @@ int add_gateways_of(DWORD object, RtRequests& requests, std::vector<DefaultGatew
     request.put(NHA_ID, objects[i]);
     const int error = requests.exchange(request, [&](const nlmsghdr& message) {
       const auto& part = *static_cast<const nhmsg*>(mnl_nlmsg_get_payload(&message));
-      const auto attributes = attributes_of<NHA_MAX + 1, nhmsg>(message);
+      const auto attributes = attributes_of<NHA_MAX, nhmsg>(message);
       if (const nlattr* group = attributes[NHA_GROUP]) {
         const auto* members = static_cast<const nexthop_grp*>(mnl_attr_get_payload(group));
         const std::size_t count = mnl_attr_get_payload_len(group) / sizeof *members;

@@ -15,7 +15,8 @@
 /// A request in the making: the part that its type calls for, then attributes, in order.
 class RtRequest {
  public:
-  RtRequest(std::uint16_t type, unsigned flags) : message_(mnl_nlmsg_put_header(buffer_)) {
+  explicit RtRequest(std::uint16_t type, unsigned flags = 0)
+      : message_(mnl_nlmsg_put_header(buffer_)) {
     message_->nlmsg_type = type;
     message_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
   }
@@ -41,20 +42,20 @@ class RtRequest {
   nlmsghdr* message_;
 };
 
-/// The attributes of a block by their types below COUNT; null where there is none.
-template <std::size_t COUNT>
-using RtAttributes = std::array<const nlattr*, COUNT>;
+/// The attributes of a block by their types up to MAX; null where there is none.
+template <std::size_t MAX>
+using RtAttributes = std::array<const nlattr*, MAX + 1>;
 
-template <std::size_t COUNT>
-[[nodiscard]] RtAttributes<COUNT> attributes_in(const void* block, std::size_t size) {
+template <std::size_t MAX>
+[[nodiscard]] RtAttributes<MAX> attributes_in(const void* block, std::size_t size) {
   // By hand: each of a hundred thousand addresses has eight of them.
-  RtAttributes<COUNT> found{};
+  RtAttributes<MAX> found{};
   const auto* at = static_cast<const char*>(block);
   while (size >= sizeof(nlattr)) {
     const auto& attribute = *reinterpret_cast<const nlattr*>(at);
     if (attribute.nla_len < sizeof attribute || attribute.nla_len > size) break;
     const unsigned type = attribute.nla_type & NLA_TYPE_MASK;
-    if (type < COUNT) found[type] = &attribute;
+    if (type < found.size()) found[type] = &attribute;
     const std::size_t step = std::min<std::size_t>(MNL_ALIGN(attribute.nla_len), size);
     at += step;
     size -= step;
@@ -63,18 +64,18 @@ template <std::size_t COUNT>
 }
 
 /// The attributes behind the part of a message.
-template <std::size_t COUNT, typename Part>
-[[nodiscard]] RtAttributes<COUNT> attributes_of(const nlmsghdr& message) {
+template <std::size_t MAX, typename Part>
+[[nodiscard]] RtAttributes<MAX> attributes_of(const nlmsghdr& message) {
   const auto* block =
       static_cast<const char*>(mnl_nlmsg_get_payload_offset(&message, sizeof(Part)));
   const char* end = static_cast<const char*>(mnl_nlmsg_get_payload_tail(&message));
-  return attributes_in<COUNT>(block, block < end ? static_cast<std::size_t>(end - block) : 0);
+  return attributes_in<MAX>(block, block < end ? static_cast<std::size_t>(end - block) : 0);
 }
 
-template <std::size_t COUNT>
-[[nodiscard]] RtAttributes<COUNT> attributes_in(const nlattr* nest) {
+template <std::size_t MAX>
+[[nodiscard]] RtAttributes<MAX> attributes_in(const nlattr* nest) {
   if (nest == nullptr) return {};
-  return attributes_in<COUNT>(mnl_attr_get_payload(nest), mnl_attr_get_payload_len(nest));
+  return attributes_in<MAX>(mnl_attr_get_payload(nest), mnl_attr_get_payload_len(nest));
 }
 
 [[nodiscard]] inline std::uint32_t number_in(const nlattr* attribute, std::uint32_t otherwise = 0) {
