@@ -6,6 +6,7 @@
 #include <rpc.h>
 
 #include <gmock/gmock.h>
+#include <sys/sysinfo.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -16,6 +17,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -190,6 +192,7 @@ bound = false
     fetch(GetIpAddrTable);
     std::vector<std::string> lines;
     for (const MIB_IPADDRROW& row : rows_of<MIB_IPADDRTABLE>()) {
+      EXPECT_EQ(std::pair(row.dwBCastAddr, row.dwReasmSize), std::pair(DWORD{1}, DWORD{65535}));
       for (const auto& [name, index] : index_) {
         if (index == row.dwIndex) {
           lines.push_back(name + " " + dotted(row.dwAddr) + " " + dotted(row.dwMask));
@@ -205,6 +208,22 @@ bound = false
     std::fill(std::begin(buffer_), std::end(buffer_), std::byte{0xAA});
     auto* list = reinterpret_cast<IP_ADAPTER_INFO*>(buffer_);
     EXPECT_EQ(GetAdaptersInfo(list, &size), 0U);
+    // Entries and nodes lie in the buffer and fill what was said to be needed.
+    ULONG used = 0;
+    const auto count = [&](const auto* node, ULONG bytes) {
+      EXPECT_LT(reinterpret_cast<const std::byte*>(node) - buffer_, static_cast<int>(size));
+      EXPECT_GE(reinterpret_cast<const std::byte*>(node), buffer_);
+      used += bytes;
+    };
+    for (const IP_ADAPTER_INFO* it = list; it != nullptr; it = it->Next) {
+      count(it, sizeof *it);
+      for (const IP_ADDR_STRING* first : {&it->IpAddressList, &it->GatewayList}) {
+        for (const auto* node = first->Next; node != nullptr; node = node->Next) {
+          count(node, sizeof *node);
+        }
+      }
+    }
+    EXPECT_EQ(used, size);
     return list;
   }
 
@@ -295,6 +314,7 @@ TEST_P(HostContract, TellsOfAdaptersButTheLoopback) {
   EXPECT_THAT(texts_of(&a0.GatewayList), ElementsAre("10.1.0.254", "10.1.0.253"));
   const IP_ADAPTER_INFO& b0 = *by_name["b0"];
   EXPECT_THAT(texts_of(&b0.IpAddressList), ElementsAre("0.0.0.0"));
+  EXPECT_STREQ(b0.IpAddressList.IpMask.String, "0.0.0.0");
   EXPECT_THAT(texts_of(&b0.GatewayList), ElementsAre("0.0.0.0"));
   EXPECT_EQ(DeleteIPAddress(a0.IpAddressList.Next->Context), 0U);
   EXPECT_THAT(texts_of(&information()->IpAddressList), testing::Not(testing::Contains("10.1.0.9")));
@@ -373,7 +393,7 @@ TEST(SimulatedHost, WithoutAnAdapterHasNoInformation) {
 }
 
 TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"", 1));
+  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\", \"0.0.0.0/0\"", 1));
   const auto change = [&](const char* adapter, DWORD slot, const char* address) {
     return host->change_listed_address(adapter, slot, inet_addr(address), 0xFF);
   };
@@ -385,12 +405,23 @@ TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
     return texts;
   };
   EXPECT_EQ(change("none", 0, "10.0.0.2"), 2U);
-  EXPECT_EQ(change("E100B1", 2, "10.0.0.2"), 87U);
-  EXPECT_EQ(change("E100B1", 1, "10.0.0.2"), 0U);
-  EXPECT_THAT(table(), ElementsAre("10.0.0.1", "10.0.0.2"));
+  EXPECT_EQ(change("E100B1", 3, "10.0.0.2"), 87U);
+  EXPECT_EQ(change("e100b1", 1, "10.0.0.2"), 0U);
+  EXPECT_THAT(table(), ElementsAre("0.0.0.0", "10.0.0.1", "10.0.0.2"));
   EXPECT_EQ(change("E100B1", 0, "10.0.0.3"), 0U);
   EXPECT_EQ(change("E100B1", 1, "0.0.0.0"), 0U);
-  EXPECT_THAT(table(), ElementsAre("10.0.0.3"));
+  EXPECT_THAT(table(), ElementsAre("0.0.0.0", "10.0.0.3"));
+  // Older hosts have the lists under the service's key.
+  const TestHost older(one_adapter("") +
+                       "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip\\\\Parameters"
+                       "\\\\Interfaces\\\\E100B1\"]\nIPAddress = false\n"
+                       "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\E100B1\\\\Parameters"
+                       "\\\\Tcpip\"]\nIPAddress = [\"0.0.0.0\"]\n");
+  EXPECT_EQ(older->change_listed_address("E100B1", 0, 9, 0xFF), 2U) << "no masks";
+  EXPECT_EQ(older->set_value("SYSTEM\\CurrentControlSet\\Services\\E100B1\\Parameters\\Tcpip",
+                             "SubnetMask", list_value(std::vector<std::string>{"0.0.0.0"})),
+            0U);
+  EXPECT_EQ(older->change_listed_address("E100B1", 0, 9, 0xFF), 0U);
 }
 
 TEST(SimulatedHost, FaultsCountEveryCall) {
@@ -416,6 +447,7 @@ TEST(Registry, AnswersAsThePlatformDoes) {
   const TestHost host("[registry.\"Software\\\\Key\"]\nnumber = 7\nempty = []\n");
   HKEY software = nullptr;
   HKEY key = nullptr;
+  HKEY blind = nullptr;
   EXPECT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "Soft", 0, KEY_READ, &software), 2);
   ASSERT_EQ(RegOpenKeyExA(HKEY_LOCAL_MACHINE, "SOFTWARE", 0, KEY_READ, &software), 0);
   ASSERT_EQ(RegOpenKeyExA(software, "key", 0, KEY_QUERY_VALUE, &key), 0);
@@ -427,46 +459,88 @@ TEST(Registry, AnswersAsThePlatformDoes) {
   EXPECT_THAT(std::vector<DWORD>({type, size, bytes[0]}), ElementsAre(4U, 4U, 7U));
   EXPECT_EQ(RegQueryValueExA(key, "empty", nullptr, &type, nullptr, &size), 0);
   EXPECT_THAT(std::vector<DWORD>({type, size}), ElementsAre(7U, 1U));
+  EXPECT_EQ(RegQueryValueExA(key, "none", nullptr, nullptr, nullptr, nullptr), 2);
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, nullptr, nullptr, nullptr), 0);
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, nullptr, bytes, nullptr), 87);
   EXPECT_EQ(RegSetValueExA(key, "number", 0, REG_SZ, nullptr, 0), 5);
-  RegCloseKey(key);
-  RegCloseKey(software);
+  host->keep_diary();
+  ASSERT_EQ(
+      RegCreateKeyExA(software, "New", 0, nullptr, 0, KEY_SET_VALUE, nullptr, &blind, nullptr), 0);
+  EXPECT_EQ(RegSetValueExA(blind, "text", 0, REG_SZ, bytes, 2), 0);
+  EXPECT_EQ(RegQueryValueExA(blind, "text", nullptr, nullptr, nullptr, &size), 5);
+  EXPECT_THAT(host->diary(), ElementsAre("create SOFTWARE\\New", "set SOFTWARE\\New\\text"));
+  // The value whose size was given is fetched, whatever others write meanwhile; once.
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, nullptr, nullptr, &size), 0);
+  EXPECT_EQ(host->set_value("Software\\Key", "Number", {REG_SZ, "longer"}), 0U);
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, &type, bytes, &size), 0);
+  EXPECT_EQ(type, 4U);
+  EXPECT_EQ(RegQueryValueExA(key, "number", nullptr, &type, bytes, &size), 234);
+  EXPECT_THAT(std::vector<DWORD>({type, size}), ElementsAre(1U, 6U));
+  for (const HKEY opened : {blind, key, software, HKEY_LOCAL_MACHINE}) {
+    EXPECT_EQ(RegCloseKey(opened), 0);
+  }
 }
 
-TEST(Platform, LeavesErrnoAlone) {
-  const TestHost host("");
-  errno = 99;
-  char text[64];
-  MEMORYSTATUS memory;
-  GlobalMemoryStatus(&memory);
-  EXPECT_GT(memory.dwAvailPhys, 0U);
-  EXPECT_EQ(LoadLibraryA("none"), nullptr);
-  EXPECT_EQ(GetLastError(), 126U);
-  const HMODULE library = LoadLibraryA("IPHLPAPI.DLL");
+/// Whether a call fails with a last error of this code.
+template <typename Result>
+void expect_refusal(Result result, DWORD code, Result failure = {}) {
+  EXPECT_EQ(result, failure);
+  EXPECT_EQ(GetLastError(), code);
+  SetLastError(0);
+}
+
+TEST(Platform, FindsLibrariesAndFunctions) {
+  const TestHost host("libraries = {dhcpcsvc = false, kernel32 = [\"GetLongPathNameA\"]}");
+  expect_refusal(LoadLibraryA("none"), 126);
+  expect_refusal(LoadLibraryA("dhcpcsvc.dll"), 126);
+  expect_refusal(GetProcAddress(nullptr, "GetIfTable"), 6);
+  const HMODULE library = LoadLibraryA("C:\\WINDOWS\\IPHLPAPI.DLL");
   ASSERT_NE(library, nullptr);
-  EXPECT_EQ(GetProcAddress(library, "Sleep"), nullptr);
-  EXPECT_EQ(GetLastError(), 127U);
-  EXPECT_EQ(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text, sizeof text, nullptr),
-            19U);
-  EXPECT_STREQ(text, "Access is denied.\r\n");
-  EXPECT_EQ(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text, 19, nullptr), 0U);
-  EXPECT_EQ(errno, 99);
-  errno = 0;
+  expect_refusal(GetProcAddress(library, "Sleep"), 127);
+  expect_refusal(GetProcAddress(library, "getaddrinfo"), 127);
+  EXPECT_NE(GetProcAddress(library, "GetIfTable"), nullptr);
+  EXPECT_NE(GetProcAddress(LoadLibraryA("kernel32"), "GetLongPathNameA"), nullptr);
+  EXPECT_NE(GetProcAddress(LoadLibraryA("wship6"), "getaddrinfo"), nullptr);
+  EXPECT_NE(FreeLibrary(library), FALSE);
 }
 
 TEST(Platform, TellsOfItself) {
-  const TestHost host("");
-  char text[64];
-  EXPECT_EQ(GetSystemDirectoryA(text, sizeof text), 19U);
+  const TestHost host("os = {service_pack = \"" + std::string(127, 's') +
+                      "\", user = \"operator\"}");
+  errno = 99;
+  char text[128];
+  EXPECT_EQ(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text, 20, nullptr), 19U);
+  EXPECT_STREQ(text, "Access is denied.\r\n");
+  expect_refusal(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 5, 0, text, 19, nullptr), 122);
+  expect_refusal(FormatMessageA(FORMAT_MESSAGE_FROM_SYSTEM, nullptr, 4711, 0, text, 99, nullptr),
+                 317);
+  expect_refusal(FormatMessageA(0, nullptr, 5, 0, text, 99, nullptr), 317);
+  EXPECT_EQ(GetSystemDirectoryA(text, 20), 19U);
   EXPECT_STREQ(text, "C:\\WINDOWS\\system32");
   EXPECT_EQ(GetSystemDirectoryA(text, 19), 20U);
   OSVERSIONINFOA version = {};
-  SetLastError(0);
-  EXPECT_EQ(GetVersionExA(&version), FALSE) << "of an unknown size";
-  EXPECT_EQ(GetLastError(), 122U);
+  expect_refusal(GetVersionExA(&version), 122);
+  version.dwOSVersionInfoSize = sizeof version;
+  EXPECT_NE(GetVersionExA(&version), FALSE);
+  EXPECT_EQ(std::string(version.szCSDVersion), std::string(127, 's'));
+  DWORD size = 8;
+  expect_refusal(GetUserNameA(text, &size), 122);
+  EXPECT_EQ(size, 9U);
+  EXPECT_NE(GetUserNameA(text, &size), FALSE);
+  EXPECT_STREQ(text, "operator");
   WCHAR wide[3];
   EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "h\xE9", -1, wide, 3), 3);
   EXPECT_EQ(wide[1], 0xE9);
-  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "longer", -1, wide, 3), 0);
+  EXPECT_EQ(MultiByteToWideChar(CP_ACP, 0, "longer", 2, wide, 0), 2);
+  expect_refusal(MultiByteToWideChar(CP_ACP, 0, "long", 4, wide, 3), 122);
+  struct sysinfo machine = {};
+  sysinfo(&machine);
+  MEMORYSTATUS memory;
+  GlobalMemoryStatus(&memory);
+  EXPECT_EQ(memory.dwTotalPhys, machine.totalram * machine.mem_unit);
+  EXPECT_EQ(memory.dwTotalPageFile, machine.totalswap * machine.mem_unit);
+  EXPECT_GT(memory.dwAvailPhys, memory.dwTotalPhys / 1024);
+  EXPECT_LT(memory.dwAvailPhys, memory.dwTotalPhys);
   UUID uuid = {0x00A0C91E, 0x6BF6, 0x11D0, {0x8A, 1, 2, 3, 4, 5, 6, 0xFF}};
   RPC_CSTR uuid_text = nullptr;
   EXPECT_EQ(UuidToStringA(&uuid, &uuid_text), RPC_S_OK);
@@ -477,6 +551,37 @@ TEST(Platform, TellsOfItself) {
     EXPECT_EQ(uuid.Data3 >> 12, 4);
     EXPECT_EQ(uuid.Data4[0] >> 6, 2);
   }
+  EXPECT_EQ(errno, 99);
+  errno = 0;
+}
+
+TEST(Platform, TakesPathsWithAndWithoutDrives) {
+  const TestHost host("");
+  const TestFolder folder;
+  const std::string file = folder.write("sub/file", "");
+  std::string with_drive = "c:" + file;
+  std::replace(with_drive.begin(), with_drive.end(), '/', '\\');
+  char text[512];
+  for (const std::string& path : {file, with_drive, "Z:" + file}) {
+    EXPECT_EQ(GetLongPathNameA(path.c_str(), text, sizeof text), file.size());
+    EXPECT_EQ(text, file);
+  }
+  EXPECT_EQ(GetFullPathNameA("1:\\none", sizeof text, text, nullptr), 7U);
+  EXPECT_STREQ(text, "1:/none");
+  expect_refusal(GetLongPathNameA((file + "x").c_str(), text, sizeof text), 2);
+  EXPECT_EQ(GetCurrentDirectoryA(1, text), std::filesystem::current_path().string().size() + 1);
+  WIN32_FIND_DATAA entry;
+  const std::string parent = with_drive.substr(0, with_drive.size() - 4);
+  expect_refusal(FindFirstFileA(parent.c_str(), &entry), 50, INVALID_HANDLE_VALUE);
+  expect_refusal(FindFirstFileA("/none/*.*", &entry), 3, INVALID_HANDLE_VALUE);
+  const HANDLE find = FindFirstFileA((parent + "*.*").c_str(), &entry);
+  std::set<std::string> names;
+  do {
+    names.insert(entry.cFileName);
+  } while (FindNextFileA(find, &entry) != FALSE);
+  EXPECT_EQ(GetLastError(), 18U);
+  EXPECT_NE(FindClose(find), FALSE);
+  EXPECT_THAT(names, ElementsAre(".", "..", "file"));
 }
 
 // The platform's words and names, character for character: what changes them does so on purpose.

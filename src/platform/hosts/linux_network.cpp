@@ -173,11 +173,10 @@ int LinuxNetwork::read_links() {
   RtRequest request(RTM_GETLINK, NLM_F_DUMP);
   request.part<ifinfomsg>().ifi_family = AF_UNSPEC;
   request.put(IFLA_EXT_MASK, RTEXT_FILTER_SKIP_STATS);
-  const int error = requests_.exchange(request, [this](const nlmsghdr& message) {
+  return requests_.exchange(request, [this](const nlmsghdr& message) {
     take_link(message);
     return true;
   });
-  return error != EINTR ? error : 0;
 }
 
 int LinuxNetwork::read_addresses(DWORD interface_index, int attempt) {
@@ -197,7 +196,7 @@ int LinuxNetwork::read_addresses(DWORD interface_index, int attempt) {
       length);
   requests_.close();
   const bool interface_is_gone = error == ENODEV && interface_index != EVERY_INTERFACE;
-  return error == EINTR || interface_is_gone ? 0 : error;
+  return interface_is_gone ? 0 : error;
 }
 
 /// Takes the news that wait; `doubt`, unless null, gets what a reading meanwhile may have missed.

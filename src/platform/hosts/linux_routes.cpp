@@ -7,9 +7,6 @@
 
 namespace {
 
-/// How often routes are read again that changed meanwhile.
-constexpr int MAX_READINGS = 10;
-
 bool is_usable(unsigned flags) { return (flags & RTNH_F_DEAD) == 0; }
 
 /// A way of a route: by a gateway (network byte order), by an object that knows one, or by neither.
@@ -61,7 +58,6 @@ int read_default_routes(RtRequests& requests, std::vector<Hop>& hops) {
   auto& part = request.part<rtmsg>();
   part.rtm_family = AF_INET;
   part.rtm_table = RT_TABLE_MAIN;
-  hops.clear();
   const int error = requests.exchange(
       request, [&hops](const nlmsghdr& message) { return take_route(message, hops); });
   // Where nothing was ever routed there is no table yet.
@@ -103,11 +99,7 @@ int add_gateways_of(DWORD object, RtRequests& requests, std::vector<DefaultGatew
 
 int read_default_gateways(RtRequests& requests, std::vector<DefaultGateway>& gateways) {
   std::vector<Hop> hops;
-  int error = EINTR;
-  for (int i = 0; i < MAX_READINGS && error == EINTR; ++i) {
-    error = read_default_routes(requests, hops);
-  }
-  if (error == EINTR) error = 0;
+  int error = read_default_routes(requests, hops);
   gateways.clear();
   for (std::size_t i = 0; i < hops.size() && error == 0; ++i) {
     if (hops[i].object != 0) {

@@ -16,6 +16,6 @@ struct DefaultGateway {
 };
 
 /// Reads the gateways in use, in the order of their routes, each once for an interface. An error
-/// number of the system, 0 for success: readings that changes of the host spoil are no failure.
+/// number of the system, 0 for success.
 [[nodiscard]] int read_default_gateways(RtRequests& requests,
                                         std::vector<DefaultGateway>& gateways);

@@ -4,9 +4,8 @@
 
 namespace {
 
-/// The error number of an NLMSG_ERROR or NLMSG_DONE message; 0 when it holds none.
+/// The error number that an NLMSG_ERROR or NLMSG_DONE message begins with.
 int error_in(const nlmsghdr& message) {
-  if (mnl_nlmsg_get_payload_len(&message) < sizeof(int)) return 0;
   return -*static_cast<const int*>(mnl_nlmsg_get_payload(&message));
 }
 
@@ -35,19 +34,14 @@ int RtSocket::receive(std::size_t& length, std::size_t room) {
 }
 
 bool RtRequests::Reply::take(const nlmsghdr& message) {
-  if ((message.nlmsg_flags & NLM_F_DUMP_INTR) != 0) interrupted = true;
-  if (message.nlmsg_type != NLMSG_ERROR && message.nlmsg_type != NLMSG_DONE) {
-    return false;
-  }
-  complete = true;
-  error = error_in(message);
-  if (error == 0 && interrupted) error = EINTR;
-  return true;
+  complete = message.nlmsg_type == NLMSG_ERROR || message.nlmsg_type == NLMSG_DONE;
+  if (complete) error = error_in(message);
+  return complete;
 }
 
 int RtRequests::send(RtRequest& request) {
   if (!is_open()) {
-    if (const int error = open(0, 0); error != 0) return error;
+    if (const int error = open(); error != 0) return error;
     // Lets a dump be narrowed to one table; a kernel that cannot shows them all.
     const int on = 1;
     static_cast<void>(

@@ -101,7 +101,7 @@ class RtSocket {
   void close();
 
  protected:
-  [[nodiscard]] int open(int flags, unsigned groups);
+  [[nodiscard]] int open(int flags = 0, unsigned groups = 0);
   [[nodiscard]] mnl_socket* get() const { return socket_; }
 
   /// Receives one datagram of messages, of at most so many bytes, and gives its length.
@@ -127,8 +127,8 @@ class RtSocket {
 class RtRequests : public RtSocket {
  public:
   /// Sends a request for a dump, or one that is to be acknowledged, and visits the messages that
-  /// answer it, until the visit returns false. EINTR: what a dump shows changed meanwhile, so that
-  /// it may lack something. The kernel makes the parts of a dump as long as the longest room that
+  /// answer it, until the visit returns false. What a dump shows may lack something that changed
+  /// meanwhile. The kernel makes the parts of a dump as long as the longest room that
   /// the socket offered.
   template <typename Visit>
   [[nodiscard]] int exchange(RtRequest& request, Visit visit, std::size_t room = MAX_DATAGRAM) {
@@ -159,7 +159,6 @@ class RtRequests : public RtSocket {
  private:
   struct Reply {
     bool complete = false;
-    bool interrupted = false;
     int error = 0;
 
     /// True for a message that is about the exchange and no part of the answer.

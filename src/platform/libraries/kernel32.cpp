@@ -6,6 +6,7 @@
 #include <cstdio>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "platform/hosts/calls.h"
 #include "platform/hosts/errno_keeper.h"
@@ -87,8 +88,11 @@ BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
       return refuse<BOOL>(ERROR_INSUFFICIENT_BUFFER);
     }
     const HostVersion& version = current_host().version();
-    *information = {sizeof *information, version.major, version.minor, 0, version.platform_id, {}};
-    version.service_pack.copy(information->szCSDVersion, sizeof information->szCSDVersion - 1);
+    information->dwMajorVersion = version.major;
+    information->dwMinorVersion = version.minor;
+    information->dwPlatformId = version.platform_id;
+    char(&text)[sizeof information->szCSDVersion] = information->szCSDVersion;
+    text[version.service_pack.copy(text, sizeof text - 1)] = '\0';
     return TRUE;
   });
 }
@@ -100,17 +104,15 @@ void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status) {
   const ErrnoKeeper keeper;
   std::FILE* file = std::fopen("/proc/meminfo", "r");
   if (file == nullptr) return;
+  const std::pair<const char*, SIZE_T*> wanted[] = {{"MemTotal: %zu", &status->dwTotalPhys},
+                                                    {"MemAvailable: %zu", &status->dwAvailPhys},
+                                                    {"SwapTotal: %zu", &status->dwTotalPageFile},
+                                                    {"SwapFree: %zu", &status->dwAvailPageFile}};
   char line[128];
   while (std::fgets(line, sizeof line, file) != nullptr) {
-    unsigned long kilobytes = 0;
-    if (std::sscanf(line, "MemTotal: %lu", &kilobytes) == 1) {
-      status->dwTotalPhys = SIZE_T{kilobytes} * 1024;
-    } else if (std::sscanf(line, "MemAvailable: %lu", &kilobytes) == 1) {
-      status->dwAvailPhys = SIZE_T{kilobytes} * 1024;
-    } else if (std::sscanf(line, "SwapTotal: %lu", &kilobytes) == 1) {
-      status->dwTotalPageFile = SIZE_T{kilobytes} * 1024;
-    } else if (std::sscanf(line, "SwapFree: %lu", &kilobytes) == 1) {
-      status->dwAvailPageFile = SIZE_T{kilobytes} * 1024;
+    for (const auto& [format, bytes] : wanted) {
+      std::size_t kilobytes = 0;
+      if (std::sscanf(line, format, &kilobytes) == 1) *bytes = kilobytes * 1024;
     }
   }
   std::fclose(file);

@@ -40,16 +40,14 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-/// Gives the next entry that fits a record; false at the end.
+/// Gives the next entry; false at the end.
 bool read_entry(DIR* directory, LPWIN32_FIND_DATAA data) {
-  while (const dirent* entry = readdir(directory)) {
-    const std::size_t size = std::strlen(entry->d_name) + 1;
-    if (size > sizeof data->cFileName) continue;
-    *data = {};
-    std::memcpy(data->cFileName, entry->d_name, size);
-    return true;
-  }
-  return false;
+  static_assert(sizeof data->cFileName >= sizeof dirent{}.d_name);
+  const dirent* entry = readdir(directory);
+  if (entry == nullptr) return false;
+  *data = {};
+  std::strcpy(data->cFileName, entry->d_name);
+  return true;
 }
 
 }  // namespace
@@ -84,10 +82,11 @@ DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
 HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
   const auto search = [=]() -> HANDLE {
     const auto fail = [](DWORD code) { return refuse<HANDLE>(code, INVALID_HANDLE_VALUE); };
-    constexpr std::string_view EVERYTHING = "*.*";
+    constexpr std::string_view EVERYTHING = "/*.*";
     std::string path = machine_path(pattern);
-    if (!path.ends_with("/*.*")) return fail(ERROR_NOT_SUPPORTED);
+    if (!path.ends_with(EVERYTHING)) return fail(ERROR_NOT_SUPPORTED);
     path.resize(path.size() - EVERYTHING.size());
+    path += '/';
     Directory directory(opendir(path.c_str()));
     if (directory == nullptr) return fail(ERROR_PATH_NOT_FOUND);
     if (!read_entry(directory.get(), data)) return fail(ERROR_FILE_NOT_FOUND);
