@@ -598,37 +598,53 @@ TEST(Platform, HasItsOwnWordsAndNames) {
   EXPECT_EQ(sum, 1112648156U);
 }
 
+/// Starts a command whose standard output is a pipe, and gives what it writes; an empty optional
+/// when it is not started.
+std::optional<std::string> output_of(std::string command, SECURITY_ATTRIBUTES* attributes,
+                                     DWORD inherit = HANDLE_FLAG_INHERIT) {
+  HANDLE ends[2];
+  EXPECT_NE(CreatePipe(&ends[0], &ends[1], attributes, 0), FALSE);
+  EXPECT_NE(SetHandleInformation(ends[1], inherit, inherit), FALSE);
+  STARTUPINFOA start = {};
+  start.hStdOutput = ends[1];
+  PROCESS_INFORMATION process = {};
+  const BOOL started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
+                                      nullptr, &start, &process);
+  EXPECT_NE(CloseHandle(ends[1]), FALSE);
+  std::string output;
+  char piece[64];
+  DWORD count = 0;
+  while (ReadFile(ends[0], piece, sizeof piece, &count, nullptr) != FALSE) {
+    output.append(piece, count);
+  }
+  if (started != FALSE) {
+    EXPECT_EQ(GetLastError(), 109U);
+  }
+  for (const HANDLE handle : {ends[0], process.hProcess, process.hThread}) CloseHandle(handle);
+  return started != FALSE ? std::optional(output) : std::nullopt;
+}
+
 TEST(Processes, GetTheirArgumentsAsThePlatformSplitsThem) {
   const TestFolder folder;
   const std::string program = folder.write("a b/show", "#!/bin/sh\nprintf '<%s>' \"$@\"\n");
   std::filesystem::permissions(program, std::filesystem::perms::owner_all);
+  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
   for (const auto& [line, shown] : std::initializer_list<std::pair<std::string, const char*>>{
+           {"", "<>"},
            {" one  two\tthree ", "<one><two><three>"},
            {" \"one two\" \"\" x\"y z\"", "<one two><><xy z>"},
            {R"( a\\b \"c \\\"d e\\" f\\\\g)", R"(<a\\b><"c><\"d><e\ f\\\\g>)"}}) {
     for (const std::string& path : {program, "\"" + program + "\""}) {
-      HANDLE ends[2];
-      SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-      ASSERT_NE(CreatePipe(&ends[0], &ends[1], &inherited, 0), FALSE);
-      STARTUPINFOA start = {};
-      start.cb = sizeof start;
-      start.dwFlags = STARTF_USESTDHANDLES;
-      start.hStdOutput = ends[1];
-      PROCESS_INFORMATION process = {};
-      std::string command = path + line;
-      ASSERT_NE(CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr, nullptr,
-                               &start, &process),
-                FALSE);
-      CloseHandle(ends[1]);
-      std::string output;
-      char piece[64];
-      DWORD count = 0;
-      while (ReadFile(ends[0], piece, sizeof piece, &count, nullptr) != FALSE && count > 0) {
-        output.append(piece, count);
-      }
-      EXPECT_EQ(output, shown) << command;
-      for (const HANDLE handle : {ends[0], process.hProcess, process.hThread}) CloseHandle(handle);
+      EXPECT_EQ(output_of(path + line, &inherited, 0), shown) << path << line;
     }
+  }
+  SetLastError(0);
+  EXPECT_EQ(output_of(folder.path() + "/none x", &inherited), std::nullopt);
+  EXPECT_EQ(output_of("\"" + folder.path() + "\"", &inherited), std::nullopt) << "no program";
+  inherited.bInheritHandle = FALSE;
+  for (SECURITY_ATTRIBUTES* attributes : {&inherited, static_cast<SECURITY_ATTRIBUTES*>(nullptr)}) {
+    EXPECT_EQ(output_of(program, attributes, 0), std::nullopt) << "the child must not have it";
+    EXPECT_EQ(output_of(program, attributes), "<>");
   }
 }
 

@@ -2,7 +2,7 @@
 // and no other descriptor, and it is nobody's child once it runs, so that no zombie stays.
 
 #include <fcntl.h>
-#include <linux/close_range.h>
+#include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -85,46 +85,32 @@ std::vector<std::string> find_program(const std::string& line) {
   return {};
 }
 
-int descriptor_of(HANDLE handle) { return handle != nullptr ? opened(handle)->descriptor : -1; }
-
-/// Puts a descriptor in a standard one's place; without one, nothing.
-void place(int descriptor, int standard) {
-  const int source = descriptor >= 0 ? descriptor : open("/dev/null", O_RDWR | O_CLOEXEC);
-  if (source == standard) {
-    fcntl(source, F_SETFD, 0);
-  } else {
-    dup2(source, standard);
+/// Starts a process as this one's child; an error number of the system, 0 for success.
+int spawn(char* const* arguments, const STARTUPINFOA& startup) {
+  posix_spawn_file_actions_t actions;
+  posix_spawn_file_actions_init(&actions);
+  int standard = STDIN_FILENO;
+  for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
+    if (handle != nullptr) {
+      posix_spawn_file_actions_adddup2(&actions, opened(handle)->descriptor, standard);
+    } else {
+      posix_spawn_file_actions_addopen(&actions, standard, "/dev/null", O_RDWR, 0);
+    }
+    ++standard;
   }
-}
-
-/// Runs in the new process; comes back only by telling `status` that it could not start.
-[[noreturn]] void become(char* const* arguments, const STARTUPINFOA& startup, int status) {
-  place(descriptor_of(startup.hStdInput), STDIN_FILENO);
-  place(descriptor_of(startup.hStdOutput), STDOUT_FILENO);
-  place(descriptor_of(startup.hStdError), STDERR_FILENO);
-  // Whatever else this process has open, its own parent's gifts too, ends with the exec.
-  close_range(STDERR_FILENO + 1, ~0U, CLOSE_RANGE_CLOEXEC);
-  execv(arguments[0], arguments);
-  [[maybe_unused]] const ssize_t told = write(status, "!", 1);
-  _exit(127);
+  // Whatever else this process has open, its own parent's gifts too, is not for the child.
+  posix_spawn_file_actions_addclosefrom_np(&actions, standard);
+  const int error = posix_spawn(nullptr, arguments[0], &actions, nullptr, arguments, environ);
+  posix_spawn_file_actions_destroy(&actions);
+  return error;
 }
 
 /// Starts a process that is not this one's child; false when it could not be started.
 bool start(char* const* arguments, const STARTUPINFOA& startup) {
-  int status[2];
-  if (pipe2(status, O_CLOEXEC) != 0) return false;
   const pid_t between = fork();
-  if (between == 0) {
-    if (fork() == 0) become(arguments, startup, status[1]);
-    _exit(0);
-  }
-  close(status[1]);
-  char word = 0;
-  // The end comes without a word when the program took the process over.
-  const bool started = between > 0 && TEMP_FAILURE_RETRY(waitpid(between, nullptr, 0)) > 0 &&
-                       TEMP_FAILURE_RETRY(read(status[0], &word, sizeof word)) == 0;
-  close(status[0]);
-  return started;
+  if (between == 0) _exit(spawn(arguments, startup));
+  int status = 0;
+  return between > 0 && TEMP_FAILURE_RETRY(waitpid(between, &status, 0)) > 0 && status == 0;
 }
 
 }  // namespace
