@@ -57,6 +57,8 @@ struct RegistryValue {
 struct ScriptedFault {
   DWORD code = 0;
   bool raise = false;  ///< an access violation instead of a result
+
+  bool operator==(const ScriptedFault&) const = default;
 };
 
 /// What a library of the layer remembers of a host between two calls.

@@ -148,12 +148,11 @@ class Reader {
     return true;
   }
 
-  bool read_bool(const toml::table& table, std::string_view key, bool& flag) const {
+  void read_bool(const toml::table& table, std::string_view key, bool& flag) const {
     const toml::node* node = table.get(key);
-    if (node == nullptr) return false;
+    if (node == nullptr) return;
     if (!node->is_boolean()) refuse(*node, joined({"'", key, "' must be true or false"}));
     flag = node->as_boolean()->get();
-    return true;
   }
 
   template <typename Take>
@@ -268,26 +267,21 @@ class Reader {
   }
 
   std::vector<BYTE> hardware_address_of(const toml::node& node, const std::string& text) const {
+    const char separator = text.size() > 2 ? text[2] : '-';
+    bool valid = text.empty() || (text.size() % 3 == 2 && text.size() / 3 < MAX_HARDWARE_ADDRESS &&
+                                  (separator == '-' || separator == ':'));
     std::vector<BYTE> bytes;
-    for (std::size_t at = 0; at < text.size(); at += 3) {
-      constexpr std::string_view DIGITS = "0123456789abcdef";
-      const auto digit = [&](std::size_t i) {
-        return i < text.size() ? DIGITS.find(static_cast<char>(text[i] | 0x20))
-                               : std::string_view::npos;
-      };
-      const std::size_t high = digit(at);
-      const std::size_t low = digit(at + 1);
-      const bool ends = at + 2 == text.size();
-      const bool goes_on =
-          at + 3 < text.size() && text[at + 2] == text[2] && (text[2] == '-' || text[2] == ':');
-      if (high > 15 || low > 15 || (!ends && !goes_on) || bytes.size() == MAX_HARDWARE_ADDRESS) {
-        refuse(node, joined({"'", text,
-                             "' is not a hardware address of 0 to 8 bytes, such as "
-                             "00-0C-29-3A-5B-7C"}));
-      }
-      bytes.push_back(static_cast<BYTE>(high << 4 | low));
+    for (std::size_t at = 0; valid && at < text.size(); at += 3) {
+      const char* const digits = text.data() + at;
+      const char* const end = digits + 2;
+      BYTE& byte = bytes.emplace_back();
+      valid = std::from_chars(digits, end, byte, 16).ptr == end &&
+              (at + 2 == text.size() || *end == separator);
     }
-    return bytes;
+    if (valid) return bytes;
+    refuse(node,
+           joined({"'", text,
+                   "' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C"}));
   }
 
   AdapterDescription read_adapter(const toml::table& table) {

@@ -37,6 +37,8 @@ struct RegistryDescription {
   std::string path;
   std::string name;
   std::optional<RegistryValue> value;
+
+  bool operator==(const RegistryDescription&) const = default;
 };
 
 struct FaultDescription {
@@ -44,6 +46,8 @@ struct FaultDescription {
   ScriptedFault fault;
   std::uint64_t skip = 0;
   std::optional<std::uint64_t> times;  ///< none: every call that follows
+
+  bool operator==(const FaultDescription&) const = default;
 };
 
 struct HostDescription {
@@ -55,6 +59,8 @@ struct HostDescription {
     std::string name;
     bool present = true;
     std::optional<std::vector<std::string>> functions;
+
+    bool operator==(const Library&) const = default;
   };
   std::vector<Library> libraries;
   bool sleep = true;
@@ -62,6 +68,8 @@ struct HostDescription {
   std::vector<std::string> registry_keys;
   std::vector<RegistryDescription> registry;
   std::vector<FaultDescription> faults;
+
+  bool operator==(const HostDescription&) const = default;
 };
 
 /// What is wrong with a description, as "FILE:LINE: what is wrong".
