@@ -28,35 +28,26 @@ const std::string PARAMETERS =
 /// A host with the adapter "E100B1" (index 2), both libraries loaded, and the Adapter on it.
 class Fixture {
  public:
-  Fixture(IpMechanism mechanism, const std::string& description) : host_(description) {
-    EXPECT_EQ(iphlpapi_load(), 0);
-    EXPECT_EQ(dhcpcsvc_load(), 0);
-    const bool dhcp = mechanism == MECHANISM_DHCP_CLIENT;
-    adapter_ = std::make_unique<Adapter>(dhcp ? "E100B1" : "Ethernet", 2, 6, MAC, mechanism);
+  Fixture(IpMechanism mechanism, const std::string& description)
+      : host_(description),
+        adapter_(mechanism == MECHANISM_DHCP_CLIENT ? "E100B1" : "Ethernet", 2, 6, MAC, mechanism) {
   }
-  ~Fixture() {
-    adapter_.reset();
-    EXPECT_EQ(iphlpapi_unload(), 0);
-    EXPECT_EQ(dhcpcsvc_unload(), 0);
-  }
-  Fixture(const Fixture&) = delete;
-  Fixture& operator=(const Fixture&) = delete;
 
-  Adapter* operator->() const { return adapter_.get(); }
+  Adapter* operator->() const { return &adapter_; }
   [[nodiscard]] SimulatedHost* host() const { return host_.operator->(); }
 
   [[nodiscard]] std::vector<std::string> table() const {
     std::vector<std::string> texts;
-    for (int i = 0; i < adapter_->address_count(); ++i) {
-      const AddressSlot& slot = *adapter_->address_slot(i);
+    for (int i = 0; i < adapter_.address_count(); ++i) {
+      const AddressSlot& slot = *adapter_.address_slot(i);
       texts.push_back(std::string(slot.address_text()) + "/" + slot.mask_text());
     }
     return texts;
   }
 
  private:
-  TestHost host_;
-  std::unique_ptr<Adapter> adapter_;
+  Bindings host_;
+  mutable Adapter adapter_;
 };
 
 std::string registry_list(SimulatedHost& host, const char* value) {

@@ -13,25 +13,6 @@ namespace {
 
 using testing::ElementsAre;
 
-/// Both libraries of a host, loaded.
-class Bindings {
- public:
-  explicit Bindings(const std::string& description) : host_(description) {
-    EXPECT_EQ(iphlpapi_load(), 0);
-    EXPECT_EQ(dhcpcsvc_load(), 0);
-  }
-  ~Bindings() {
-    EXPECT_EQ(iphlpapi_unload(), 0);
-    EXPECT_EQ(dhcpcsvc_unload(), 0);
-  }
-  Bindings(const Bindings&) = delete;
-  Bindings& operator=(const Bindings&) = delete;
-  SimulatedHost* operator->() const { return host_.operator->(); }
-
- private:
-  TestHost host_;
-};
-
 std::string output_of(void (*action)()) {
   testing::internal::CaptureStdout();
   action();

@@ -76,15 +76,19 @@ std::string shortcut(const std::string& target, std::uint32_t flags = 3) {
   return link + target + '\0';
 }
 
+std::string found_by(const SearchPath& search, const char* name, SearchMode mode = SEARCH_PRIVATE) {
+  char path[PATH_BUFFER_SIZE];
+  const char* found = search.resolve(name, path, mode);
+  return found != nullptr ? found : "none";
+}
+
 TEST(Resolution, FollowsFilesLinksAndShortcuts) {
   const TestFolder folder;
   const SearchPath search(folder.path().c_str());
   EXPECT_STREQ(search_path_user(), "operator");
-  const auto find = [&](const char* name) -> std::string {
-    char path[PATH_BUFFER_SIZE] = "untouched";
+  const auto find = [&](const char* name) {
     errmsg_push("left over");
-    const char* found = search.resolve(name, path, SEARCH_PRIVATE);
-    return found != nullptr ? found : "none";
+    return found_by(search, name);
   };
   const std::string target = folder.write("elsewhere/target.cfg", "x");
   const std::string here = folder.write("config/here.cfg", "x");
@@ -112,8 +116,7 @@ TEST(Resolution, TellsEachStepWhenDebugged) {
   static_cast<void>(folder.write("Shortcut to it.lnk", shortcut(target)));
   install_debug_table(
       [](const char* module, std::int32_t) { return std::string_view(module) == "searchpath"; });
-  char path[PATH_BUFFER_SIZE];
-  const std::string said = written_by([&] { search.resolve("it", path, SEARCH_PRIVATE); });
+  const std::string said = written_by([&] { found_by(search, "it"); });
   install_debug_table(nullptr);
   const std::string looking = "    looking in " + folder.path() + "/";
   const std::string resolving = "    resolving filename pos.";
@@ -135,9 +138,8 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
   const std::string target = folder.write("target", "x");
   const std::string whole = shortcut(target);
   const auto follows = [&](const std::string& link) {
-    const std::string path = folder.write("wanted.lnk", link);
-    char found[PATH_BUFFER_SIZE];
-    return search.resolve("wanted", found, SEARCH_PRIVATE) != nullptr && found == target;
+    static_cast<void>(folder.write("wanted.lnk", link));
+    return found_by(search, "wanted") == target;
   };
   EXPECT_TRUE(follows(whole));
   EXPECT_TRUE(follows(shortcut(target, 2).erase(76, 263))) << "no ID list";
@@ -152,8 +154,7 @@ TEST(Resolution, ChecksEveryOffsetOfAShortcut) {
     const TestHost old_host("libraries.kernel32 = false");
     EXPECT_TRUE(follows(whole)) << "the path itself, where long forms are not told apart";
     const std::string broken = folder.write("broken.lnk", shortcut(folder.path() + "/none"));
-    char found[PATH_BUFFER_SIZE];
-    EXPECT_STREQ(search.resolve("broken", found, SEARCH_PRIVATE), broken.c_str());
+    EXPECT_EQ(found_by(search, "broken"), broken);
     EXPECT_FALSE(follows(shortcut(std::string(260, '/') + target)));
   }
   for (std::size_t size = 0; size < whole.size(); ++size)
@@ -185,11 +186,7 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   const std::filesystem::path before = std::filesystem::current_path();
   std::filesystem::current_path(folder.path() + "/parent/bin");
   const SearchPath search((folder.path() + "/private").c_str());
-  const auto find = [&](const char* name, SearchMode mode) -> std::string {
-    char path[PATH_BUFFER_SIZE];
-    const char* found = search.resolve(name, path, mode);
-    return found != nullptr ? found : "none";
-  };
+  const auto find = [&](const char* name, SearchMode mode) { return found_by(search, name, mode); };
   EXPECT_EQ(find("both", SEARCH_PRODUCT), "../both");
   Environment::set("ZARVO_DIR", (folder.path() + "\\Product").c_str());
   EXPECT_EQ(dll_init_searchpath(), 0);
@@ -216,9 +213,8 @@ TEST(Resolution, DropsDrives) {
   const SearchPath search(("C:" + folder.path()).c_str());
   static_cast<void>(folder.write("list/a", ""));
   static_cast<void>(folder.write("link.lnk", shortcut("D:" + folder.path() + "/list/a")));
-  char path[PATH_BUFFER_SIZE];
-  EXPECT_EQ(search.resolve("list", path, SEARCH_PRIVATE), "c:" + folder.path() + "/list");
-  EXPECT_EQ(search.resolve("link", path, SEARCH_PRIVATE), folder.path() + "/list/a");
+  EXPECT_EQ(found_by(search, "list"), "c:" + folder.path() + "/list");
+  EXPECT_EQ(found_by(search, "link"), folder.path() + "/list/a");
   ListingBuffer buffer;
   EXPECT_NE(search.open_listing("list", SEARCH_PRIVATE, buffer), nullptr);
   EXPECT_NE(open_for_reading(("Z:" + folder.path() + "\\list\\a").c_str(), "r"), nullptr);

@@ -53,7 +53,8 @@ class Terminal {
   /// What is shown up to a text, and since the last one that was read to.
   std::string read_to(const std::string& awaited) {
     pollfd ready = {descriptor_, POLLIN, 0};
-    while (shown_.find(awaited) == std::string::npos && poll(&ready, 1, PATIENCE) == 1) {
+    while (shown_.find(awaited) == std::string::npos && descriptor_ >= 0 &&
+           poll(&ready, 1, PATIENCE) == 1) {
       char piece[4096];
       const ssize_t length = read(descriptor_, piece, sizeof piece);
       if (length <= 0) break;
@@ -61,6 +62,7 @@ class Terminal {
     }
     const std::size_t at = shown_.find(awaited);
     EXPECT_NE(at, std::string::npos) << awaited << " in " << shown_;
+    if (at == std::string::npos) hang_up();  // nothing more is to be waited for
     const std::size_t end = at != std::string::npos ? at + awaited.size() : shown_.size();
     std::string seen = shown_.substr(0, end);
     shown_.erase(0, end);

@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
-#include <sstream>
-
+#include "shared/include/vmk_dhcpcsvc.h"
 #include "shared/include/vmk_errmsg.h"
+#include "shared/include/vmk_iphlpapi.h"
 #include "tests/support/program.h"
 
 TestHost::TestHost(const std::string& description) {
@@ -19,16 +19,23 @@ TestHost::TestHost(const std::string& description) {
 
 TestHost::~TestHost() { install_host(std::move(before_)); }
 
-std::vector<std::string> held_lines() {
-  std::istringstream text(normalised(errmsg_compose()));
-  std::vector<std::string> lines;
-  for (std::string line; std::getline(text, line);) lines.push_back(line);
-  return lines;
+Bindings::Bindings(const std::string& description) : TestHost(description) {
+  EXPECT_EQ(iphlpapi_load(), 0);
+  EXPECT_EQ(dhcpcsvc_load(), 0);
 }
 
-void capture_standard_error() { testing::internal::CaptureStderr(); }
+Bindings::~Bindings() {
+  EXPECT_EQ(iphlpapi_unload(), 0);
+  EXPECT_EQ(dhcpcsvc_unload(), 0);
+}
 
-std::string take_standard_error() { return normalised(testing::internal::GetCapturedStderr()); }
+std::vector<std::string> held_lines() { return lines_of(normalised(errmsg_compose())); }
+
+std::string written_by(const std::function<void()>& action) {
+  testing::internal::CaptureStderr();
+  action();
+  return normalised(testing::internal::GetCapturedStderr());
+}
 
 void expect_stop(const std::function<void()>& action, const std::string& report) {
   // What is expected is looked for on standard error.

@@ -27,19 +27,18 @@ class TestHost {
   SimulatedHost* host_;
 };
 
+/// A host whose libraries are loaded while the object lives.
+class Bindings : public TestHost {
+ public:
+  explicit Bindings(const std::string& description);
+  ~Bindings();
+};
+
 /// What the message log holds now, composed and normalised, a line each.
 std::vector<std::string> held_lines();
 
-void capture_standard_error();
-std::string take_standard_error();
-
 /// What `action` writes to standard error, normalised.
-template <typename Action>
-std::string written_by(Action action) {
-  capture_standard_error();
-  action();
-  return take_standard_error();
-}
+std::string written_by(const std::function<void()>& action);
 
 /// What must end a process with status 3 and one report on standard output, matched by `report`.
 void expect_stop(const std::function<void()>& action, const std::string& report);

@@ -4,12 +4,12 @@
 #include <sched.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
-#include <sstream>
 #include <stdexcept>
+
+#include "tests/support/program.h"
 
 NetworkNamespace::NetworkNamespace() : before_(open("/proc/self/ns/net", O_RDONLY | O_CLOEXEC)) {
   if (before_ < 0 || unshare(CLONE_NEWNET) != 0) {
@@ -34,14 +34,5 @@ std::string run_shell(const std::string& command) {
 }
 
 std::vector<std::string> kernel_addresses() {
-  std::istringstream listing(run_shell("ip -o -4 addr show"));
-  std::vector<std::string> addresses;
-  for (std::string line; std::getline(listing, line);) {
-    std::istringstream words(line);
-    std::string number, interface, family, address;
-    words >> number >> interface >> family >> address;
-    addresses.push_back(interface + " " + address);
-  }
-  std::sort(addresses.begin(), addresses.end());
-  return addresses;
+  return lines_of(run_shell("ip -o -4 addr show | awk '{ print $2, $4 }' | LC_ALL=C sort"));
 }

@@ -95,3 +95,10 @@ std::string read_file(const std::string& path) {
   text << stream.rdbuf();
   return text.str();
 }
+
+std::vector<std::string> lines_of(const std::string& text) {
+  std::istringstream stream(text);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(stream, line);) lines.push_back(line);
+  return lines;
+}

@@ -25,3 +25,5 @@ Outcome run_program(const Run& run);
 std::string normalised(std::string text);
 
 std::string read_file(const std::string& path);
+
+std::vector<std::string> lines_of(const std::string& text);
