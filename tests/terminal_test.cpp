@@ -112,7 +112,7 @@ TEST(Console, EditsAndRecallsLines) {
   terminal.type("print\r", "[0] - 10.1.1.9,255.255.0.0\r\n");
   terminal.type(std::string(1100, 'x') + "\r", "error reading user input. try again.\r\n");
   terminal.type("del 10.1.1.9 fast\r", "success.\r\n");
-  terminal.type("\x04", "done.\r\n");
+  EXPECT_THAT(terminal.type("\x04", "done.\r\n"), HasSubstr("\r\nERROR "));
   EXPECT_EQ(terminal.end(), 0);
 }
 

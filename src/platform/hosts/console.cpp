@@ -34,14 +34,11 @@ void write_all(int descriptor, std::string_view text) {
 
 // ---- Texts ------------------------------------------------------------------------------------
 
-bool is_plain(char c) { return (c >= ' ' && c < 0x7F) || c == '\n' || c == '\t'; }
-
-/// The length in bytes of what a text begins with and a terminal shows as it is: plain characters,
-/// a character of several bytes, or the end of a line; 0 for anything else.
+/// The length in bytes of the character, or the end of a line, that a text begins with and a
+/// terminal shows as it is; 0 for anything else.
 std::size_t shown_length(std::string_view text) {
-  const auto* plain = std::find_if_not(text.begin(), text.end(), is_plain);
-  if (plain != text.begin()) return static_cast<std::size_t>(plain - text.begin());
   if (text.starts_with("\r\n")) return 2;
+  if (text[0] == '\n' || text[0] == '\t') return 1;
   wchar_t c = 0;
   std::mbstate_t state = {};
   const std::size_t length = std::mbrtowc(&c, text.data(), text.size(), &state);
@@ -89,12 +86,8 @@ ssize_t write_errors(void* /*cookie*/, const char* text, std::size_t size) {
   std::size_t used = 0;
   const auto flush = [&used] { write_all(STDERR_FILENO, {buffer, std::exchange(used, 0)}); };
   show({text, size}, [&](std::string_view part) {
-    while (!part.empty()) {
-      const std::size_t taken = part.copy(buffer + used, sizeof buffer - used);
-      part.remove_prefix(taken);
-      used += taken;
-      if (used == sizeof buffer) flush();
-    }
+    if (used + part.size() > sizeof buffer) flush();
+    used += part.copy(buffer + used, part.size());
   });
   flush();
   return static_cast<ssize_t>(size);
