@@ -478,11 +478,17 @@ TEST_P(HostContract, ShowsARegistryOfTheSameFacts) {
 
 // ---- The simulated host -----------------------------------------------------------------------
 
-TEST(SimulatedHost, WithoutAnAdapterHasNoInformation) {
-  const TestHost host("[[adapters]]\nname = \"lo\"\nindex = 1\ntype = 24\n");
+TEST(SimulatedHost, TellsOfAdaptersAsFarAsTheFieldsGo) {
+  const TestHost none("[[adapters]]\nname = \"lo\"\nindex = 1\ntype = 24\n");
   ULONG size = 0;
   EXPECT_EQ(GetAdaptersInfo(nullptr, &size), 232U);
   EXPECT_EQ(size, 0U);
+  const TestHost host("[[adapters]]\nindex = 1\nname = \"" + std::string(300, 'n') + "\"");
+  IP_ADAPTER_INFO information;
+  size = sizeof information;
+  EXPECT_EQ(GetAdaptersInfo(&information, &size), 0U);
+  EXPECT_EQ(std::string(information.AdapterName), std::string(259, 'n'));
+  EXPECT_EQ(std::string(information.Description), std::string(131, 'n'));
 }
 
 TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {

@@ -107,6 +107,13 @@ TEST(Console, EditsAndRecallsLines) {
   terminal.type("one two three\x17\x17" + std::string("four") + HOME + "\x0B" + "five\r",
                 BAD + "five\r\n");
   terminal.type("\x12YsecX\r\r", BAD + "YsecXnd\r\n");
+  for (const char* to_begin : {"\x1BOH", "\x1B[1~", "\x1B[1;5D\x1B[1;5D"}) {
+    terminal.type(std::string("a b") + to_begin + "X\r", BAD + "Xa\r\n");
+  }
+  for (const char* to_end : {"\x1B[F", "\x1BOF", "\x1B[4~", "\x1B[1;5C"}) {
+    terminal.type("ab" + HOME + to_end + "X\r", BAD + "abX\r\n");
+  }
+  terminal.type("ab" + HOME + "\x1B[3~\r", BAD + "b\r\n");
   terminal.type("h\xC3\xA9!\r", BAD + "h\xC3\xA9!\r\n");
   terminal.type("add 10.1.1.9 255.255.0.0 fast\r", "success.\r\n");
   terminal.type("print\r", "[0] - 10.1.1.9,255.255.0.0\r\n");

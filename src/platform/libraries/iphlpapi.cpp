@@ -130,7 +130,6 @@ class InformationList {
  private:
   void add_entry(const HostAdapter& adapter) {
     IP_ADAPTER_INFO& entry = entries_.emplace_back();
-    if (entries_.size() > 1) entries_[entries_.size() - 2].Next = &entry;
     copy_text(entry.AdapterName, adapter.name);
     copy_text(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
                                                   adapter.row.dwDescrLen));
