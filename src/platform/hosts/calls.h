@@ -80,12 +80,12 @@ inline constexpr Function FUNCTIONS[] = {
 /// A call of a function. A name that is none of the functions' does not compile.
 class Call {
  public:
-  consteval Call(const char* name) : function_(*find_function(name)) {}
+  consteval Call(const char* name) : function_(&*find_function(name)) {}
 
-  [[nodiscard]] std::string_view name() const { return function_.name; }
+  const Function* operator->() const { return function_; }
 
  private:
-  const Function& function_;
+  const Function* function_;
 };
 
 /// Asks the current host's script about a call that is being made. Returns the code with which it

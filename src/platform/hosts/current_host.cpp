@@ -59,7 +59,7 @@ std::unique_ptr<Host> install_host(std::unique_ptr<Host> host) {
 }
 
 std::optional<DWORD> scripted_failure(Call call) {
-  const std::optional<ScriptedFault> fault = current_host().next_fault(call.name());
+  const std::optional<ScriptedFault> fault = current_host().next_fault(call->name);
   if (!fault) return std::nullopt;
   if (fault->raise) std::raise(SIGSEGV);
   return fault->code;

@@ -11,9 +11,9 @@ char lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + '
 }  // namespace
 
 bool EqualIgnoringCase::operator()(std::string_view a, std::string_view b) const {
-  return a.size() == b.size() && std::equal(a.begin(), a.end(), b.begin(), [](char x, char y) {
-           return x == y || lower(x) == lower(y);
-         });
+  // Most names are written alike.
+  return a == b || std::equal(a.begin(), a.end(), b.begin(), b.end(),
+                              [](char x, char y) { return lower(x) == lower(y); });
 }
 
 std::size_t HashIgnoringCase::operator()(std::string_view name) const {

@@ -67,6 +67,9 @@ SimulatedHost::SimulatedHost(HostDescription description)
 void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
   StringListValue addresses;
   StringListValue masks;
+  const std::size_t size = INET_ADDRSTRLEN * (adapter.addresses.size() + adapter.blank_slots);
+  addresses.reserve(size);
+  masks.reserve(size);
   for (const AddressDescription& address : adapter.addresses) {
     insert_address(address.address, address.mask, adapter.index);
     addresses.add(dotted(address.address));
@@ -270,6 +273,7 @@ void SimulatedHost::sleep(DWORD milliseconds) {
 }
 
 std::optional<ScriptedFault> SimulatedHost::next_fault(std::string_view function) {
+  if (scripts_.empty()) return std::nullopt;
   std::optional<ScriptedFault> failure;
   for (auto& [fault, calls] : scripts_) {
     if (fault.function != function) continue;

@@ -49,8 +49,11 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
   return leaving_code<DWORD>("FormatMessageA", [=]() -> DWORD {
     const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
     if (text == nullptr) return refuse<DWORD>(ERROR_MR_MID_NOT_FOUND);
-    const auto length = static_cast<DWORD>(std::snprintf(buffer, size, "%s\r\n", text));
-    return length < size ? length : refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    constexpr std::string_view LINE_END = "\r\n";
+    const std::size_t length = std::strlen(text);
+    if (length + LINE_END.size() >= size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    std::strcpy(std::strcpy(buffer, text) + length, LINE_END.data());
+    return static_cast<DWORD>(length + LINE_END.size());
   });
 }
 

@@ -1,12 +1,15 @@
 #include "platform/libraries/library_functions.h"
 
-#include <utility>
-
 #include <iphlpapi.h>
 
 #include "platform/hosts/calls.h"
 
 namespace {
+
+struct LibraryFunction {
+  Call call;
+  FARPROC pointer;
+};
 
 template <typename Pointer>
 FARPROC generic(Pointer* function) {
@@ -16,7 +19,7 @@ FARPROC generic(Pointer* function) {
 }  // namespace
 
 FARPROC library_function(std::string_view library, std::string_view function) {
-  static const std::pair<std::string_view, FARPROC> POINTERS[] = {
+  static const LibraryFunction POINTERS[] = {
       {"GetIfTable", generic(GetIfTable)},
       {"GetAdaptersInfo", generic(GetAdaptersInfo)},
       {"GetIpAddrTable", generic(GetIpAddrTable)},
@@ -30,9 +33,8 @@ FARPROC library_function(std::string_view library, std::string_view function) {
       {"getnameinfo", generic(platform_getnameinfo)},
       {"DhcpNotifyConfigChange", generic(DhcpNotifyConfigChange)},
   };
-  const Function* known = find_function(function);
-  for (const auto& [name, pointer] : POINTERS) {
-    if (name == function && known->is_in(library)) return pointer;
+  for (const auto& [call, pointer] : POINTERS) {
+    if (call->name == function && call->is_in(library)) return pointer;
   }
   return nullptr;
 }
