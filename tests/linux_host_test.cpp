@@ -283,6 +283,7 @@ TEST_F(LinuxHosts, FollowTheDefaultRoutes) {
       "10.7.0.1/16 dev b0; for i in $(seq 0 999); do echo route add 0.$((i / 250)).$((i % "
       "250)).0/24 dev a0; done | ip -batch -");
   const auto gateways = [this] { return adapters()["a0"].gateways; };
+  run_shell("ip route add 0.0.0.0/8 via 10.6.0.77");
   EXPECT_THAT(gateways(), IsEmpty());
   run_shell("ip route add default via 10.6.0.254 src 10.6.0.2");
   EXPECT_THAT(gateways(), ElementsAre("10.6.0.254"));
