@@ -2,14 +2,7 @@
 
 #include <winsock2.h>
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <string>
-#include <vector>
-
 #include "shared/include/vmk_dhcpcsvc.h"
-#include "shared/include/vmk_errmsg.h"
 #include "shared/include/vmk_iphlpapi.h"
 #include "tests/support/hosts.h"
 

@@ -1,11 +1,7 @@
-#include <gmock/gmock.h>
 
 #include <csignal>
-#include <string>
-#include <vector>
 
 #include "shared/include/vmk_dhcpcsvc.h"
-#include "shared/include/vmk_errmsg.h"
 #include "shared/include/vmk_iphlpapi.h"
 #include "tests/support/hosts.h"
 

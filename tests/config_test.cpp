@@ -1,14 +1,8 @@
 #include "shared/include/zarvoparser.h"
 
-#include <gmock/gmock.h>
-
 #include <cerrno>
-#include <memory>
-#include <string>
-#include <tuple>
 
 #include "brenlo/src/brenlocfg.h"
-#include "shared/include/vmk_errmsg.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"

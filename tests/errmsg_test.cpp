@@ -2,12 +2,8 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
 #include <cerrno>
 #include <cstdlib>
-#include <string>
-#include <tuple>
 
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"

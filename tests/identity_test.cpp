@@ -2,21 +2,16 @@
 // identity. The netsh here is a script, started as a real process.
 
 #include <dirent.h>
-#include <gmock/gmock.h>
 #include <sys/wait.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
 #include <iterator>
-#include <memory>
-#include <string>
-#include <tuple>
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/netsh.h"
 #include "brenlo/src/system.h"
-#include "shared/include/vmk_errmsg.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"

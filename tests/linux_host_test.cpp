@@ -4,7 +4,6 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
 #include <net/if.h>
 #include <sys/prctl.h>
 #include <sys/utsname.h>
@@ -12,11 +11,8 @@
 #include <algorithm>
 #include <atomic>
 #include <bit>
-#include <functional>
 #include <map>
-#include <string>
 #include <thread>
-#include <vector>
 
 #include "platform/hosts/adapter_keys.h"
 #include "platform/hosts/ipv4.h"

@@ -4,10 +4,6 @@
 
 #include <gtest/gtest.h>
 
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "shared/include/utils.h"
 #include "tests/support/hosts.h"
 

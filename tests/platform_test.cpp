@@ -5,7 +5,6 @@
 #include <iphlpapi.h>
 #include <rpc.h>
 
-#include <gmock/gmock.h>
 #include <sys/sysinfo.h>
 
 #include <algorithm>
@@ -15,12 +14,9 @@
 #include <filesystem>
 #include <initializer_list>
 #include <map>
-#include <memory>
 #include <optional>
 #include <set>
-#include <string>
 #include <string_view>
-#include <vector>
 
 #include "platform/hosts/adapter_keys.h"
 #include "platform/hosts/calls.h"

@@ -2,11 +2,7 @@
 
 #include <windows.h>
 
-#include <gmock/gmock.h>
-
 #include <cstring>
-#include <string>
-#include <tuple>
 
 #include "tests/support/hosts.h"
 

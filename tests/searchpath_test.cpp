@@ -1,17 +1,12 @@
 #include "shared/include/searchpath.h"
 
-#include <gmock/gmock.h>
-
 #include <cstdlib>
 #include <set>
-#include <string>
-#include <tuple>
 
 #include "brenlo/src/system.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_debug_config.h"
-#include "shared/include/vmk_errmsg.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"

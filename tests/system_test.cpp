@@ -1,17 +1,9 @@
 #include "brenlo/src/system.h"
 
-#include <gmock/gmock.h>
-
-#include <memory>
-#include <string>
-#include <tuple>
-#include <vector>
-
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/kadrix.h"
 #include "shared/include/os_identity.h"
 #include "shared/include/vmk_debug.h"
-#include "shared/include/vmk_errmsg.h"
 #include "tests/support/hosts.h"
 
 namespace {

@@ -1,18 +1,12 @@
 #include "shared/include/utils.h"
 
-#include <gmock/gmock.h>
-
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
 #include <limits>
-#include <string>
-#include <tuple>
-#include <vector>
 
 #include "shared/include/vmk_debug.h"
-#include "shared/include/vmk_errmsg.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"

@@ -1,10 +1,8 @@
 #include "tests/support/hosts.h"
 
-#include <gtest/gtest.h>
 #include <unistd.h>
 
 #include "shared/include/vmk_dhcpcsvc.h"
-#include "shared/include/vmk_errmsg.h"
 #include "shared/include/vmk_iphlpapi.h"
 #include "tests/support/program.h"
 

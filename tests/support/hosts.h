@@ -1,16 +1,18 @@
-// Hosts for tests of the modules.
+// Hosts for tests of the modules, and what every such test uses.
 #pragma once
 
 #include <winsock2.h>
 
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 
 #include <functional>
 #include <memory>
 #include <string>
+#include <tuple>
 #include <vector>
 
 #include "platform/hosts/simulated_host.h"
+#include "shared/include/vmk_errmsg.h"
 
 /// The host of a description text, behind the layer while the object lives.
 class TestHost {
