@@ -23,8 +23,8 @@ class Fixture {
  public:
   Fixture(IpMechanism mechanism, const std::string& description)
       : host_(description),
-        adapter_(mechanism == MECHANISM_DHCP_CLIENT ? "E100B1" : "Ethernet", 2, 6, MAC, mechanism) {
-  }
+        adapter_(mechanism == MECHANISM_DHCP_CLIENT ? "E100B1" : "Ethernet", 2, 6, MAC,
+                 static_cast<std::uint32_t>(mechanism)) {}
 
   Adapter* operator->() const { return &adapter_; }
   [[nodiscard]] SimulatedHost* host() const { return host_.operator->(); }

@@ -23,7 +23,8 @@ bool is_managed(const Adapter& adapter) { return adapter.mechanism() == MECHANIS
 /// Whether the host holds what the interface's table has, and what has a context with that; under
 /// the client what was added must be in force on any interface.
 bool is_held(const Entry& entry, const std::vector<HostAddress>& held) {
-  const auto& [adapter, slot, position] = entry;
+  const Adapter* adapter = entry.adapter;
+  const AddressSlot* slot = entry.slot;
   if (!is_managed(*adapter) && slot->is_blank()) return true;
   return std::any_of(held.begin(), held.end(), [&](const HostAddress& it) {
     const bool is_context = slot->nte_context() == 0 || it.context == slot->nte_context();

@@ -20,7 +20,9 @@ namespace {
 std::string literal(const std::string& text) {
   std::ostringstream quoted;
   quoted << '"' << std::oct << std::setfill('0');
-  for (const unsigned char c : text) quoted << '\\' << std::setw(3) << unsigned{c};
+  for (const char c : text) {
+    quoted << '\\' << std::setw(3) << unsigned{static_cast<unsigned char>(c)};
+  }
   quoted << '"';
   return quoted.str();
 }

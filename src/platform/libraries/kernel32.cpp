@@ -49,11 +49,12 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
   return leaving_code<DWORD>("FormatMessageA", [=]() -> DWORD {
     const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
     if (text == nullptr) return refuse<DWORD>(ERROR_MR_MID_NOT_FOUND);
-    constexpr std::string_view LINE_END = "\r\n";
+    constexpr char LINE_END[] = "\r\n";
     const std::size_t length = std::strlen(text);
-    if (length + LINE_END.size() >= size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
-    std::strcpy(std::strcpy(buffer, text) + length, LINE_END.data());
-    return static_cast<DWORD>(length + LINE_END.size());
+    if (length + sizeof LINE_END > size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    std::memcpy(buffer, text, length);
+    std::memcpy(buffer + length, LINE_END, sizeof LINE_END);
+    return static_cast<DWORD>(length + std::strlen(LINE_END));
   });
 }
 

@@ -46,7 +46,7 @@ bool read_entry(DIR* directory, LPWIN32_FIND_DATAA data) {
   const dirent* entry = readdir(directory);
   if (entry == nullptr) return false;
   *data = {};
-  std::strcpy(data->cFileName, entry->d_name);
+  std::memcpy(data->cFileName, entry->d_name, std::strlen(entry->d_name));
   return true;
 }
 

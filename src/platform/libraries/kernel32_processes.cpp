@@ -153,9 +153,9 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
       }
     }
     std::vector<std::string> arguments = find_program(command_line);
-    std::vector<char*> pointers;
-    for (std::string& argument : arguments) pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
+    std::vector<char*> pointers(arguments.size() + 1);  // the last is null
+    std::transform(arguments.begin(), arguments.end(), pointers.begin(),
+                   [](std::string& argument) { return argument.data(); });
     if (arguments.empty() || !start(pointers.data(), *startup)) {
       return refuse<BOOL>(ERROR_FILE_NOT_FOUND);
     }
