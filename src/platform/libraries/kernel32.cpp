@@ -50,11 +50,11 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
     const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
     if (text == nullptr) return refuse<DWORD>(ERROR_MR_MID_NOT_FOUND);
     constexpr char LINE_END[] = "\r\n";
-    const std::size_t length = std::strlen(text);
-    if (length + sizeof LINE_END > size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
-    std::memcpy(buffer, text, length);
-    std::memcpy(buffer + length, LINE_END, sizeof LINE_END);
-    return static_cast<DWORD>(length + std::strlen(LINE_END));
+    const std::string_view words = text;
+    if (words.size() + sizeof LINE_END > size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    words.copy(buffer, words.size());
+    std::memcpy(buffer + words.size(), LINE_END, sizeof LINE_END);
+    return static_cast<DWORD>(words.size() + std::strlen(LINE_END));
   });
 }
 
