@@ -102,15 +102,34 @@ bool LinuxHost::has_function(std::string_view /*library*/, std::string_view /*fu
 // ---- Looking ----------------------------------------------------------------------------------
 
 DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
-  std::vector<DefaultGateway> gateways;
+  std::vector<DefaultGateway> gateways = gateways_;
   int error = network_.follow();
-  if (error == 0) error = read_default_gateways(requests_, gateways);
+  if (error == 0) error = follow_gateways(gateways);
   if (error != 0) return code_of(error);
   if (adapters_at_ != network_.link_changes() || gateways_ != gateways) {
     lay_out_adapters(std::move(gateways));
   }
   adapters = {adapters_, adapters_version_};
   return NO_ERROR;
+}
+
+/// Reads the gateways again when any route may have changed since. Those that go with an address or
+/// a link go without a word.
+int LinuxHost::follow_gateways(std::vector<DefaultGateway>& gateways) {
+  bool changed = gateways_at_ != network_.changes();
+  int error = ENOBUFS;
+  if (route_news_.is_open()) {
+    error = route_news_.take([&changed](const nlmsghdr& /*message*/) { changed = true; });
+  }
+  if (error == ENOBUFS) {
+    changed = true;
+    error = route_news_.listen();
+  }
+  if (error != 0 || changed) gateways_at_ = 0;
+  if (error != 0 || !changed) return error;
+  error = read_default_gateways(requests_, gateways);
+  if (error == 0) gateways_at_ = network_.changes();
+  return error;
 }
 
 void LinuxHost::lay_out_adapters(std::vector<DefaultGateway> gateways) {

@@ -50,6 +50,7 @@ class LinuxHost final : public Host {
  private:
   using Place = LinuxNetwork::Place;
 
+  int follow_gateways(std::vector<DefaultGateway>& gateways);
   void lay_out_adapters(std::vector<DefaultGateway> gateways);
   void lay_out_rows();
   int request_address(std::uint16_t type, const Place& place, unsigned flags = 0);
@@ -63,12 +64,14 @@ class LinuxHost final : public Host {
   std::string user_;
   RtRequests requests_;
   LinuxNetwork network_{requests_};
+  RtNews route_news_{RTMGRP_IPV4_ROUTE | 1U << (RTNLGRP_NEXTHOP - 1)};
 
   // What is made of the network, with the count of its changes at that time.
   std::vector<HostAddress> rows_;
   std::uint64_t rows_at_ = 0;
   std::vector<HostAdapter> adapters_;
   std::vector<DefaultGateway> gateways_;
+  std::uint64_t gateways_at_ = 0;
   std::uint64_t adapters_at_ = 0;
   std::uint64_t adapters_version_ = 0;
   Registry registry_;
