@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <sys/prctl.h>
 #include <sys/utsname.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
@@ -251,7 +252,10 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
   // What the bridge tells of its port is no news of the port.
   run_shell("ip link add bridge0 type bridge; ip link set b0 master bridge0");
   EXPECT_EQ(adapters().size(), 4U);
-  run_shell("ip link set b0 nomaster; ip link del bridge0; ip tuntap add tunnel0 mode tun");
+  run_shell("ip link set b0 nomaster; ip link del bridge0");
+  EXPECT_EQ(adapters().size(), 3U);
+  if (access("/dev/net/tun", F_OK) != 0) return;
+  run_shell("ip tuntap add tunnel0 mode tun");
   by_name = adapters();
   EXPECT_EQ(by_name.size(), 4U);
   EXPECT_EQ(by_name["tunnel0"].row.dwType, 23U);
@@ -261,7 +265,8 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
 TEST_F(LinuxHosts, KnowWirelessInterfacesByTheirFolder) {
   // That of b0 is of an interface in another namespace.
   const std::string reports = run_shell(
-      "unshare --mount sh -c 'cd /sys/class/net; mount -t tmpfs none .; cd .; mkdir a0 b0;"
+      "unshare --mount sh -c 'mount -t tmpfs none /sys; mkdir -p /sys/class/net/a0 "
+      "/sys/class/net/b0; cd /sys/class/net;"
       "printf \"DEVTYPE=wlan\\nIFINDEX=" +
       std::to_string(a0_) +
       "\\n\" >a0/uevent;"

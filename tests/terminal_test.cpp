@@ -1,5 +1,6 @@
 // The program at a terminal: a pseudo-terminal whose other end types and reads.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <poll.h>
 #include <pty.h>
@@ -94,12 +95,21 @@ class Terminal {
   std::string shown_;
 };
 
+class Console : public testing::Test {
+ protected:
+  void SetUp() override {
+    const int terminal = posix_openpt(O_RDWR | O_NOCTTY);
+    if (terminal < 0) GTEST_SKIP() << "this machine has no pseudo-terminals";
+    close(terminal);
+  }
+};
+
 const std::string BAD = "bad command ";
 const std::string UP = "\x1B[A";
 const std::string HOME = "\x1B[H";
 const std::string LEFT = "\x1B[D";
 
-TEST(Console, EditsAndRecallsLines) {
+TEST_F(Console, EditsAndRecallsLines) {
   Terminal terminal;
   terminal.type("first line\r", BAD + "first\r\n");
   terminal.type("second" + LEFT + LEFT + "\x7F" + "X" + HOME + "Y\r", BAD + "YsecXnd\r\n");
@@ -123,7 +133,7 @@ TEST(Console, EditsAndRecallsLines) {
   EXPECT_EQ(terminal.end(), 0);
 }
 
-TEST(Console, TellsWhatWouldLeadTheTerminalAstray) {
+TEST_F(Console, TellsWhatWouldLeadTheTerminalAstray) {
   // The name is cut to 256 bytes, in the middle of a character.
   std::string name = R"(\u001b[2J\u007f\r\t\r\n\u0085\u20ac\U0001F600)";
   for (int i = 0; i < 150; ++i) name += "\xC3\xA9";
@@ -137,7 +147,7 @@ TEST(Console, TellsWhatWouldLeadTheTerminalAstray) {
   EXPECT_THAT(shown, HasSubstr("\xC3\xA9\\xC3 \r\n"));
 }
 
-TEST(Console, TellsHowFarAStressTestIs) {
+TEST_F(Console, TellsHowFarAStressTestIs) {
   Terminal terminal;
   const std::string run =
       terminal.type("stress 2 1001 10.1.1.1 255.255.0.0 fast\r", "Iteration 1...\r\n");
@@ -161,7 +171,7 @@ TEST(Console, TellsHowFarAStressTestIs) {
   EXPECT_TRUE(failing.is_canonical());
 }
 
-TEST(Console, EndsWithATerminalThatGoesAway) {
+TEST_F(Console, EndsWithATerminalThatGoesAway) {
   for (const char* typed : {"print", "stress 99 9999 10.1.1.1 255.255.0.0 fast\r"}) {
     Terminal terminal;
     terminal.type(typed, std::string(typed, 5));
