@@ -11,8 +11,8 @@
 #include <cstdlib>
 #include <cstring>
 
-#include "platform/hosts/exact_wait.h"
-#include "platform/hosts/rtnetlink.h"
+#include "platform/host/exact_wait.h"
+#include "platform/linux/rtnetlink.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <string>
 
 #include "brenlo/src/system.h"
-#include "platform/hosts/simulated_host.h"
+#include "platform/simulated/simulated_host.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {

@@ -15,8 +15,8 @@
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/kadrix.h"
-#include "platform/hosts/host_description.h"
-#include "platform/hosts/simulated_host.h"
+#include "platform/simulated/host_description.h"
+#include "platform/simulated/simulated_host.h"
 #include "shared/include/searchpath.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_debug_config.h"

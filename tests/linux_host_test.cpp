@@ -1,4 +1,4 @@
-#include "platform/hosts/linux_host.h"
+#include "platform/linux/linux_host.h"
 
 #include <winsock2.h>
 
@@ -16,8 +16,8 @@
 #include <map>
 #include <thread>
 
-#include "platform/hosts/adapter_keys.h"
-#include "platform/hosts/ipv4.h"
+#include "platform/host/adapter_keys.h"
+#include "platform/host/ipv4.h"
 #include "tests/support/hosts.h"
 #include "tests/support/namespace.h"
 #include "tests/support/program.h"
@@ -53,17 +53,17 @@ class LinuxHosts : public testing::Test {
     return host_.add_address(inet_addr(address), mask, interface_index, context_);
   }
 
-  std::span<const HostAddress> addresses() {
+  std::vector<HostAddress> addresses() {
     HostTable<HostAddress> found;
     EXPECT_EQ(host_.read_addresses(found), 0U);
-    return found.rows;
+    return *found.rows;
   }
 
   std::map<std::string, HostAdapter> adapters() {
     HostTable<HostAdapter> found;
     EXPECT_EQ(host_.read_adapters(found), 0U);
     std::map<std::string, HostAdapter> by_name;
-    for (const HostAdapter& adapter : found.rows) by_name[adapter.name] = adapter;
+    for (const HostAdapter& adapter : *found.rows) by_name[adapter.name] = adapter;
     return by_name;
   }
 
@@ -202,7 +202,7 @@ TEST_F(LinuxHosts, ReadAHostThatKeepsChanging) {
       LinuxHost fresh;
       HostTable<HostAddress> found;
       ASSERT_EQ(fresh.read_addresses(found), 0U);
-      ASSERT_EQ(std::count_if(found.rows.begin(), found.rows.end(),
+      ASSERT_EQ(std::count_if(found.rows->begin(), found.rows->end(),
                               [](const auto& row) { return (row.address & 0xFFFF) == 0x040A; }),
                 2000);
       ASSERT_EQ(context_of("10.5.0.1", WIDE), own);
@@ -290,14 +290,14 @@ TEST_F(LinuxHosts, FollowTheDefaultRoutes) {
   EXPECT_THAT(gateways(), IsEmpty());
   run_shell("ip route add default via 10.6.0.254 src 10.6.0.2");
   EXPECT_THAT(gateways(), ElementsAre("10.6.0.254"));
-  const auto version = [this] {
+  const auto generation = [this] {
     HostTable<HostAdapter> table;
     EXPECT_EQ(host_.read_adapters(table), 0U);
-    return table.version;
+    return table.generation;
   };
-  const std::uint64_t before = version();
+  const Generation before = generation();
   run_shell("ip route add 10.9.0.0/16 via 10.7.0.9; ip addr add 10.6.0.3/16 dev a0");
-  EXPECT_EQ(version(), before) << "no other route or address matters";
+  EXPECT_TRUE(generation() == before) << "no other route or address matters";
   // The route goes with the address that it prefers.
   run_shell("ip addr del 10.6.0.2/16 dev a0");
   EXPECT_THAT(gateways(), IsEmpty());

@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <set>
 
+#include "brenlo/src/static_state.h"
 #include "brenlo/src/system.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_debug.h"

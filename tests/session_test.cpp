@@ -204,14 +204,13 @@ TEST_P(SessionTest, SaysWhatItMust) {
   EXPECT_EQ(outcome.status, session.status);
 }
 
-INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()),
-                         [](const testing::TestParamInfo<Session>& info) {
-                           std::string name = info.param.name;
-                           std::replace_if(
-                               name.begin(), name.end(), [](char c) { return !std::isalnum(c); },
-                               '_');
-                           return std::to_string(info.index) + "_" + name;
-                         });
+std::string case_name(const testing::TestParamInfo<Session>& session) {
+  std::string name = session.param.name;
+  std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
+  return std::to_string(session.index) + "_" + name;
+}
+
+INSTANTIATE_TEST_SUITE_P(All, SessionTest, testing::ValuesIn(all_sessions()), case_name);
 
 // The harness itself must notice a session that says something else.
 TEST(SessionHarness, NoticesWrongTextStreamAndStatus) {

@@ -6,7 +6,8 @@
 #include <filesystem>
 #include <limits>
 
-#include "shared/include/vmk_debug.h"
+#include "brenlo/src/static_state.h"
+#include "shared/include/shared_state.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/program.h"
@@ -77,7 +78,7 @@ TEST(DebugModules, AreOffUntilATableAnswersForThem) {
   install_debug_table(nullptr);
   std::string names;
   for (const DebugModule* module :
-       {&kadrix_debug, &searchpath_debug, &shared_utils_debug, &system_debug, &adapter_debug,
+       {&kadrix_debug, searchpath_debug, shared_utils_debug, &system_debug, &adapter_debug,
         &utils_debug, &address_debug, &brenlocfg_debug}) {
     names += module->name() + std::string(" ");
   }

@@ -25,5 +25,5 @@ ensure_packages() {
 }
 
 # What building takes, and what the tests take besides.
-build_packages=(g++ cmake ninja-build libtomlplusplus-dev libmnl-dev libedit-dev)
+build_packages=(g++ cmake ninja-build pkgconf libtomlplusplus-dev libmnl-dev libedit-dev)
 test_packages=(libgtest-dev libgmock-dev iproute2)

@@ -6,8 +6,8 @@
 #include <cstring>
 #include <set>
 
-#include "platform/hosts/adapter_keys.h"
-#include "platform/hosts/ipv4.h"
+#include "platform/host/adapter_keys.h"
+#include "platform/host/ipv4.h"
 
 namespace {
 
@@ -75,7 +75,7 @@ bool claims(const Entry& entry, const HostAddress& address, bool stood) {
 std::vector<HostAddress> standing_addresses(Host& host) {
   HostTable<HostAddress> addresses;
   if (host.read_addresses(addresses) != NO_ERROR) return {};
-  return {addresses.rows.begin(), addresses.rows.end()};
+  return *addresses.rows;
 }
 
 std::string disagreements(const System& system, Host& host,

@@ -5,7 +5,7 @@
 #include <vector>
 
 #include "brenlo/src/system.h"
-#include "platform/hosts/host.h"
+#include "platform/host/host.h"
 
 /// The addresses that a host holds.
 [[nodiscard]] std::vector<HostAddress> standing_addresses(Host& host);

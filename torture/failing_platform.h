@@ -2,7 +2,7 @@
 // lies come from functions that the link puts before the layer's (see CMakeLists.txt).
 #pragma once
 
-#include "platform/hosts/simulated_host.h"
+#include "platform/simulated/simulated_host.h"
 
 /// The simulated host whose calls fail.
 class FailingHost final : public SimulatedHost {

@@ -23,7 +23,7 @@
 #include <vector>
 
 #include "brenlo/src/kadrix.h"
-#include "platform/hosts/host_description.h"
+#include "platform/simulated/host_description.h"
 #include "shared/include/vmk_errmsg.h"
 #include "tests/support/program.h"
 #include "torture/agreement.h"

@@ -7,6 +7,8 @@
 #include <cstring>
 #include <limits>
 
+#include "base/text.h"
+
 namespace {
 
 constexpr std::int64_t GROWTH_STEP = 1024;
@@ -43,8 +45,6 @@ struct Formatted {
     static_cast<void>(std::vsnprintf(text, sizeof text, format, arguments));
   }
 };
-
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 

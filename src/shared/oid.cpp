@@ -7,6 +7,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/text.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {
@@ -17,8 +18,6 @@ constexpr std::int32_t MAX_ID_TEXT = 12;
 constexpr std::int32_t FIRST_TEXT_CAPACITY = 10;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\oid", line}; }
-
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
 
 /// The first position below `n` at which the arrays differ, or `n`. Looks at eight at a time, so
 /// that the compiler can compare them at once.

@@ -2,10 +2,9 @@
 
 #include <windows.h>
 
-#include <algorithm>
 #include <cstdio>
-#include <iterator>
-#include <string_view>
+
+#include "base/text.h"
 
 namespace {
 
@@ -18,12 +17,6 @@ const char* windows_95_family_release(DWORD minor) {
   }
 }
 
-/// Puts a text into a field of NULs, cut to leave one.
-template <std::size_t SIZE>
-void set(char (&field)[SIZE], std::string_view text) {
-  text.copy(field, SIZE - 1);
-}
-
 }  // namespace
 
 int uname(OsIdentity& identity) {
@@ -32,11 +25,11 @@ int uname(OsIdentity& identity) {
   GetVersionExA(&version);
 
   identity = {};
-  set(identity.sysname, "windows");
+  copy_cut(identity.sysname, "windows");
   switch (version.dwPlatformId) {
-    case VER_PLATFORM_WIN32s: set(identity.release, "3.10 (win32s)"); break;
+    case VER_PLATFORM_WIN32s: copy_cut(identity.release, "3.10 (win32s)"); break;
     case VER_PLATFORM_WIN32_WINDOWS:
-      set(identity.release, windows_95_family_release(version.dwMinorVersion));
+      copy_cut(identity.release, windows_95_family_release(version.dwMinorVersion));
       break;
     case VER_PLATFORM_WIN32_NT:
       std::snprintf(identity.release, sizeof identity.release, "NT %lu.%lu",
@@ -45,9 +38,7 @@ int uname(OsIdentity& identity) {
       break;
     default: break;
   }
-  const char* end =
-      std::find(std::begin(version.szCSDVersion), std::end(version.szCSDVersion), '\0');
-  set(identity.version, {std::begin(version.szCSDVersion), end});
-  set(identity.machine, "x86");
+  copy_cut(identity.version, field_text(version.szCSDVersion));
+  copy_cut(identity.machine, "x86");
   return 0;
 }

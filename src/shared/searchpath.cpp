@@ -9,8 +9,8 @@
 #include <new>
 #include <utility>
 
+#include "shared/include/shared_state.h"
 #include "shared/include/utils.h"
-#include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {
@@ -157,10 +157,10 @@ int dll_init_searchpath() {
 namespace {
 
 /// What came of an attempt to follow a shortcut.
-enum class Following { FOLLOWED, LEADS_NOWHERE, NO_MEMORY };
+enum class Following { FOLLOWED, LEADS_NOWHERE, OUT_OF_MEMORY };
 
 bool exists(const char* path) {
-  const KeptErrno kept;
+  const ErrnoKeeper kept;
   struct stat status;
   return stat(FullPath(path).text(), &status) == 0;
 }
@@ -170,16 +170,16 @@ class ShortcutFile {
  public:
   /// Leads nowhere when the file cannot be opened or read, or is longer than any shortcut.
   Following read(const char* path) {
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.1");
     const File stream = open_for_reading(path, "rb");
     if (stream == nullptr) {
-      return errno == ENOMEM ? Following::NO_MEMORY : Following::LEADS_NOWHERE;
+      return errno == ENOMEM ? Following::OUT_OF_MEMORY : Following::LEADS_NOWHERE;
     }
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.2");
     const Following reading = read_all(stream.get());
-    if (reading == Following::FOLLOWED && searchpath_debug.is_enabled(__LINE__))
+    if (reading == Following::FOLLOWED && searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    resolving filename pos.3");
     return reading;
   }
@@ -216,7 +216,7 @@ class ShortcutFile {
   Following read_all(std::FILE* stream) {
     for (std::size_t capacity = 4096; capacity <= MAX_SHORTCUT_SIZE; capacity *= 2) {
       void* grown = std::realloc(bytes_.get(), capacity);
-      if (grown == nullptr) return Following::NO_MEMORY;
+      if (grown == nullptr) return Following::OUT_OF_MEMORY;
       static_cast<void>(bytes_.release());
       bytes_.reset(static_cast<char*>(grown));
       size_ += std::fread(bytes_.get() + size_, 1, capacity - size_, stream);
@@ -264,7 +264,7 @@ Following find_long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
   }
   char text[MAX_LONG_PATH];
   const DWORD length = get(path, text, sizeof text);
-  if (length == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return Following::NO_MEMORY;
+  if (length == 0 && GetLastError() == ERROR_NOT_ENOUGH_MEMORY) return Following::OUT_OF_MEMORY;
   if (length == 0 || length >= sizeof text) return Following::LEADS_NOWHERE;
   copy_cut(result, text);
   return Following::FOLLOWED;
@@ -273,13 +273,13 @@ Following find_long_path(const char* path, char (&result)[PATH_BUFFER_SIZE]) {
 /// Replaces the path of a shortcut by that of its target, when it leads to one.
 Following take_target(char (&path)[PATH_BUFFER_SIZE]) {
   // The log reports errno.
-  const KeptErrno kept;
+  const ErrnoKeeper kept;
   ShortcutFile file;
   if (const Following reading = file.read(path); reading != Following::FOLLOWED) return reading;
   const char* target = file.target();
   if (target == nullptr || *target == '\0') return Following::LEADS_NOWHERE;
   const Following finding = find_long_path(target, path);
-  if (finding == Following::FOLLOWED && searchpath_debug.is_enabled(__LINE__))
+  if (finding == Following::FOLLOWED && searchpath_debug->is_enabled(__LINE__))
     report(WRITE_DEBUG, here(), "    resolved filename is %s", path);
   return finding;
 }
@@ -287,7 +287,7 @@ Following take_target(char (&path)[PATH_BUFFER_SIZE]) {
 /// Leads from a shortcut to its target. What cannot be followed stands for itself, which is no
 /// error unless memory ran out.
 void follow_shortcut(char (&path)[PATH_BUFFER_SIZE]) {
-  if (take_target(path) == Following::NO_MEMORY) report(WRITE_ERROR, here(), "out of memory");
+  if (take_target(path) == Following::OUT_OF_MEMORY) report(WRITE_ERROR, here(), "out of memory");
 }
 
 }  // namespace
@@ -317,10 +317,10 @@ bool search(const DirectoryList& list, const char* name, bool as_shortcut,
   for (int i = 0; i < list.count; ++i) {
     if (!form_candidate(list.directories[i], name, path)) continue;
     if (as_shortcut) follow_shortcut(path);
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "    looking in %s", list.directories[i]);
     const bool found = exists(path);
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), found ? "    found." : "    not found.");
     if (found) return true;
   }
@@ -347,7 +347,7 @@ struct SearchName {
 }  // namespace
 
 char* SearchPath::resolve(const char* name, char (&path)[PATH_BUFFER_SIZE], SearchMode mode) const {
-  if (searchpath_debug.is_enabled(__LINE__)) report(WRITE_DEBUG, here(), "searching for %s", name);
+  if (searchpath_debug->is_enabled(__LINE__)) report(WRITE_DEBUG, here(), "searching for %s", name);
   DirectoryList list;
   if (mode != SEARCH_PRODUCT) list.add(private_directory_.get());
   if (mode != SEARCH_PRIVATE) {
@@ -360,11 +360,11 @@ char* SearchPath::resolve(const char* name, char (&path)[PATH_BUFFER_SIZE], Sear
     SearchName wanted(name);
     if (search(list, wanted.text, false, path)) return path;
     wanted.become_link();
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "THIS IS WHAT WE ARE LOOKING FOR in pass# 1 =>%s ", wanted.text);
     if (search(list, wanted.text, true, path)) return path;
     wanted.become_shortcut_to();
-    if (searchpath_debug.is_enabled(__LINE__))
+    if (searchpath_debug->is_enabled(__LINE__))
       report(WRITE_DEBUG, here(), "THIS IS WHAT WE ARE LOOKING FOR in pass# 2 =>%s ", wanted.text);
     if (search(list, wanted.text, true, path)) return path;
   }

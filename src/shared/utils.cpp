@@ -17,21 +17,11 @@ constexpr std::size_t LINE_STEP = 4096;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
 
-bool is_digit(char c) { return c >= '0' && c <= '9'; }
-
 constexpr char OUT_OF_MEMORY[] = "out of memory";
 
 }  // namespace
 
 // ---- Texts ------------------------------------------------------------------------------------
-
-void copy_cut(char* buffer, std::size_t size, std::string_view text) {
-  const std::size_t length = std::min(text.size(), size - 1);
-  std::memmove(buffer, text.data(), length);
-  buffer[length] = '\0';
-}
-
-bool is_white_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 const char* skip_blanks(const char* text) {
   while (is_white_space(*text)) ++text;
@@ -112,8 +102,6 @@ void copy_section(const Section& section, const char*& from, char*& to) {
     }
   }
 }
-
-bool is_blank(char c) { return c == ' ' || c == '\t'; }
 
 }  // namespace
 
@@ -197,7 +185,7 @@ int split_release(SplitList& list) {
 
 int has_unprintable(const char* buffer, std::int32_t n) {
   for (std::int32_t i = 0; i < n; ++i) {
-    if (buffer[i] < ' ' || buffer[i] > '~') return 1;
+    if (!is_printable(buffer[i])) return 1;
   }
   return 0;
 }
@@ -227,24 +215,6 @@ int to_slashes(char* text) {
 
 int normalize_path(char* text) {
   return change_each(text, [](char c) { return c == '\\' ? '/' : lower_case(c); });
-}
-
-char lower_case(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
-
-bool equals_ignoring_case(const char* a, const char* b) {
-  while (*a != '\0' && lower_case(*a) == lower_case(*b)) {
-    ++a;
-    ++b;
-  }
-  return lower_case(*a) == lower_case(*b);
-}
-
-bool begins_ignoring_case(const char* text, const char* prefix) {
-  while (*prefix != '\0' && lower_case(*text) == lower_case(*prefix)) {
-    ++text;
-    ++prefix;
-  }
-  return *prefix == '\0';
 }
 
 // ---- Numbers ----------------------------------------------------------------------------------
@@ -587,7 +557,7 @@ int resolve_ipv4(const char* text, std::uint32_t& address) {
   }
   if (!name_lookup_allowed) return -1;
   // The platform's functions do not set it.
-  const KeptErrno kept;
+  const ErrnoKeeper kept;
   start_sockets();
   const hostent* host = gethostbyname(text);
   if (host == nullptr || host->h_addr_list[0] == nullptr) {
@@ -667,7 +637,7 @@ int resolve_ipv6(const char* text, sockaddr_in6& address) {
     report(BEGIN_ERROR, here(), "IPv6 not supported by OS");
     return -1;
   }
-  const KeptErrno kept;
+  const ErrnoKeeper kept;
   start_sockets();
   if (look_up_ipv6(text, address)) return 0;
   report(BEGIN_ERROR, here(), "cannot resolve to IPv6 address, or incorrect IPv6 address format");

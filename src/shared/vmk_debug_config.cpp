@@ -13,7 +13,6 @@ namespace {
 
 constexpr char CONFIGURATION[] = "config/debug.cfg";
 constexpr int PIECE_SIZE = 1024;
-constexpr char BLANKS[] = " \t";
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\vmk_debug", line}; }
 
@@ -26,15 +25,6 @@ void with_memory(ReportSite site, Action action) {
   } catch (const std::bad_alloc&) {
     assertion_report(site, "out of memory for debug subsystem");
   }
-}
-
-/// Cuts the next word out of a text in place; null when there is none.
-char* cut_word(char*& text) {
-  char* const word = text + std::strspn(text, BLANKS);
-  if (*word == '\0') return nullptr;
-  text = word + std::strcspn(word, BLANKS);
-  if (*text != '\0') *text++ = '\0';
-  return word;
 }
 
 }  // namespace

@@ -248,7 +248,7 @@ struct ReportBuffer {
   ReportBuffer report;
   report.append_header(level);
   report.append(format, arguments);
-  message_log.push(report.text);
+  message_log->push(report.text);
 }
 
 /// The reason that errmsg_error_system gives, in a buffer of SYSTEM_TEXT_SIZE characters.
@@ -273,7 +273,7 @@ void system_reason(char* buffer) {
 
 // ---- Operations -------------------------------------------------------------------------------
 
-void errmsg_begin() { message_log.begin(); }
+void errmsg_begin() { message_log->begin(); }
 
 void errmsg_set_location(const char* path, std::int32_t line) {
   const char* backslash = std::strrchr(path, '\\');
@@ -327,23 +327,23 @@ void errmsg_flush() {
   if (!errmsg_enabled()) return;
   const int kept_errno = errno;
   // Standard error is unbuffered: one call, one write.
-  std::fputs(message_log.compose_last(), stderr);
-  if (message_log.owes_notice()) std::fputs(OUT_OF_MEMORY_NOTICE, stderr);
+  std::fputs(message_log->compose_last(), stderr);
+  if (message_log->owes_notice()) std::fputs(OUT_OF_MEMORY_NOTICE, stderr);
   std::fflush(stderr);
   errno = kept_errno;
 }
 
-bool errmsg_enabled() { return message_log.enabled(); }
+bool errmsg_enabled() { return message_log->enabled(); }
 
-int errmsg_push(const char* text) { return message_log.push(text); }
+int errmsg_push(const char* text) { return message_log->push(text); }
 
-const char* errmsg_compose() { return message_log.compose(); }
+const char* errmsg_compose() { return message_log->compose(); }
 
-void errmsg_suspend() { message_log.suspend(); }
+void errmsg_suspend() { message_log->suspend(); }
 
-void errmsg_resume() { message_log.resume(); }
+void errmsg_resume() { message_log->resume(); }
 
-const char* errmsg_last_message() { return message_log.last(); }
+const char* errmsg_last_message() { return message_log->last(); }
 
 void errmsg_push_format(const char* format, ...) {
   ReportBuffer report;
@@ -390,6 +390,14 @@ void write_info(const char* format, ...) {
 
 // ---- Assertion reports ------------------------------------------------------------------------
 
+namespace {
+
+void (*stop_action)() = nullptr;
+
+}  // namespace
+
+void set_stop_action(void (*action)()) { stop_action = action; }
+
 void write_assertion_text(ReportSite site, const char* reason) {
   std::printf("ERROR %s:%u: assertion failed - ", site.module, static_cast<unsigned>(site.line));
   std::printf("%s", reason);
@@ -404,6 +412,7 @@ void assertion_report(ReportSite site, const char* format, ...) {
   std::vsnprintf(reason, sizeof reason, format, arguments);
   va_end(arguments);
   write_assertion_text(site, reason);
+  if (stop_action != nullptr) stop_action();
   // The status of the Windows runtime's abort, without the text that some runtimes add to it.
   std::_Exit(3);
 }

@@ -11,7 +11,7 @@
 #include <tuple>
 #include <vector>
 
-#include "platform/hosts/simulated_host.h"
+#include "platform/simulated/simulated_host.h"
 #include "shared/include/vmk_errmsg.h"
 
 /// The host of a description text, behind the layer while the object lives.

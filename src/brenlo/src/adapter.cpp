@@ -356,7 +356,7 @@ int read_connection_name(const char* system_name, char* buffer, std::uint32_t ca
     return -1;
   }
   // One byte more than a read may fill, so that a value without its NUL ends there.
-  const KeptErrno kept;
+  const ErrnoKeeper kept;
   const std::size_t room = std::size_t{capacity} + 1;
   const TextBlock text(room != 0 ? static_cast<char*>(std::calloc(room, 1)) : nullptr);
   DWORD size = capacity;

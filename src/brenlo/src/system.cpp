@@ -12,10 +12,10 @@
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/ip_tables.h"
+#include "brenlo/src/static_state.h"
 #include "brenlo/src/utils.h"
 #include "shared/include/os_identity.h"
 #include "shared/include/utils.h"
-#include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_dhcpcsvc.h"
 #include "shared/include/vmk_errmsg.h"
 #include "shared/include/vmk_iphlpapi.h"

@@ -22,7 +22,6 @@ typedef std::int32_t INT;
 typedef std::int32_t BOOL;
 typedef char16_t WCHAR;
 typedef std::intptr_t INT_PTR;
-typedef std::size_t SIZE_T;
 typedef void* PVOID;
 typedef void* LPVOID;
 typedef const void* LPCVOID;
@@ -75,6 +74,7 @@ typedef INT_PTR(WINAPI* FARPROC)();
 #define ERROR_NOT_FOUND 1168
 #define ERROR_RETRY 1237
 #define ERROR_NO_SYSTEM_RESOURCES 1450
+#define ERROR_TIMEOUT 1460
 #define ERROR_OBJECT_ALREADY_EXISTS 5010
 
 DWORD WINAPI GetLastError(void);
@@ -116,18 +116,6 @@ typedef struct _OSVERSIONINFOA {
 
 BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information);
 
-typedef struct _MEMORYSTATUS {
-  DWORD dwLength;
-  DWORD dwMemoryLoad;
-  SIZE_T dwTotalPhys;
-  SIZE_T dwAvailPhys;
-  SIZE_T dwTotalPageFile;
-  SIZE_T dwAvailPageFile;
-  SIZE_T dwTotalVirtual;
-  SIZE_T dwAvailVirtual;
-} MEMORYSTATUS, *LPMEMORYSTATUS;
-
-void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status);
 void WINAPI Sleep(DWORD milliseconds);
 
 #define CP_ACP 0
@@ -179,8 +167,8 @@ BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTE
                        DWORD size);
 BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags);
 
-/// Starts a program with its standard handles and no other descriptor. The command line is split by
-/// the platform's rules; a backslash in the program's path is a slash.
+/// Starts a program with its standard handles and no other descriptor. The command line is split at
+/// blanks outside double quotes; a backslash in the program's path is a slash.
 BOOL WINAPI CreateProcessA(LPCSTR application, LPSTR command_line, LPSECURITY_ATTRIBUTES process,
                            LPSECURITY_ATTRIBUTES thread, BOOL inherit, DWORD flags,
                            LPVOID environment, LPCSTR directory, LPSTARTUPINFOA startup,

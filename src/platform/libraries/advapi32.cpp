@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/host.h"
+#include "platform/host/calls.h"
+#include "platform/host/host.h"
 
 namespace {
 
@@ -45,7 +45,7 @@ LSTATUS status(DWORD code) { return static_cast<LSTATUS>(code); }
 
 LSTATUS WINAPI RegOpenKeyExA(HKEY key, LPCSTR sub_key, DWORD /*options*/, REGSAM access,
                              PHKEY result) {
-  return status(answering_code("RegOpenKeyExA", [=]() -> DWORD {
+  return status(run_returning_code("RegOpenKeyExA", [=]() -> DWORD {
     std::string path = full_path(key, sub_key);
     if (const DWORD code = current_host().find_key(path); code != NO_ERROR) return code;
     return give_key(std::move(path), access, result);
@@ -55,7 +55,7 @@ LSTATUS WINAPI RegOpenKeyExA(HKEY key, LPCSTR sub_key, DWORD /*options*/, REGSAM
 LSTATUS WINAPI RegCreateKeyExA(HKEY key, LPCSTR sub_key, DWORD /*reserved*/, LPSTR /*key_class*/,
                                DWORD /*options*/, REGSAM access, void* /*security*/, PHKEY result,
                                LPDWORD /*disposition*/) {
-  return status(answering_code("RegCreateKeyExA", [=]() -> DWORD {
+  return status(run_returning_code("RegCreateKeyExA", [=]() -> DWORD {
     std::string path = full_path(key, sub_key);
     const DWORD created = current_host().create_key(path);
     if (created != NO_ERROR) return created;
@@ -65,7 +65,7 @@ LSTATUS WINAPI RegCreateKeyExA(HKEY key, LPCSTR sub_key, DWORD /*reserved*/, LPS
 
 LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LPDWORD type,
                                 LPBYTE data, LPDWORD size) {
-  return status(answering_code("RegQueryValueExA", [=]() -> DWORD {
+  return status(run_returning_code("RegQueryValueExA", [=]() -> DWORD {
     if ((opened(key)->access & KEY_QUERY_VALUE) == 0) return ERROR_ACCESS_DENIED;
     const auto sized = std::exchange(opened(key)->sized, std::nullopt);
     const RegistryValue* found = nullptr;
@@ -91,7 +91,7 @@ LSTATUS WINAPI RegQueryValueExA(HKEY key, LPCSTR value, LPDWORD /*reserved*/, LP
 
 LSTATUS WINAPI RegSetValueExA(HKEY key, LPCSTR value, DWORD /*reserved*/, DWORD type,
                               const BYTE* data, DWORD size) {
-  return status(answering_code("RegSetValueExA", [=]() -> DWORD {
+  return status(run_returning_code("RegSetValueExA", [=]() -> DWORD {
     if ((opened(key)->access & KEY_SET_VALUE) == 0) return ERROR_ACCESS_DENIED;
     RegistryValue set{type, std::string(reinterpret_cast<const char*>(data), size)};
     return current_host().set_value(opened(key)->path, value, std::move(set));
@@ -105,11 +105,11 @@ LSTATUS WINAPI RegCloseKey(HKEY key) {
 }
 
 BOOL WINAPI GetUserNameA(LPSTR buffer, LPDWORD size) {
-  return leaving_code<BOOL>("GetUserNameA", [=]() -> BOOL {
+  return run_setting_last_error<BOOL>("GetUserNameA", [=]() -> BOOL {
     const std::string& name = current_host().user_name();
     const DWORD room = *size;
     *size = static_cast<DWORD>(name.size() + 1);
-    if (room < *size) return refuse<BOOL>(ERROR_INSUFFICIENT_BUFFER);
+    if (room < *size) return set_last_error<BOOL>(ERROR_INSUFFICIENT_BUFFER);
     std::memcpy(buffer, name.c_str(), *size);
     return TRUE;
   });

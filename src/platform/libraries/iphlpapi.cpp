@@ -5,74 +5,64 @@
 
 #include <algorithm>
 #include <cstddef>
-#include <cstdint>
+#include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/host.h"
-#include "platform/hosts/ipv4.h"
+#include "base/text.h"
+#include "platform/host/calls.h"
+#include "platform/host/host.h"
+#include "platform/host/ipv4.h"
 
 namespace {
 
 /// The size protocol of one function: a call without room for the table says how much is needed,
 /// and the next call with a buffer is about that very table, whatever changed in between.
+template <typename Tables>
 class SizeProtocol {
  public:
-  /// Whether a call with this buffer is to get the table whose size was given.
-  [[nodiscard]] bool keeps_table(const void* buffer) {
-    return std::exchange(size_given_, false) && buffer != nullptr;
+  /// The tables whose size was given, when a call with this buffer is to get them.
+  [[nodiscard]] std::optional<Tables> kept_for(const void* buffer) {
+    std::optional<Tables> kept = std::exchange(kept_, std::nullopt);
+    if (buffer == nullptr) kept.reset();
+    return kept;
   }
 
   /// Says how much room is needed; true when the caller's buffer has it.
-  [[nodiscard]] bool has_room(const void* buffer, PULONG size, ULONG needed) {
+  [[nodiscard]] bool has_room(const void* buffer, PULONG size, std::size_t needed,
+                              const Tables& tables) {
     const ULONG room = buffer != nullptr ? *size : 0;
-    *size = needed;
-    size_given_ = room < needed;
-    return !size_given_;
+    *size = static_cast<ULONG>(needed);
+    if (room >= needed) return true;
+    kept_ = tables;
+    return false;
   }
 
  private:
-  bool size_given_ = false;
+  std::optional<Tables> kept_;
 };
 
-/// One of the platform's tables of records, ready to be copied.
-template <typename Table, typename Record>
-class RecordTable {
- public:
-  /// Gives the table of the rows that `read` asks the host for, each made a record.
-  template <typename Row, typename Make>
-  [[nodiscard]] DWORD give(Table* table, PULONG size, DWORD (Host::*read)(HostTable<Row>&),
-                           Make make) {
-    if (!protocol_.keeps_table(table)) {
-      HostTable<Row> rows;
-      if (const DWORD code = (current_host().*read)(rows); code != NO_ERROR) return code;
-      if (version_ != rows.version) renew(rows, make);
-    }
-    const std::size_t needed = offsetof(Table, table) + records_.size() * sizeof(Record);
-    if (!protocol_.has_room(table, size, static_cast<ULONG>(needed))) {
-      return ERROR_INSUFFICIENT_BUFFER;
-    }
-    table->dwNumEntries = static_cast<DWORD>(records_.size());
-    std::copy(records_.begin(), records_.end(), table->table);
-    return NO_ERROR;
-  }
+template <typename Row>
+using RowProtocol = SizeProtocol<HostTable<Row>>;
 
- private:
-  template <typename Row, typename Make>
-  void renew(const HostTable<Row>& rows, Make make) {
-    version_.reset();
-    records_.resize(rows.rows.size());
-    std::transform(rows.rows.begin(), rows.rows.end(), records_.begin(), make);
-    version_ = rows.version;
+/// Gives one of the platform's tables: the rows that `read` asks the host for, each made a record.
+template <typename Row, typename Table, typename Make>
+DWORD give_rows(RowProtocol<Row>& protocol, Table* table, PULONG size,
+                DWORD (Host::*read)(HostTable<Row>&), Make make) {
+  std::optional<HostTable<Row>> source = protocol.kept_for(table);
+  if (!source) {
+    const DWORD code = (current_host().*read)(source.emplace());
+    if (code != NO_ERROR) return code;
   }
-
-  SizeProtocol protocol_;
-  std::optional<std::uint64_t> version_;
-  std::vector<Record> records_;
-};
+  const std::vector<Row>& rows = *source->rows;
+  const std::size_t needed = offsetof(Table, table) + rows.size() * sizeof table->table[0];
+  if (!protocol.has_room(table, size, needed, *source)) return ERROR_INSUFFICIENT_BUFFER;
+  table->dwNumEntries = static_cast<DWORD>(rows.size());
+  std::transform(rows.begin(), rows.end(), table->table, make);
+  return NO_ERROR;
+}
 
 MIB_IPADDRROW address_row(const HostAddress& address) {
   MIB_IPADDRROW row = {};
@@ -84,153 +74,195 @@ MIB_IPADDRROW address_row(const HostAddress& address) {
   return row;
 }
 
-constexpr std::string_view NO_ADDRESS = "0.0.0.0";
+// ---- The adapter information --------------------------------------------------------------------
 
-/// Copies a text into a zeroed field, cut to leave a NUL.
-template <std::size_t SIZE>
-void copy_text(char (&field)[SIZE], std::string_view text) {
-  text.copy(field, SIZE - 1);
-}
+constexpr char NO_ADDRESS[] = "0.0.0.0";
 
-/// The adapter-information list: the entries, then the further nodes of their address and gateway
-/// lists. It is laid out once for all copies of it.
-class InformationList {
+/// What the adapter information is made of.
+struct InformationTables {
+  HostTable<HostAdapter> adapters;
+  HostTable<HostAddress> addresses;
+};
+
+bool is_listed(const HostAdapter& adapter) { return adapter.row.dwType != MIB_IF_TYPE_LOOPBACK; }
+
+/// The address list of each entry, by interface index.
+class AddressLists {
  public:
-  SizeProtocol protocol;
+  struct List {
+    DWORD interface_index;
+    IP_ADDR_STRING* last;  ///< null while the entry's own node is free
+    std::size_t count;
+    IP_ADAPTER_INFO* entry;
+  };
 
-  /// Lays the list out anew when the host's tables are others than before. The loopback interface
-  /// has no entry.
-  void renew(const HostTable<HostAdapter>& adapters, const HostTable<HostAddress>& addresses) {
-    const std::pair versions{adapters.version, addresses.version};
-    if (versions_ == versions) return;
-    versions_.reset();
-    entries_.clear();
-    nodes_.clear();
-    // No node moves once it is linked.
-    std::size_t nodes = addresses.rows.size();
-    for (const HostAdapter& adapter : adapters.rows) nodes += adapter.gateways.size();
-    nodes_.reserve(nodes);
-    entries_.reserve(adapters.rows.size());
-    for (const HostAdapter& adapter : adapters.rows) {
-      if (adapter.row.dwType != MIB_IF_TYPE_LOOPBACK) add_entry(adapter);
+  explicit AddressLists(const std::vector<HostAdapter>& adapters) {
+    lists_.reserve(adapters.size());
+    for (const HostAdapter& adapter : adapters) {
+      if (is_listed(adapter)) lists_.push_back({adapter.row.dwIndex, nullptr, 0, nullptr});
     }
-    add_addresses(addresses.rows);
-    versions_ = versions;
+    std::sort(lists_.begin(), lists_.end(), by_index);
   }
 
-  [[nodiscard]] DWORD give(IP_ADAPTER_INFO* list, PULONG size) {
-    if (entries_.empty()) return ERROR_NO_DATA;
-    const std::size_t needed =
-        entries_.size() * sizeof(IP_ADAPTER_INFO) + nodes_.size() * sizeof(IP_ADDR_STRING);
-    if (!protocol.has_room(list, size, static_cast<ULONG>(needed))) return ERROR_BUFFER_OVERFLOW;
-    copy_to(list);
-    return NO_ERROR;
+  /// The list of an interface; null when it is not listed.
+  [[nodiscard]] List* find(DWORD interface_index) {
+    // In the order of addresses, runs of one interface are long.
+    if (last_found_ == nullptr || last_found_->interface_index != interface_index) {
+      const auto found = std::lower_bound(lists_.begin(), lists_.end(),
+                                          List{interface_index, nullptr, 0, nullptr}, by_index);
+      const bool is_there = found != lists_.end() && found->interface_index == interface_index;
+      if (!is_there) return nullptr;
+      last_found_ = &*found;
+    }
+    return last_found_;
   }
 
  private:
-  void add_entry(const HostAdapter& adapter) {
-    IP_ADAPTER_INFO& entry = entries_.emplace_back();
-    copy_text(entry.AdapterName, adapter.name);
-    copy_text(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
-                                                  adapter.row.dwDescrLen));
+  static bool by_index(const List& a, const List& b) {
+    return a.interface_index < b.interface_index;
+  }
+
+  std::vector<List> lists_;
+  List* last_found_ = nullptr;
+};
+
+/// In bytes: the entries, and a node for each address and gateway but the first of its list.
+std::size_t size_of_information(const InformationTables& tables) {
+  std::size_t entries = 0;
+  std::size_t nodes = 0;
+  for (const HostAdapter& adapter : *tables.adapters.rows) {
+    if (!is_listed(adapter)) continue;
+    ++entries;
+    nodes += std::max<std::size_t>(adapter.gateways.size(), 1) - 1;
+  }
+  AddressLists lists(*tables.adapters.rows);
+  for (const HostAddress& address : *tables.addresses.rows) {
+    AddressLists::List* const list = lists.find(address.interface_index);
+    if (list != nullptr && list->count++ != 0) ++nodes;
+  }
+  return entries * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
+}
+
+/// Lays the adapter-information list out in the caller's buffer: the entries, then the further nodes
+/// of their gateway and address lists.
+class InformationWriter {
+ public:
+  InformationWriter(IP_ADAPTER_INFO* list, const InformationTables& tables)
+      : lists_(*tables.adapters.rows), entry_(list) {
+    const auto& adapters = *tables.adapters.rows;
+    const auto count = std::count_if(adapters.begin(), adapters.end(), is_listed);
+    node_ = reinterpret_cast<IP_ADDR_STRING*>(list + count);
+    for (const HostAdapter& adapter : adapters) {
+      if (is_listed(adapter)) write_entry(adapter);
+    }
+    if (entry_ != list) std::prev(entry_)->Next = nullptr;
+    for (const HostAddress& address : *tables.addresses.rows) write_address(address);
+  }
+
+ private:
+  void write_entry(const HostAdapter& adapter) {
+    IP_ADAPTER_INFO& entry = *entry_++;
+    entry = {};
+    entry.Next = entry_;
+    copy_cut(entry.AdapterName, adapter.name);
+    copy_cut(entry.Description, std::string_view(reinterpret_cast<const char*>(adapter.row.bDescr),
+                                                 adapter.row.dwDescrLen));
     entry.AddressLength = adapter.row.dwPhysAddrLen;
     std::copy(std::begin(adapter.row.bPhysAddr), std::end(adapter.row.bPhysAddr), entry.Address);
     entry.Index = adapter.row.dwIndex;
     entry.ComboIndex = adapter.row.dwIndex;
     entry.Type = adapter.row.dwType;
     for (IP_ADDR_STRING* list : {&entry.IpAddressList, &entry.GatewayList, &entry.DhcpServer}) {
-      copy_text(list->IpAddress.String, NO_ADDRESS);
+      copy_cut(list->IpAddress.String, NO_ADDRESS);
     }
-    copy_text(entry.IpAddressList.IpMask.String, NO_ADDRESS);
+    copy_cut(entry.IpAddressList.IpMask.String, NO_ADDRESS);
     IP_ADDR_STRING* gateway = nullptr;
     for (const std::string& text : adapter.gateways) {
       gateway = gateway != nullptr ? append(*gateway) : &entry.GatewayList;
-      copy_text(gateway->IpAddress.String, text);
+      copy_cut(gateway->IpAddress.String, text);
     }
+    lists_.find(entry.Index)->entry = &entry;
   }
 
-  void add_addresses(std::span<const HostAddress> addresses) {
-    struct List {
-      DWORD index;
-      IP_ADDR_STRING* first;
-      IP_ADDR_STRING* last;
-    };
-    std::vector<List> lists;
-    lists.reserve(entries_.size());
-    for (auto& entry : entries_) lists.push_back({entry.Index, &entry.IpAddressList, nullptr});
-    const auto by_index = [](const List& a, const List& b) { return a.index < b.index; };
-    std::sort(lists.begin(), lists.end(), by_index);
-    for (const HostAddress& address : addresses) {
-      const auto list = std::lower_bound(lists.begin(), lists.end(),
-                                         List{address.interface_index, nullptr, nullptr}, by_index);
-      if (list == lists.end() || list->index != address.interface_index) continue;
-      IP_ADDR_STRING*& tail = list->last;
-      tail = tail != nullptr ? append(*tail) : list->first;
-      write_dotted(tail->IpAddress.String, address.address);
-      write_dotted(tail->IpMask.String, address.mask);
-      tail->Context = address.context;
-    }
+  void write_address(const HostAddress& address) {
+    AddressLists::List* const list = lists_.find(address.interface_index);
+    if (list == nullptr) return;
+    list->last = list->last != nullptr ? append(*list->last) : &list->entry->IpAddressList;
+    addresses_.write(list->last->IpAddress.String, address.address);
+    masks_.write(list->last->IpMask.String, address.mask);
+    list->last->Context = address.context;
   }
 
   IP_ADDR_STRING* append(IP_ADDR_STRING& last) {
-    last.Next = &nodes_.emplace_back();
+    last.Next = node_++;
+    *last.Next = {};
     return last.Next;
   }
 
-  /// Copies the list, its links pointing into the copy.
-  void copy_to(IP_ADAPTER_INFO* list) const {
-    auto* const nodes = reinterpret_cast<IP_ADDR_STRING*>(list + entries_.size());
-    const std::ptrdiff_t way =
-        reinterpret_cast<char*>(nodes) - reinterpret_cast<const char*>(nodes_.data());
-    const auto lead_into_copy = [way](IP_ADDR_STRING& node) {
-      if (node.Next == nullptr) return;
-      node.Next = reinterpret_cast<IP_ADDR_STRING*>(reinterpret_cast<char*>(node.Next) + way);
-    };
-    for (std::size_t i = 0; i < entries_.size(); ++i) {
-      list[i] = entries_[i];
-      if (i + 1 < entries_.size()) list[i].Next = &list[i + 1];
-      lead_into_copy(list[i].IpAddressList);
-      lead_into_copy(list[i].GatewayList);
+  AddressLists lists_;
+  IP_ADAPTER_INFO* entry_;
+  IP_ADDR_STRING* node_;
+  DottedWriter addresses_;
+  DottedWriter masks_;
+};
+
+/// The adapter information of the host, and its size while nothing changes.
+class AdapterInformation {
+ public:
+  [[nodiscard]] DWORD give(IP_ADAPTER_INFO* list, PULONG size) {
+    std::optional<InformationTables> tables = protocol_.kept_for(list);
+    if (!tables) {
+      tables.emplace();
+      DWORD code = current_host().read_adapters(tables->adapters);
+      if (code == NO_ERROR) code = current_host().read_addresses(tables->addresses);
+      if (code != NO_ERROR) return code;
     }
-    for (std::size_t i = 0; i < nodes_.size(); ++i) {
-      nodes[i] = nodes_[i];
-      lead_into_copy(nodes[i]);
-    }
+    const std::size_t needed = size_of(*tables);
+    if (needed == 0) return ERROR_NO_DATA;
+    if (!protocol_.has_room(list, size, needed, *tables)) return ERROR_BUFFER_OVERFLOW;
+    InformationWriter(list, *tables);
+    return NO_ERROR;
   }
 
-  std::optional<std::pair<std::uint64_t, std::uint64_t>> versions_;
-  std::vector<IP_ADAPTER_INFO> entries_;
-  std::vector<IP_ADDR_STRING> nodes_;
+ private:
+  [[nodiscard]] std::size_t size_of(const InformationTables& tables) {
+    const std::pair from{tables.adapters.generation, tables.addresses.generation};
+    if (size_from_ != from) {
+      size_ = size_of_information(tables);
+      size_from_ = from;
+    }
+    return size_;
+  }
+
+  SizeProtocol<InformationTables> protocol_;
+  std::size_t size_ = 0;
+  std::pair<Generation, Generation> size_from_;
 };
 
-/// What the functions remember of the host.
-struct Memory final : LibraryMemory {
-  RecordTable<MIB_IFTABLE, MIB_IFROW> interfaces;
-  RecordTable<MIB_IPADDRTABLE, MIB_IPADDRROW> addresses;
-  InformationList information;
+/// What the functions keep between two calls, of the host that is behind the layer.
+struct Kept {
+  Generation host;
+  RowProtocol<HostAdapter> interfaces;
+  RowProtocol<HostAddress> addresses;
+  AdapterInformation information;
 };
 
-Memory& memory() {
-  std::unique_ptr<LibraryMemory>& kept = current_host().ip_helper_memory();
-  if (kept == nullptr) kept = std::make_unique<Memory>();
-  return static_cast<Memory&>(*kept);
-}
-
-DWORD renew_information(InformationList& list) {
-  HostTable<HostAdapter> adapters;
-  HostTable<HostAddress> addresses;
-  DWORD code = current_host().read_adapters(adapters);
-  if (code == NO_ERROR) code = current_host().read_addresses(addresses);
-  if (code == NO_ERROR) list.renew(adapters, addresses);
-  return code;
+Kept& kept() {
+  static Kept kept;
+  static_cast<void>(current_host());
+  if (kept.host != host_generation()) {
+    kept = {};
+    kept.host = host_generation();
+  }
+  return kept;
 }
 
 }  // namespace
 
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
-  return answering_code("GetIfTable", [=]() -> DWORD {
-    const DWORD code = memory().interfaces.give(table, size, &Host::read_adapters,
-                                                [](const HostAdapter& it) { return it.row; });
+  return run_returning_code("GetIfTable", [=]() -> DWORD {
+    const DWORD code = give_rows(kept().interfaces, table, size, &Host::read_adapters,
+                                 [](const HostAdapter& it) { return it.row; });
     if (code == NO_ERROR && order != FALSE) {
       std::sort(table->table, table->table + table->dwNumEntries,
                 [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
@@ -241,24 +273,18 @@ DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
 
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
   // The host's order is the sorted one, and as good as any when no order is asked for.
-  return answering_code("GetIpAddrTable", [=] {
-    return memory().addresses.give(table, size, &Host::read_addresses, address_row);
+  return run_returning_code("GetIpAddrTable", [=] {
+    return give_rows(kept().addresses, table, size, &Host::read_addresses, address_row);
   });
 }
 
 DWORD WINAPI GetAdaptersInfo(PIP_ADAPTER_INFO list, PULONG size) {
-  return answering_code("GetAdaptersInfo", [=]() -> DWORD {
-    InformationList& information = memory().information;
-    if (!information.protocol.keeps_table(list)) {
-      if (const DWORD code = renew_information(information); code != NO_ERROR) return code;
-    }
-    return information.give(list, size);
-  });
+  return run_returning_code("GetAdaptersInfo", [=] { return kept().information.give(list, size); });
 }
 
 DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULONG context,
                           PULONG instance) {
-  return answering_code("AddIPAddress", [=]() -> DWORD {
+  return run_returning_code("AddIPAddress", [=]() -> DWORD {
     DWORD given = 0;
     const DWORD code = current_host().add_address(address, mask, interface_index, given);
     if (code != NO_ERROR) return code;
@@ -269,24 +295,24 @@ DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULO
 }
 
 DWORD WINAPI DeleteIPAddress(ULONG context) {
-  return answering_code("DeleteIPAddress",
+  return run_returning_code("DeleteIPAddress",
                         [=]() -> DWORD { return current_host().delete_address(context); });
 }
 
 DWORD WINAPI SetIfEntry(PMIB_IFROW row) {
-  return answering_code("SetIfEntry", [=]() -> DWORD {
+  return run_returning_code("SetIfEntry", [=]() -> DWORD {
     return current_host().set_admin_status(row->dwIndex, row->dwAdminStatus);
   });
 }
 
 DWORD WINAPI GetIfEntry(PMIB_IFROW row) {
-  return answering_code("GetIfEntry", [=]() -> DWORD {
+  return run_returning_code("GetIfEntry", [=]() -> DWORD {
     HostTable<HostAdapter> adapters;
     if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
     const auto found =
-        std::find_if(adapters.rows.begin(), adapters.rows.end(),
+        std::find_if(adapters.rows->begin(), adapters.rows->end(),
                      [=](const HostAdapter& it) { return it.row.dwIndex == row->dwIndex; });
-    if (found == adapters.rows.end()) return ERROR_INVALID_DATA;
+    if (found == adapters.rows->end()) return ERROR_INVALID_DATA;
     *row = found->row;
     return NO_ERROR;
   });

@@ -1,18 +1,15 @@
-// Stands in for kernel32: errors, libraries, version, memory, time, texts.
+// Stands in for kernel32: errors, libraries, version, time, texts.
 
 #include <windows.h>
 
 #include <algorithm>
-#include <cstdio>
 #include <cstring>
 #include <string>
-#include <utility>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/errno_keeper.h"
-#include "platform/hosts/host.h"
+#include "base/text.h"
+#include "platform/host/calls.h"
+#include "platform/host/host.h"
 #include "platform/libraries/error_texts.h"
-#include "platform/libraries/library_functions.h"
 
 namespace {
 
@@ -28,9 +25,7 @@ Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}, {"w
 /// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {
   std::string plain(name.substr(name.find_last_of('\\') + 1));
-  std::transform(plain.begin(), plain.end(), plain.begin(), [](char c) {
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-  });
+  std::transform(plain.begin(), plain.end(), plain.begin(), lower_case);
   if (plain.ends_with(".dll")) plain.resize(plain.size() - 4);
   return plain;
 }
@@ -46,12 +41,12 @@ void WINAPI SetLastError(DWORD code) { last_error = code; }
 
 DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
                             DWORD /*language_id*/, LPSTR buffer, DWORD size, void* /*arguments*/) {
-  return leaving_code<DWORD>("FormatMessageA", [=]() -> DWORD {
+  return run_setting_last_error<DWORD>("FormatMessageA", [=]() -> DWORD {
     const char* text = (flags & FORMAT_MESSAGE_FROM_SYSTEM) != 0 ? error_text(message_id) : nullptr;
-    if (text == nullptr) return refuse<DWORD>(ERROR_MR_MID_NOT_FOUND);
+    if (text == nullptr) return set_last_error<DWORD>(ERROR_MR_MID_NOT_FOUND);
     constexpr char LINE_END[] = "\r\n";
     const std::string_view words = text;
-    if (words.size() + sizeof LINE_END > size) return refuse<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    if (words.size() + sizeof LINE_END > size) return set_last_error<DWORD>(ERROR_INSUFFICIENT_BUFFER);
     words.copy(buffer, words.size());
     std::memcpy(buffer + words.size(), LINE_END, sizeof LINE_END);
     return static_cast<DWORD>(words.size() + std::strlen(LINE_END));
@@ -59,37 +54,38 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
 }
 
 HMODULE WINAPI LoadLibraryA(LPCSTR name) {
-  return leaving_code<HMODULE>("LoadLibraryA", [=]() -> HMODULE {
+  return run_setting_last_error<HMODULE>("LoadLibraryA", [=]() -> HMODULE {
     const std::string plain = plain_library_name(name);
     auto* const found = std::find_if(std::begin(libraries), std::end(libraries),
                                      [&](const Library& it) { return it.name == plain; });
     if (found == std::end(libraries) || !current_host().has_library(plain)) {
-      return refuse<HMODULE>(ERROR_MOD_NOT_FOUND);
+      return set_last_error<HMODULE>(ERROR_MOD_NOT_FOUND);
     }
     return reinterpret_cast<HMODULE>(found);
   });
 }
 
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {
-  return leaving_code<FARPROC>("GetProcAddress", [=]() -> FARPROC {
-    if (library == nullptr) return refuse<FARPROC>(ERROR_INVALID_HANDLE);
+  return run_setting_last_error<FARPROC>("GetProcAddress", [=]() -> FARPROC {
+    if (library == nullptr) return set_last_error<FARPROC>(ERROR_INVALID_HANDLE);
     const char* library_name = reinterpret_cast<const Library*>(library)->name;
-    const FARPROC function = library_function(library_name, name);
-    if (function == nullptr || !current_host().has_function(library_name, name)) {
-      return refuse<FARPROC>(ERROR_PROC_NOT_FOUND);
+    const Function* const function = find_function(name);
+    if (function == nullptr || !function->is_in(library_name) ||
+        !current_host().has_function(library_name, name)) {
+      return set_last_error<FARPROC>(ERROR_PROC_NOT_FOUND);
     }
-    return function;
+    return function->address();
   });
 }
 
 BOOL WINAPI FreeLibrary(HMODULE /*library*/) {
-  return leaving_code<BOOL>("FreeLibrary", [] { return TRUE; });
+  return run_setting_last_error<BOOL>("FreeLibrary", [] { return TRUE; });
 }
 
 BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
-  return leaving_code<BOOL>("GetVersionExA", [=]() -> BOOL {
+  return run_setting_last_error<BOOL>("GetVersionExA", [=]() -> BOOL {
     if (information->dwOSVersionInfoSize != sizeof *information) {
-      return refuse<BOOL>(ERROR_INSUFFICIENT_BUFFER);
+      return set_last_error<BOOL>(ERROR_INSUFFICIENT_BUFFER);
     }
     const HostVersion& version = current_host().version();
     information->dwMajorVersion = version.major;
@@ -101,27 +97,6 @@ BOOL WINAPI GetVersionExA(LPOSVERSIONINFOA information) {
   });
 }
 
-void WINAPI GlobalMemoryStatus(LPMEMORYSTATUS status) {
-  *status = {};
-  status->dwLength = sizeof *status;
-  if (scripted_failure("GlobalMemoryStatus")) return;
-  const ErrnoKeeper keeper;
-  std::FILE* file = std::fopen("/proc/meminfo", "r");
-  if (file == nullptr) return;
-  const std::pair<const char*, SIZE_T*> wanted[] = {{"MemTotal: %zu", &status->dwTotalPhys},
-                                                    {"MemAvailable: %zu", &status->dwAvailPhys},
-                                                    {"SwapTotal: %zu", &status->dwTotalPageFile},
-                                                    {"SwapFree: %zu", &status->dwAvailPageFile}};
-  char line[128];
-  while (std::fgets(line, sizeof line, file) != nullptr) {
-    for (const auto& [format, bytes] : wanted) {
-      std::size_t kilobytes = 0;
-      if (std::sscanf(line, format, &kilobytes) == 1) *bytes = kilobytes * 1024;
-    }
-  }
-  std::fclose(file);
-}
-
 void WINAPI Sleep(DWORD milliseconds) {
   const ErrnoKeeper keeper;
   if (!scripted_failure("Sleep")) current_host().sleep(milliseconds);
@@ -130,10 +105,10 @@ void WINAPI Sleep(DWORD milliseconds) {
 /// The hosts' code page is Latin-1: each byte is the character of its own number.
 int WINAPI MultiByteToWideChar(UINT /*code_page*/, DWORD /*flags*/, LPCSTR text, int length,
                                LPWSTR wide, int wide_size) {
-  return leaving_code<int>("MultiByteToWideChar", [=] {
+  return run_setting_last_error<int>("MultiByteToWideChar", [=] {
     const int count = length < 0 ? static_cast<int>(std::strlen(text)) + 1 : length;
     if (wide_size == 0) return count;
-    if (count > wide_size) return refuse<int>(ERROR_INSUFFICIENT_BUFFER);
+    if (count > wide_size) return set_last_error<int>(ERROR_INSUFFICIENT_BUFFER);
     std::transform(text, text + count, wide,
                    [](char c) { return static_cast<WCHAR>(static_cast<unsigned char>(c)); });
     return count;

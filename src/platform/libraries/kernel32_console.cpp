@@ -2,13 +2,13 @@
 
 #include <windows.h>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/console.h"
+#include "platform/host/calls.h"
+#include "platform/terminal/terminal.h"
 
 DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size) {
-  return leaving_code<DWORD>("GetConsoleTitleA", [=]() -> DWORD {
+  return run_setting_last_error<DWORD>("GetConsoleTitleA", [=]() -> DWORD {
     if (size != 0) title[0] = '\0';
-    const std::string& text = console_title();
+    const std::string& text = terminal_title();
     if (text.size() >= size) return 0;
     title[text.copy(title, size - 1)] = '\0';
     return static_cast<DWORD>(text.size());
@@ -16,7 +16,7 @@ DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size) {
 }
 
 BOOL WINAPI SetConsoleTitleA(LPCSTR title) {
-  return leaving_code<BOOL>("SetConsoleTitleA", [=]() -> BOOL {
-    return set_console_title(title) ? TRUE : refuse<BOOL>(ERROR_INVALID_HANDLE);
+  return run_setting_last_error<BOOL>("SetConsoleTitleA", [=]() -> BOOL {
+    return set_terminal_title(title) ? TRUE : set_last_error<BOOL>(ERROR_INVALID_HANDLE);
   });
 }

@@ -13,7 +13,7 @@
 
 #include <windows.h>
 
-#include "platform/hosts/calls.h"
+#include "platform/host/calls.h"
 
 namespace {
 
@@ -53,35 +53,35 @@ bool read_entry(DIR* directory, LPWIN32_FIND_DATAA data) {
 }  // namespace
 
 UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size) {
-  return leaving_code<UINT>("GetSystemDirectoryA",
+  return run_setting_last_error<UINT>("GetSystemDirectoryA",
                             [=] { return give_text("C:\\WINDOWS\\system32", buffer, size); });
 }
 
 DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
-  return leaving_code<DWORD>("GetCurrentDirectoryA", [=] {
+  return run_setting_last_error<DWORD>("GetCurrentDirectoryA", [=] {
     const std::unique_ptr<char, void (*)(void*)> path(getcwd(nullptr, 0), std::free);
     return path != nullptr ? give_text(path.get(), buffer, size)
-                           : refuse<DWORD>(ERROR_PATH_NOT_FOUND);
+                           : set_last_error<DWORD>(ERROR_PATH_NOT_FOUND);
   });
 }
 
 /// For functions that know no drives: a path that is not full stands for itself.
 DWORD WINAPI GetFullPathNameA(LPCSTR path, DWORD size, LPSTR full_path, LPSTR* /*file_part*/) {
-  return leaving_code<DWORD>("GetFullPathNameA",
+  return run_setting_last_error<DWORD>("GetFullPathNameA",
                              [=] { return give_text(machine_path(path), full_path, size); });
 }
 
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
-  return leaving_code<DWORD>("GetLongPathNameA", [=] {
+  return run_setting_last_error<DWORD>("GetLongPathNameA", [=] {
     const std::string text = machine_path(path);
     const bool exists = access(text.c_str(), F_OK) == 0;
-    return exists ? give_text(text, long_path, size) : refuse<DWORD>(ERROR_FILE_NOT_FOUND);
+    return exists ? give_text(text, long_path, size) : set_last_error<DWORD>(ERROR_FILE_NOT_FOUND);
   });
 }
 
 HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
   const auto search = [=]() -> HANDLE {
-    const auto fail = [](DWORD code) { return refuse<HANDLE>(code, INVALID_HANDLE_VALUE); };
+    const auto fail = [](DWORD code) { return set_last_error<HANDLE>(code, INVALID_HANDLE_VALUE); };
     constexpr std::string_view EVERYTHING = "/*.*";
     std::string path = machine_path(pattern);
     if (!path.ends_with(EVERYTHING)) return fail(ERROR_NOT_SUPPORTED);
@@ -92,17 +92,17 @@ HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
     if (!read_entry(directory.get(), data)) return fail(ERROR_FILE_NOT_FOUND);
     return directory.release();
   };
-  return leaving_code<HANDLE>("FindFirstFileA", search, INVALID_HANDLE_VALUE);
+  return run_setting_last_error<HANDLE>("FindFirstFileA", search, INVALID_HANDLE_VALUE);
 }
 
 BOOL WINAPI FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
-  return leaving_code<BOOL>("FindNextFileA", [=] {
-    return read_entry(static_cast<DIR*>(find), data) ? TRUE : refuse<BOOL>(ERROR_NO_MORE_FILES);
+  return run_setting_last_error<BOOL>("FindNextFileA", [=] {
+    return read_entry(static_cast<DIR*>(find), data) ? TRUE : set_last_error<BOOL>(ERROR_NO_MORE_FILES);
   });
 }
 
 BOOL WINAPI FindClose(HANDLE find) {
-  return leaving_code<BOOL>("FindClose", [=] {
+  return run_setting_last_error<BOOL>("FindClose", [=] {
     closedir(static_cast<DIR*>(find));
     return TRUE;
   });

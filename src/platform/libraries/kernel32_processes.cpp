@@ -3,12 +3,12 @@
 
 #include <fcntl.h>
 #include <spawn.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <new>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,8 +16,8 @@
 
 #include <windows.h>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/errno_keeper.h"
+#include "base/text.h"
+#include "platform/host/calls.h"
 
 namespace {
 
@@ -33,31 +33,23 @@ HANDLE new_handle(int descriptor, bool inheritable) {
   return new (std::nothrow) OpenHandle{descriptor, inheritable};
 }
 
-/// Splits a command line by the platform's rules: backslashes count only before a double quote.
+/// Splits a command line at blanks outside double quotes, which are dropped.
 std::vector<std::string> split_arguments(std::string_view line) {
   std::vector<std::string> arguments;
-  std::optional<std::string> argument;
-  std::size_t backslashes = 0;
+  bool in_argument = false;
   bool quoted = false;
   for (const char c : line) {
-    const bool is_blank = !quoted && (c == ' ' || c == '\t');
-    if (!is_blank && !argument) argument.emplace();
-    if (c == '\\') {
-      ++backslashes;
+    if (is_blank(c) && !quoted) {
+      in_argument = false;
       continue;
     }
-    const bool is_literal = c != '"' || backslashes % 2 != 0;
-    if (argument) argument->append(c == '"' ? backslashes / 2 : backslashes, '\\');
-    backslashes = 0;
-    if (is_blank) {
-      if (argument) arguments.push_back(*std::exchange(argument, std::nullopt));
-    } else if (is_literal) {
-      *argument += c;
-    } else {
+    if (!std::exchange(in_argument, true)) arguments.emplace_back();
+    if (c == '"') {
       quoted = !quoted;
+    } else {
+      arguments.back() += c;
     }
   }
-  if (argument) arguments.push_back(argument->append(backslashes, '\\'));
   return arguments;
 }
 
@@ -77,7 +69,9 @@ std::vector<std::string> find_program(const std::string& line) {
   for (std::size_t end = 0; end < line.size(); ++end) {
     end = std::min(line.find(' ', end), line.size());
     const std::string path = with_slashes(line.substr(0, end));
-    if (access(path.c_str(), X_OK) != 0) continue;
+    struct stat status = {};
+    const bool is_file = stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+    if (!is_file || access(path.c_str(), X_OK) != 0) continue;
     std::vector<std::string> arguments = split_arguments(line.substr(end));
     arguments.insert(arguments.begin(), path);
     return arguments;
@@ -85,22 +79,25 @@ std::vector<std::string> find_program(const std::string& line) {
   return {};
 }
 
-/// Starts a process as this one's child; an error number of the system, 0 for success.
+/// Starts a process as this one's child; an error number of the system, 0 for success. Without its
+/// actions it would keep what is not for it.
 int spawn(char* const* arguments, const STARTUPINFOA& startup) {
   posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
+  int error = posix_spawn_file_actions_init(&actions);
+  if (error != 0) return error;
   int standard = STDIN_FILENO;
   for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
-    if (handle != nullptr) {
-      posix_spawn_file_actions_adddup2(&actions, opened(handle)->descriptor, standard);
-    } else {
-      posix_spawn_file_actions_addopen(&actions, standard, "/dev/null", O_RDWR, 0);
-    }
+    if (error != 0) break;
+    error = handle != nullptr
+                ? posix_spawn_file_actions_adddup2(&actions, opened(handle)->descriptor, standard)
+                : posix_spawn_file_actions_addopen(&actions, standard, "/dev/null", O_RDWR, 0);
     ++standard;
   }
   // Whatever else this process has open, its own parent's gifts too, is not for the child.
-  posix_spawn_file_actions_addclosefrom_np(&actions, standard);
-  const int error = posix_spawn(nullptr, arguments[0], &actions, nullptr, arguments, environ);
+  if (error == 0) error = posix_spawn_file_actions_addclosefrom_np(&actions, standard);
+  if (error == 0) {
+    error = posix_spawn(nullptr, arguments[0], &actions, nullptr, arguments, environ);
+  }
   posix_spawn_file_actions_destroy(&actions);
   return error;
 }
@@ -117,9 +114,9 @@ bool start(char* const* arguments, const STARTUPINFOA& startup) {
 
 BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
                        DWORD /*size*/) {
-  return leaving_code<BOOL>("CreatePipe", [=]() -> BOOL {
+  return run_setting_last_error<BOOL>("CreatePipe", [=]() -> BOOL {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return refuse<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+    if (pipe2(ends, O_CLOEXEC) != 0) return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
     const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
     *read_end = new_handle(ends[0], inheritable);
     *write_end = new_handle(ends[1], inheritable);
@@ -128,12 +125,12 @@ BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTE
     close(ends[1]);
     delete opened(*read_end);
     delete opened(*write_end);
-    return refuse<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+    return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
   });
 }
 
 BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
-  return leaving_code<BOOL>("SetHandleInformation", [=] {
+  return run_setting_last_error<BOOL>("SetHandleInformation", [=] {
     if ((mask & HANDLE_FLAG_INHERIT) != 0) {
       opened(handle)->inheritable = (flags & HANDLE_FLAG_INHERIT) != 0;
     }
@@ -146,10 +143,10 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
                            BOOL /*inherit*/, DWORD /*flags*/, LPVOID /*environment*/,
                            LPCSTR /*directory*/, LPSTARTUPINFOA startup,
                            LPPROCESS_INFORMATION information) {
-  return leaving_code<BOOL>("CreateProcessA", [=]() -> BOOL {
+  return run_setting_last_error<BOOL>("CreateProcessA", [=]() -> BOOL {
     for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
       if (handle != nullptr && !opened(handle)->inheritable) {
-        return refuse<BOOL>(ERROR_INVALID_HANDLE);
+        return set_last_error<BOOL>(ERROR_INVALID_HANDLE);
       }
     }
     std::vector<std::string> arguments = find_program(command_line);
@@ -157,7 +154,7 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
     std::transform(arguments.begin(), arguments.end(), pointers.begin(),
                    [](std::string& argument) { return argument.data(); });
     if (arguments.empty() || !start(pointers.data(), *startup)) {
-      return refuse<BOOL>(ERROR_FILE_NOT_FOUND);
+      return set_last_error<BOOL>(ERROR_FILE_NOT_FOUND);
     }
     *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
     return TRUE;
@@ -166,11 +163,11 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
 
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,
                      LPVOID /*overlapped*/) {
-  return leaving_code<BOOL>("ReadFile", [=]() -> BOOL {
+  return run_setting_last_error<BOOL>("ReadFile", [=]() -> BOOL {
     const ssize_t length = TEMP_FAILURE_RETRY(read(opened(file)->descriptor, buffer, size));
     *read_size = length > 0 ? static_cast<DWORD>(length) : 0;
-    if (length < 0) return refuse<BOOL>(ERROR_INVALID_HANDLE);
-    return length > 0 ? TRUE : refuse<BOOL>(ERROR_BROKEN_PIPE);
+    if (length < 0) return set_last_error<BOOL>(ERROR_INVALID_HANDLE);
+    return length > 0 ? TRUE : set_last_error<BOOL>(ERROR_BROKEN_PIPE);
   });
 }
 
@@ -181,5 +178,5 @@ BOOL WINAPI CloseHandle(HANDLE handle) {
     if (opened(handle)->descriptor >= 0) close(opened(handle)->descriptor);
     delete opened(handle);
   }
-  return code ? refuse<BOOL>(*code) : TRUE;
+  return code ? set_last_error<BOOL>(*code) : TRUE;
 }

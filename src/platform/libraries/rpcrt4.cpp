@@ -6,7 +6,7 @@
 #include <cstdlib>
 #include <random>
 
-#include "platform/hosts/calls.h"
+#include "platform/host/calls.h"
 
 RPC_STATUS WINAPI UuidCreate(UUID* uuid) {
   if (const auto code = scripted_failure("UuidCreate")) return static_cast<RPC_STATUS>(*code);

@@ -4,9 +4,7 @@
 
 #include <ws2tcpip.h>
 
-#include "platform/hosts/calls.h"
-#include "platform/hosts/errno_keeper.h"
-#include "platform/libraries/library_functions.h"
+#include "platform/host/calls.h"
 
 int WINAPI WSAStartup(WORD version, LPWSADATA data) {
   if (const auto code = scripted_failure("WSAStartup")) return static_cast<int>(*code);

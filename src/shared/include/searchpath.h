@@ -75,5 +75,5 @@ int close_listing(std::unique_ptr<DirectoryListing>& listing);
 /// Always returns 0.
 extern "C" int dll_init_searchpath();
 
-/// The process-wide search path (static_state.cpp).
+/// The process-wide search path (shared_state.h); null until it is made.
 extern SearchPath* search_path;

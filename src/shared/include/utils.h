@@ -12,36 +12,19 @@
 
 #include <ws2tcpip.h>
 
-#include <algorithm>
-#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <string_view>
 
+#include "base/errno_keeper.h"
+#include "base/text.h"
 #include "shared/include/dynstore.h"
 #include "shared/include/oid.h"
 #include "shared/include/text_block.h"
 
 // ---- Texts ------------------------------------------------------------------------------------
-
-/// Copies `text` into a buffer of `size` bytes (at least 1), cut to fit, and terminates it.
-void copy_cut(char* buffer, std::size_t size, std::string_view text);
-
-/// Copies `text` into a fixed field, cut to fit.
-template <std::size_t SIZE>
-void copy_cut(char (&field)[SIZE], std::string_view text) {
-  copy_cut(field, SIZE, text);
-}
-
-/// The text in a fixed field of the platform, which may lack its NUL.
-template <std::size_t SIZE>
-[[nodiscard]] std::string_view field_text(const char (&field)[SIZE]) {
-  return {field, static_cast<std::size_t>(std::find(field, field + SIZE, '\0') - field)};
-}
-
-[[nodiscard]] bool is_white_space(char c);
 
 /// The first character of `text` that is not white space.
 [[nodiscard]] const char* skip_blanks(const char* text);
@@ -104,10 +87,6 @@ int to_slashes(char* text);
 /// Turns backslashes into slashes and capital ASCII letters into small ones. 0, or -1 for no text.
 int normalize_path(char* text);
 
-[[nodiscard]] bool equals_ignoring_case(const char* a, const char* b);
-[[nodiscard]] bool begins_ignoring_case(const char* text, const char* prefix);
-[[nodiscard]] char lower_case(char c);
-
 // ---- Numbers ----------------------------------------------------------------------------------
 
 /// The value of a hexadecimal digit, -1 for any other character.
@@ -152,18 +131,6 @@ class FullPath {
  private:
   const char* text_;
   char full_[MAX_PATH + 1024];
-};
-
-/// Leaves errno as it was, which the log reports.
-class KeptErrno {
- public:
-  KeptErrno() = default;
-  ~KeptErrno() { errno = kept_; }
-  KeptErrno(const KeptErrno&) = delete;
-  KeptErrno& operator=(const KeptErrno&) = delete;
-
- private:
-  int kept_ = errno;
 };
 
 /// Opens a file for reading; null, with errno set, when it cannot be opened or is a directory,

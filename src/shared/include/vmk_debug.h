@@ -29,13 +29,3 @@ class DebugModule {
  private:
   TextBlock name_;
 };
-
-// One record per module that may report at level DEBUG; static_state.cpp constructs them in order.
-extern DebugModule kadrix_debug;
-extern DebugModule searchpath_debug;
-extern DebugModule shared_utils_debug;
-extern DebugModule system_debug;
-extern DebugModule adapter_debug;
-extern DebugModule utils_debug;
-extern DebugModule address_debug;
-extern DebugModule brenlocfg_debug;

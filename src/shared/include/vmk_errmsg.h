@@ -90,8 +90,8 @@ class MessageLog {
   bool owes_notice_ = false;
 };
 
-/// The process-wide log, constructed before the entry runs (static_state.cpp).
-extern MessageLog message_log;
+/// The process-wide log (shared_state.h); null until it is made.
+extern MessageLog* message_log;
 
 // ---- Operations on the process-wide log -------------------------------------------------------
 
@@ -191,6 +191,9 @@ void begin_system_error(ReportSite site, const char* call);
 
 /// Writes "ERROR MODULE:LINE: assertion failed - REASON" to standard output, past the log.
 void write_assertion_text(ReportSite site, const char* reason);
+
+/// Has `action` done before an assertion report ends the process; null for nothing.
+void set_stop_action(void (*action)());
 
 /// Writes the assertion text with a printf-style reason and ends the process with status 3.
 /// For conditions that a module cannot survive; allocates nothing.

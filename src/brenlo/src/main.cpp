@@ -1,3 +1,0 @@
-#include "brenlo/src/kadrix.h"
-
-int main(int argument_count, char** arguments) { return run_kadrix(argument_count, arguments); }
