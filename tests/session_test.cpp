@@ -48,6 +48,9 @@ struct Session {
   bool both = false;
 };
 
+/// What the runner shows of a case.
+void PrintTo(const Session& session, std::ostream* stream) { *stream << session.name; }
+
 bool take_prefix(std::string& line, const std::string& prefix) {
   if (!line.starts_with(prefix)) return false;
   line.erase(0, prefix.size());

@@ -3,28 +3,10 @@
 #include <winsock2.h>
 
 #include <algorithm>
-#include <charconv>
-#include <cstring>
 #include <iterator>
 
+#include "base/dotted.h"
 #include "shared/include/utils.h"
-
-namespace {
-
-/// Writes the dotted text of a value, as inet_ntoa gives it; that one wants sockets started on the
-/// oldest hosts, and half the time of a refresh.
-void write_dotted(char (&text)[SLOT_TEXT_SIZE], std::uint32_t value) {
-  unsigned char bytes[sizeof value];
-  std::memcpy(bytes, &value, sizeof bytes);
-  char* at = text;
-  for (const unsigned char byte : bytes) {
-    if (at != text) *at++ = '.';
-    at = std::to_chars(at, std::end(text), byte).ptr;
-  }
-  *at = '\0';
-}
-
-}  // namespace
 
 AddressSlot::AddressSlot(const char* address_text, const char* mask_text, std::uint32_t added_here)
     : nte_context_(0), added_here_(added_here) {
@@ -50,6 +32,7 @@ void AddressSlot::set_mask(const char* text) {
 
 void AddressSlot::set_address_value(std::uint32_t address) {
   address_ = address;
+  // Not by inet_ntoa, which wants sockets started on the oldest hosts, and half the time of a refresh.
   write_dotted(address_text_, address);
 }
 

@@ -1,6 +1,7 @@
 #include "brenlo/src/ip_tables.h"
 
 #include <algorithm>
+#include <cstring>
 #include <new>
 
 #include "shared/include/vmk_errmsg.h"
@@ -14,10 +15,10 @@ FetchedTable<Table> fetch(Call call, WhenEmpty when_empty) {
   ULONG size = 0;
   static_cast<void>(call(nullptr, &size));
   if (size == 0 && when_empty == WhenEmpty::GIVE_UP) return {};
-  // At least one record, and nothing but zeros, whatever the platform then fills in.
+  // At least one record, and nothing but zeros where the platform does not say that it filled it.
   FetchedTable<Table> fetched;
   const std::size_t records = size / sizeof(Table) + (size % sizeof(Table) != 0 || size == 0);
-  fetched.buffer.reset(new (std::nothrow) Table[records]());
+  fetched.buffer.reset(new (std::nothrow) Table[records]);
   if (fetched.buffer == nullptr) {
     report(BEGIN_ERROR, here(), "out of memory");
     return {};
@@ -26,6 +27,8 @@ FetchedTable<Table> fetch(Call call, WhenEmpty when_empty) {
   if (call(fetched.buffer.get(), &size) != NO_ERROR) return {};
   if (errmsg_enabled()) errmsg_begin();
   fetched.size = std::min(room, size);
+  std::memset(reinterpret_cast<char*>(fetched.buffer.get()) + fetched.size, 0,
+              records * sizeof(Table) - fetched.size);
   return fetched;
 }
 

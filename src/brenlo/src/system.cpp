@@ -198,7 +198,7 @@ int System::discover_bindings() {
 
 int System::discover_interfaces() {
   const bool drop = drops_unaddressed();
-  const auto addresses = fetch_ip_addr_table();
+  auto addresses = fetch_ip_addr_table();
   if (addresses.buffer == nullptr) {
     report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
     return -1;
@@ -208,6 +208,8 @@ int System::discover_interfaces() {
     report(CLOSE_ERROR, here(), "GetIfTable failed.");
     return -1;
   }
+  // Each adapter fetches the table for itself, and there may be hundreds of thousands of rows.
+  if (!drop) addresses = {};
   for (const MIB_IFROW& row : table_rows(interfaces)) {
     if (adapter_count_ >= MAX_ADAPTERS) break;
     if (row.dwType == LOOPBACK_TYPE) continue;

@@ -30,6 +30,11 @@ void set_address_lists(Registry::Key& key, RegistryValue addresses, RegistryValu
   key.set("SubnetMask", std::move(masks));
 }
 
+void clear_address_lists(Registry::Key& key) {
+  key.erase("IPAddress");
+  key.erase("SubnetMask");
+}
+
 void set_gateways(Registry::Key& key, const std::vector<std::string>& gateways) {
   key.set("DefaultGateway", list_value(gateways));
 }

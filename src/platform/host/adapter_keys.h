@@ -13,8 +13,9 @@
 /// The adapter whose key with TCP/IP parameters a path names; empty for other paths.
 [[nodiscard]] std::string_view adapter_of_interface_key(std::string_view path);
 
-/// Set lists in the key of an adapter: its addresses with their masks, and its gateways.
+/// Set and clear lists in the key of an adapter: its addresses with their masks, and its gateways.
 void set_address_lists(Registry::Key& key, RegistryValue addresses, RegistryValue masks);
+void clear_address_lists(Registry::Key& key);
 void set_gateways(Registry::Key& key, const std::vector<std::string>& gateways);
 
 /// Sets the name under which the system shows an adapter.

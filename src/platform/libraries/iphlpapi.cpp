@@ -5,16 +5,17 @@
 
 #include <algorithm>
 #include <cstddef>
+#include <cstring>
 #include <iterator>
 #include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
 
+#include "base/dotted.h"
 #include "base/text.h"
 #include "platform/host/calls.h"
 #include "platform/host/host.h"
-#include "platform/host/ipv4.h"
 
 namespace {
 
@@ -47,10 +48,11 @@ class SizeProtocol {
 template <typename Row>
 using RowProtocol = SizeProtocol<HostTable<Row>>;
 
-/// Gives one of the platform's tables: the rows that `read` asks the host for, each made a record.
-template <typename Row, typename Table, typename Make>
+/// Gives one of the platform's tables: the rows that `read` asks the host for, each written as a
+/// record.
+template <typename Row, typename Table, typename Write>
 DWORD give_rows(RowProtocol<Row>& protocol, Table* table, PULONG size,
-                DWORD (Host::*read)(HostTable<Row>&), Make make) {
+                DWORD (Host::*read)(HostTable<Row>&), Write write) {
   std::optional<HostTable<Row>> source = protocol.kept_for(table);
   if (!source) {
     const DWORD code = (current_host().*read)(source.emplace());
@@ -60,18 +62,20 @@ DWORD give_rows(RowProtocol<Row>& protocol, Table* table, PULONG size,
   const std::size_t needed = offsetof(Table, table) + rows.size() * sizeof table->table[0];
   if (!protocol.has_room(table, size, needed, *source)) return ERROR_INSUFFICIENT_BUFFER;
   table->dwNumEntries = static_cast<DWORD>(rows.size());
-  std::transform(rows.begin(), rows.end(), table->table, make);
+  auto* record = table->table;
+  for (const Row& row : rows) write(row, *record++);
   return NO_ERROR;
 }
 
-MIB_IPADDRROW address_row(const HostAddress& address) {
-  MIB_IPADDRROW row = {};
+/// Field by field, which is several times as fast as a record made and copied.
+void write_address_row(const HostAddress& address, MIB_IPADDRROW& row) {
   row.dwAddr = address.address;
   row.dwIndex = address.interface_index;
   row.dwMask = address.mask;
   row.dwBCastAddr = 1;
   row.dwReasmSize = 65535;
-  return row;
+  row.unused1 = 0;
+  row.wType = 0;
 }
 
 // ---- The adapter information --------------------------------------------------------------------
@@ -188,8 +192,9 @@ class InformationWriter {
     AddressLists::List* const list = lists_.find(address.interface_index);
     if (list == nullptr) return;
     list->last = list->last != nullptr ? append(*list->last) : &list->entry->IpAddressList;
-    addresses_.write(list->last->IpAddress.String, address.address);
-    masks_.write(list->last->IpMask.String, address.mask);
+    write_dotted(list->last->IpAddress.String, address.address);
+    if (address.mask != mask_) write_dotted(mask_text_, mask_ = address.mask);
+    std::memcpy(list->last->IpMask.String, mask_text_, sizeof mask_text_);
     list->last->Context = address.context;
   }
 
@@ -202,8 +207,9 @@ class InformationWriter {
   AddressLists lists_;
   IP_ADAPTER_INFO* entry_;
   IP_ADDR_STRING* node_;
-  DottedWriter addresses_;
-  DottedWriter masks_;
+  // Those of the last address, as most have the same.
+  DWORD mask_ = 0;
+  char mask_text_[DOTTED_SIZE] = "0.0.0.0";
 };
 
 /// The adapter information of the host, and its size while nothing changes.
@@ -262,7 +268,7 @@ Kept& kept() {
 DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
   return run_returning_code("GetIfTable", [=]() -> DWORD {
     const DWORD code = give_rows(kept().interfaces, table, size, &Host::read_adapters,
-                                 [](const HostAdapter& it) { return it.row; });
+                                 [](const HostAdapter& it, MIB_IFROW& row) { row = it.row; });
     if (code == NO_ERROR && order != FALSE) {
       std::sort(table->table, table->table + table->dwNumEntries,
                 [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
@@ -274,7 +280,7 @@ DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
 DWORD WINAPI GetIpAddrTable(PMIB_IPADDRTABLE table, PULONG size, BOOL /*order*/) {
   // The host's order is the sorted one, and as good as any when no order is asked for.
   return run_returning_code("GetIpAddrTable", [=] {
-    return give_rows(kept().addresses, table, size, &Host::read_addresses, address_row);
+    return give_rows(kept().addresses, table, size, &Host::read_addresses, write_address_row);
   });
 }
 

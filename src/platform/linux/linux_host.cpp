@@ -14,6 +14,7 @@
 #include <bit>
 #include <cstdio>
 
+#include "base/dotted.h"
 #include "base/text.h"
 #include "platform/host/adapter_keys.h"
 #include "platform/host/exact_wait.h"
@@ -111,10 +112,13 @@ DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
   return NO_ERROR;
 }
 
-/// Reads the gateways again when any route may have changed since. Those that go with an address or
-/// a link go without a notification.
+/// Reads the gateways again when any route may have changed since. Those that go with a link, with
+/// the last address of one, or with the address that they prefer as their source go without a
+/// notification.
 int LinuxHost::follow_gateways(std::vector<DefaultGateway>& gateways) {
-  bool changed = gateways_from_ != network_.generation();
+  bool changed = gateways_depend_on_addresses_
+                     ? gateways_from_ != network_.generation()
+                     : gateways_links_from_ != network_.link_generation();
   int error = ENOBUFS;
   if (route_notifications_.is_open()) {
     error = route_notifications_.receive_all(
@@ -124,10 +128,13 @@ int LinuxHost::follow_gateways(std::vector<DefaultGateway>& gateways) {
     changed = true;
     error = route_notifications_.listen();
   }
-  if (error != 0 || changed) gateways_from_ = {};
+  if (error != 0 || changed) gateways_from_ = gateways_links_from_ = {};
   if (error != 0 || !changed) return error;
-  error = read_default_gateways(requests_, gateways);
-  if (error == 0) gateways_from_ = network_.generation();
+  error = read_default_gateways(requests_, gateways, gateways_depend_on_addresses_);
+  if (error == 0) {
+    gateways_from_ = network_.generation();
+    gateways_links_from_ = network_.link_generation();
+  }
   return error;
 }
 
@@ -280,7 +287,7 @@ DWORD LinuxHost::lay_out_registry() {
   }
   bindings.set_in(registry);
   registry_ = std::move(registry);
-  lists_from_.clear();
+  lists_interface_ = 0;
   registry_from_ = network_.link_generation();
   return NO_ERROR;
 }
@@ -288,27 +295,30 @@ DWORD LinuxHost::lay_out_registry() {
 /// Sets the lists of an interface's addresses in the order in which they came to stand.
 void LinuxHost::set_address_lists(const HostAdapter& adapter) {
   const DWORD index = adapter.row.dwIndex;
-  std::size_t left = network_.address_count(index);
-  std::vector<const LinuxNetwork::Entry*> held;
-  held.reserve(left);
-  for (auto it = network_.addresses().begin(); left != 0; ++it) {
-    if (it->interface_index != index) continue;
-    held.push_back(&*it);
-    --left;
+  const std::size_t count = network_.address_count(index);
+  std::vector<HostAddress> held;
+  held.reserve(std::max<std::size_t>(count, 1));
+  for (auto it = network_.addresses().begin(); held.size() < count; ++it) {
+    if (it->interface_index == index) held.push_back(*it);
   }
-  const auto came_before = [](const auto* a, const auto* b) { return a->context < b->context; };
+  const auto came_before = [](const HostAddress& a, const HostAddress& b) {
+    return a.context < b.context;
+  };
   if (!std::is_sorted(held.begin(), held.end(), came_before)) {
     std::sort(held.begin(), held.end(), came_before);
   }
+  // An interface without an address has one 0.0.0.0.
+  if (held.empty()) held.emplace_back();
   StringListValue addresses;
   StringListValue masks;
-  for (const auto* entry : held) {
-    addresses.add(dotted(entry->address));
-    masks.add(dotted(entry->mask));
-  }
-  if (held.empty()) {
-    addresses.add(dotted(0));
-    masks.add(dotted(0));
+  addresses.reserve(DOTTED_SIZE * held.size());
+  masks.reserve(DOTTED_SIZE * held.size());
+  for (const HostAddress& address : held) {
+    char text[DOTTED_SIZE];
+    write_dotted(text, address.address);
+    addresses.add(text);
+    write_dotted(text, address.mask);
+    masks.add(text);
   }
   ::set_address_lists(registry_.key(interface_key(adapter.name)), addresses.take(), masks.take());
 }
@@ -328,14 +338,20 @@ DWORD LinuxHost::update_lists(std::string_view adapter, std::string_view value) 
     }
     return NO_ERROR;
   }
-  for (const auto& [index, link] : network_.links()) {
-    if (!is_adapter(link.adapter)) continue;
-    const Generation generation = network_.generation_of(index);
-    if (lists_from_[index] == generation) continue;
-    set_address_lists(link.adapter);
-    lists_from_[index] = generation;
-    break;
+  const auto found =
+      std::find_if(network_.links().begin(), network_.links().end(),
+                   [&](const auto& link) { return is_adapter(link.second.adapter); });
+  if (found == network_.links().end()) return NO_ERROR;
+  const auto& [index, link] = *found;
+  const Generation generation = network_.generation_of(index);
+  if (lists_interface_ == index && lists_from_ == generation) return NO_ERROR;
+  if (const auto before = network_.links().find(lists_interface_);
+      before != network_.links().end()) {
+    clear_address_lists(registry_.key(interface_key(before->second.adapter.name)));
   }
+  set_address_lists(link.adapter);
+  lists_interface_ = index;
+  lists_from_ = generation;
   return NO_ERROR;
 }
 

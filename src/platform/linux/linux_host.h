@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstdint>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -61,9 +60,13 @@ class LinuxHost final : public Host {
   HostTable<HostAddress> addresses_;  ///< of the network's own generation
   std::vector<DefaultGateway> gateways_;
   Generation gateways_from_;
+  Generation gateways_links_from_;
+  bool gateways_depend_on_addresses_ = false;
   HostTable<HostAdapter> adapters_;
   Generation adapters_from_;
   Registry registry_;
   Generation registry_from_;
-  std::map<DWORD, Generation> lists_from_;  ///< by interface index
+  // Only the interface asked for last has its lists in the registry.
+  DWORD lists_interface_ = 0;
+  Generation lists_from_;
 };

@@ -313,6 +313,10 @@ void LinuxNetwork::merge(Entries& dumped) {
     entry.dump = dump_;
     note_addition(entry.interface_index);
   }
+  if (addresses_.empty()) {
+    addresses_ = std::move(dumped);
+    return;
+  }
   const auto middle = static_cast<std::ptrdiff_t>(addresses_.size());
   addresses_.insert(addresses_.end(), dumped.begin(), dumped.end());
   std::inplace_merge(addresses_.begin(), addresses_.begin() + middle, addresses_.end(), precedes);

@@ -33,8 +33,14 @@ void add_paths(const nlattr& paths, std::vector<Hop>& hops) {
   }
 }
 
-/// Adds the hops of a default route of the main table; false when no other can follow.
-bool add_hops(const nlmsghdr& message, std::vector<Hop>& hops) {
+/// What the default routes say.
+struct DefaultRoutes {
+  std::vector<Hop> hops;
+  bool prefer_sources = false;
+};
+
+/// Adds a default route of the main table; false when no other can follow.
+bool add_route(const nlmsghdr& message, DefaultRoutes& routes) {
   const auto* const part = part_of<rtmsg>(message);
   if (part == nullptr) return true;
   const rtmsg& route = *part;
@@ -43,6 +49,8 @@ bool add_hops(const nlmsghdr& message, std::vector<Hop>& hops) {
   const auto attributes = attributes_of<RTA_MAX, rtmsg>(message);
   if (number_in(attributes[RTA_DST]) != 0) return false;
   if (route.rtm_dst_len != 0 || !is_usable(route.rtm_flags)) return true;
+  if (attributes[RTA_PREFSRC] != nullptr) routes.prefer_sources = true;
+  std::vector<Hop>& hops = routes.hops;
   if (const nlattr* paths = attributes[RTA_MULTIPATH]) {
     add_paths(*paths, hops);
   } else if (const nlattr* interface = attributes[RTA_OIF]) {
@@ -56,13 +64,13 @@ bool add_hops(const nlmsghdr& message, std::vector<Hop>& hops) {
 
 /// Reads the main table as far as its default routes go: the kernel shows routes in the order of
 /// their destinations, and a hundred thousand may follow.
-int read_default_routes(RtRequests& requests, std::vector<Hop>& hops) {
+int read_default_routes(RtRequests& requests, DefaultRoutes& routes) {
   RtRequest request(RTM_GETROUTE, NLM_F_DUMP);
   auto& part = request.part<rtmsg>();
   part.rtm_family = AF_INET;
   part.rtm_table = RT_TABLE_MAIN;
   const int error = requests.ask(
-      request, [&hops](const nlmsghdr& message) { return add_hops(message, hops); });
+      request, [&routes](const nlmsghdr& message) { return add_route(message, routes); });
   // Where nothing was ever routed there is no table yet.
   return error != ENOENT ? error : 0;
 }
@@ -101,10 +109,13 @@ int add_gateways_of(DWORD object, RtRequests& requests, std::vector<DefaultGatew
 
 }  // namespace
 
-int read_default_gateways(RtRequests& requests, std::vector<DefaultGateway>& gateways) {
-  std::vector<Hop> hops;
-  int error = read_default_routes(requests, hops);
+int read_default_gateways(RtRequests& requests, std::vector<DefaultGateway>& gateways,
+                          bool& depends_on_addresses) {
+  DefaultRoutes routes;
+  int error = read_default_routes(requests, routes);
   gateways.clear();
+  depends_on_addresses = routes.prefer_sources;
+  const std::vector<Hop>& hops = routes.hops;
   for (std::size_t i = 0; i < hops.size() && error == 0; ++i) {
     if (hops[i].object != 0) {
       error = add_gateways_of(hops[i].object, requests, gateways);

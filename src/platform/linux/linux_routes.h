@@ -15,7 +15,8 @@ struct DefaultGateway {
   bool operator==(const DefaultGateway&) const = default;
 };
 
-/// Reads the gateways in use, in the order of their routes, each once for an interface. An error
-/// number of the system, 0 for success.
-[[nodiscard]] int read_default_gateways(RtRequests& requests,
-                                        std::vector<DefaultGateway>& gateways);
+/// Reads the gateways in use, in the order of their routes, each once for an interface, and whether
+/// one of the routes goes with an address, as its source. An error number of the system, 0 for
+/// success.
+[[nodiscard]] int read_default_gateways(RtRequests& requests, std::vector<DefaultGateway>& gateways,
+                                        bool& depends_on_addresses);

@@ -139,6 +139,8 @@ ssize_t write_output(void* /*cookie*/, const char* text, std::size_t size) {
   return static_cast<ssize_t>(size);
 }
 
+void resume_editing();
+
 /// What is typed, a character at a time. Keys that send sequences of characters become the control
 /// characters that stand for them, or nothing.
 class Keyboard {
@@ -165,8 +167,11 @@ class Keyboard {
       {"[3~", ']' & 31}, {"[1;5D", '^' & 31}, {"[1;5C", '_' & 31},
   };
 
+  /// A signal that did not end the program does not end the input.
   static int read_byte(unsigned char& byte) {
-    return static_cast<int>(::read(STDIN_FILENO, &byte, 1));
+    ssize_t result = 0;
+    while ((result = ::read(STDIN_FILENO, &byte, 1)) < 0 && errno == EINTR) resume_editing();
+    return static_cast<int>(result);
   }
 
   /// A character of the locale; what is none becomes one that shows that something was typed.
@@ -240,18 +245,20 @@ class Editor {
     bind_keys();
   }
 
+  /// Shows the line that is being edited again, on a terminal that somebody else had meanwhile, or
+  /// that was left to somebody else in vain.
+  void resume() {
+    set_(line_, EL_PREP_TERM, 1);
+    set_(line_, EL_REFRESH);
+  }
+
   /// Reads a line into `text`, its end included; nothing at the end of input. The library takes no
   /// NUL.
   void read(std::string& text) {
     int count = 0;
-    const char* line = nullptr;
-    do {
-      // The prompt stands already; the library writes it again.
-      write_all(STDOUT_FILENO, "\r");
-      errno = 0;
-      line = gets_(line_, &count);
-      // A signal that did not end the program does not end the input.
-    } while (line == nullptr && errno == EINTR);
+    // The prompt stands already; the library writes it again.
+    write_all(STDOUT_FILENO, "\r");
+    const char* line = gets_(line_, &count);
     prompt.clear();
     text.clear();
     if (line == nullptr || count <= 0) {
@@ -303,6 +310,8 @@ struct Terminal {
 };
 
 Terminal* terminal = nullptr;
+
+void resume_editing() { terminal->editor.resume(); }
 
 void open_editor() {
   terminal->editor.open(terminal->input, terminal->output);
