@@ -4,17 +4,22 @@
 
 #include <windows.h>
 
+#include <dlfcn.h>
 #include <net/if.h>
 #include <sys/prctl.h>
+#include <sys/socket.h>
 #include <sys/utsname.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <bit>
+#include <cerrno>
 #include <cstdlib>
+#include <functional>
 #include <map>
 #include <thread>
+#include <utility>
 
 #include "platform/host/adapter_keys.h"
 #include "platform/host/ipv4.h"
@@ -34,6 +39,46 @@ constexpr DWORD NARROW = 0x00FFFFFF;  // 255.255.255.0
 Outcome run_session(const std::string& input) {
   return run_program({.environment = {"ZARVO_HOST=linux"}, .input = input});
 }
+
+// ---- Datagrams that are lost -------------------------------------------------------------------
+
+/// What a receiver gets in place of a datagram: an error, or flags.
+struct Loss {
+  int error = 0;
+  int flags = 0;
+};
+
+struct LostDatagram {
+  Loss loss = {};
+  int left = 0;  ///< the one that is lost, 1 for the next
+};
+
+LostDatagram lost_datagram;
+std::function<void()> before_next_send;
+
+}  // namespace
+
+// The program's own sockets reach these first.
+extern "C" ssize_t recvmsg(int socket, msghdr* header, int flags) {
+  using Receive = ssize_t (*)(int, msghdr*, int);
+  static const auto next = reinterpret_cast<Receive>(dlsym(RTLD_NEXT, "recvmsg"));
+  const ssize_t length = next(socket, header, flags);
+  if (length < 0 || lost_datagram.left <= 0 || --lost_datagram.left > 0) return length;
+  header->msg_flags |= lost_datagram.loss.flags;
+  if (lost_datagram.loss.error == 0) return length;
+  errno = lost_datagram.loss.error;
+  return -1;
+}
+
+extern "C" ssize_t sendto(int socket, const void* data, size_t size, int flags,
+                          const sockaddr* address, socklen_t length) {
+  using Send = ssize_t (*)(int, const void*, size_t, int, const sockaddr*, socklen_t);
+  static const auto next = reinterpret_cast<Send>(dlsym(RTLD_NEXT, "sendto"));
+  if (const auto act = std::exchange(before_next_send, nullptr)) act();
+  return next(socket, data, size, flags, address, length);
+}
+
+namespace {
 
 /// A namespace with the ends of a cable, a0 and b0, and the host over it.
 class LinuxHosts : public testing::Test {
@@ -211,6 +256,43 @@ TEST_F(LinuxHosts, ReadAHostThatKeepsChanging) {
     }
   }
   EXPECT_EQ(host_addresses(), kernel_addresses());
+}
+
+// What the kernel did is told, whatever becomes of its answer: each datagram in turn is lost.
+TEST_F(LinuxHosts, FindOutWhatBecameOfARequest) {
+  run_shell("ip addr add 10.12.0.9/16 dev a0");
+  for (const Loss& loss : {Loss{ENOBUFS}, {ENOMEM}, {0, MSG_TRUNC}, {EAGAIN}}) {
+    for (int nth = 1;; ++nth) {
+      EXPECT_EQ(addresses().size(), 3U) << "b0 has a row 0.0.0.0";
+      lost_datagram = {loss, nth};
+      const DWORD added = add("10.12.0.1", WIDE, a0_);
+      const bool struck = lost_datagram.left <= 0;
+      lost_datagram = {};
+      const auto own = testing::Contains("a0 10.12.0.1/16");
+      if (added != 0) {
+        EXPECT_THAT(kernel_addresses(), testing::Not(own)) << nth;
+        continue;
+      }
+      EXPECT_THAT(kernel_addresses(), own) << nth;
+      EXPECT_EQ(context_of("10.12.0.1", WIDE), context_);
+      lost_datagram = {loss, nth};
+      const DWORD deleted = host_.delete_address(context_);
+      lost_datagram = {};
+      if (deleted != 0) {
+        EXPECT_THAT(kernel_addresses(), own) << nth;
+        EXPECT_EQ(host_.delete_address(context_), 0U) << "it is still known";
+      }
+      EXPECT_THAT(kernel_addresses(), testing::Not(own)) << nth;
+      if (!struck) break;
+    }
+  }
+  // Somebody else was quicker, and the kernel's refusal is lost.
+  EXPECT_EQ(addresses().size(), 3U);
+  before_next_send = [] { run_shell("ip addr add 10.12.0.1/16 dev a0"); };
+  lost_datagram = {{ENOBUFS}, 2};
+  EXPECT_NE(add("10.12.0.1", WIDE, a0_), 0U);
+  lost_datagram = {};
+  EXPECT_NE(context_of("10.12.0.1", WIDE), 0U) << "another's";
 }
 
 TEST_F(LinuxHosts, WaitWithoutTheTimersSlack) {
