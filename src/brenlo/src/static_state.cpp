@@ -3,8 +3,22 @@
 
 #include "brenlo/src/static_state.h"
 
+#include <exception>
+
 #include "brenlo/src/brenlocfg.h"
 #include "shared/include/shared_state.h"
+
+namespace {
+
+/// Nothing is thrown but for want of memory. Where nobody answers to that, as before the entry runs,
+/// the program ends as it does for every other condition that it cannot survive.
+[[noreturn]] void stop_without_memory() {
+  assertion_report({".\\kadrix", __LINE__}, "out of memory");
+}
+
+[[maybe_unused]] const std::terminate_handler before = std::set_terminate(stop_without_memory);
+
+}  // namespace
 
 DebugModule kadrix_debug(".\\kadrix");
 namespace {

@@ -1,5 +1,7 @@
 // Stands in for kernel32: the console's title.
 
+#include <string_view>
+
 #include <windows.h>
 
 #include "platform/host/calls.h"
@@ -8,7 +10,7 @@
 DWORD WINAPI GetConsoleTitleA(LPSTR title, DWORD size) {
   return run_setting_last_error<DWORD>("GetConsoleTitleA", [=]() -> DWORD {
     if (size != 0) title[0] = '\0';
-    const std::string& text = terminal_title();
+    const std::string_view text = terminal_title();
     if (text.size() >= size) return 0;
     title[text.copy(title, size - 1)] = '\0';
     return static_cast<DWORD>(text.size());

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <bit>
 #include <cstdio>
+#include <memory>
 
 #include "base/dotted.h"
 #include "base/text.h"
@@ -62,10 +63,18 @@ DWORD code_of(int error) {
   return found != std::end(CODES) ? found->code : ERROR_UNEXP_NET_ERR;
 }
 
-/// The name that goes with the effective user, or its number where none does.
+/// The name that the machine's own list has for the effective user, or its number. Not asked of the
+/// system's name services: they do not survive memory that ends.
 std::string effective_user() {
-  const passwd* entry = getpwuid(geteuid());
-  return entry != nullptr ? entry->pw_name : std::to_string(geteuid());
+  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> list(std::fopen("/etc/passwd", "re"),
+                                                             std::fclose);
+  const uid_t user = geteuid();
+  while (list != nullptr) {
+    const passwd* const entry = fgetpwent(list.get());
+    if (entry == nullptr) break;
+    if (entry->pw_uid == user) return entry->pw_name;
+  }
+  return std::to_string(user);
 }
 
 HostVersion kernel_version() {

@@ -15,7 +15,10 @@
 #include <cwchar>
 #include <cwctype>
 #include <new>
+#include <string>
 #include <utility>
+
+#include "base/text.h"
 
 namespace {
 
@@ -110,18 +113,16 @@ bool has_title(const char* terminal) {
   return !name.empty() && name != "dumb" && name != "linux" && !name.starts_with("vt");
 }
 
+/// Asks for no memory, and nothing destroys it: exit handlers, signals and whoever ends the program
+/// for want of memory still restore the terminal's own.
 struct Title {
-  bool possible = false;
-  std::string text = {};
-  /// For signal handlers: the terminal's own title is on its stack.
-  volatile std::sig_atomic_t is_shown = 0;
+  bool possible;
+  char text[4096];
+  /// The terminal's own title is on its stack.
+  volatile std::sig_atomic_t is_shown;
 };
 
-/// Never destroyed: exit handlers and signals may still restore it.
-Title& title_of_terminal() {
-  static auto& title = *new Title;
-  return title;
-}
+constinit Title title = {};
 
 // ---- Lines ------------------------------------------------------------------------------------
 
@@ -302,7 +303,7 @@ class Editor {
 struct Terminal {
   std::FILE* input;
   std::FILE* output;
-  std::string title;
+  std::string prompt_title;
   bool opened = false;
   Editor editor = {};
   std::string line = {};
@@ -315,7 +316,7 @@ void resume_editing() { terminal->editor.resume(); }
 
 void open_editor() {
   terminal->editor.open(terminal->input, terminal->output);
-  static_cast<void>(set_terminal_title(terminal->title));
+  static_cast<void>(set_terminal_title(terminal->prompt_title));
 }
 
 ssize_t read_input(void* /*cookie*/, char* buffer, std::size_t size) {
@@ -388,7 +389,7 @@ void open_missing_streams() {
   }
 }
 
-void open_terminal(std::string_view title, bool (*interrupt)()) {
+void open_terminal(std::string_view prompt_title, bool (*interrupt)()) {
   const bool shows_errors = isatty(STDERR_FILENO) != 0;
   const bool has_prompt = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
   if (shows_errors || has_prompt) choose_characters();
@@ -399,8 +400,8 @@ void open_terminal(std::string_view title, bool (*interrupt)()) {
     }
   }
   if (!has_prompt) return;
-  title_of_terminal().possible = has_title(std::getenv("TERM"));
-  terminal = new Terminal{stdin, stdout, std::string(title)};
+  title.possible = has_title(std::getenv("TERM"));
+  terminal = new Terminal{stdin, stdout, std::string(prompt_title)};
   handle_signals(interrupt);
   std::FILE* const input = open_stream("r", read_input, nullptr);
   std::FILE* const output = open_stream("w", nullptr, write_output);
@@ -410,15 +411,14 @@ void open_terminal(std::string_view title, bool (*interrupt)()) {
 }
 
 void restore_terminal_title() {
-  if (title_of_terminal().is_shown == 0) return;
-  title_of_terminal().is_shown = 0;
+  if (title.is_shown == 0) return;
+  title.is_shown = 0;
   write_all(STDOUT_FILENO, RESTORE_TITLE);
 }
 
-const std::string& terminal_title() { return title_of_terminal().text; }
+const char* terminal_title() { return title.text; }
 
 bool set_terminal_title(std::string_view text) {
-  Title& title = title_of_terminal();
   if (!title.possible) return false;
   if (text.empty()) {
     restore_terminal_title();
@@ -431,6 +431,6 @@ bool set_terminal_title(std::string_view text) {
     title.is_shown = 1;
     write_all(STDOUT_FILENO, sequence);
   }
-  title.text = text;
+  copy_cut(title.text, text);
   return true;
 }
