@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstddef>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 [[nodiscard]] constexpr bool is_digit(char c) { return c >= '0' && c <= '9'; }
@@ -15,6 +16,12 @@
 [[nodiscard]] constexpr bool is_printable(char c) { return c >= ' ' && c <= '~'; }
 [[nodiscard]] constexpr char lower_case(char c) {
   return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+}
+
+[[nodiscard]] inline std::string lower_cased(std::string_view text) {
+  std::string lower(text);
+  std::transform(lower.begin(), lower.end(), lower.begin(), lower_case);
+  return lower;
 }
 
 [[nodiscard]] constexpr bool equals_ignoring_case(std::string_view a, std::string_view b) {

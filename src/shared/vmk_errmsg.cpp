@@ -161,23 +161,15 @@ namespace {
 /// second. Leaves errno as it was.
 const char* time_stamp() {
   static std::time_t stamped = -1;
-  static char text[sizeof "11/22.14:05:09"];
+  static char text[64];
   const std::time_t now = std::time(nullptr);
   if (now != stamped) {
     const int kept_errno = errno;
     stamped = now;
     const std::tm* local = std::localtime(&now);
     const std::tm clock = local != nullptr ? *local : std::tm{};
-    char* at = text;
-    for (const auto& [number, end] : {std::pair{clock.tm_mon + 1, '/'},
-                                      {clock.tm_mday, '.'},
-                                      {clock.tm_hour, ':'},
-                                      {clock.tm_min, ':'},
-                                      {clock.tm_sec, '\0'}}) {
-      *at++ = static_cast<char>('0' + number / 10);
-      *at++ = static_cast<char>('0' + number % 10);
-      *at++ = end;
-    }
+    std::snprintf(text, sizeof text, "%02d/%02d.%02d:%02d:%02d", clock.tm_mon + 1, clock.tm_mday,
+                  clock.tm_hour, clock.tm_min, clock.tm_sec);
     errno = kept_errno;
   }
   return text;

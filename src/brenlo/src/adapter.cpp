@@ -262,7 +262,9 @@ int Adapter::restore_contexts(std::unique_ptr<SavedContext[]> saved, std::int32_
   for (std::int32_t i = 0; i < count; ++i) {
     std::int32_t position = 0;
     const auto& [address, nte_context] = saved.get()[i];
-    if (find_address_slot(address, position) == 0) slot(position)->set_nte_context(nte_context);
+    if (find_address_slot(address, position) != 0) continue;
+    slot(position)->set_address_value(address);
+    slot(position)->set_nte_context(nte_context);
   }
   return 0;
 }
@@ -349,8 +351,9 @@ int Adapter::current_ip_address(char* buffer, std::size_t size) const {
 
 int read_connection_name(const char* system_name, char* buffer, std::uint32_t capacity) {
   const KeyPath path(
-      "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}\\",
-      system_name, "\\Connection");
+      "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}"
+      "\\%s\\Connection",
+      system_name);
   HKEY key = nullptr;
   if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.text, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
     return -1;

@@ -412,14 +412,10 @@ constexpr ReleaseRow RELEASES[] = {
     {"NT 6.0", 0, IdentitySource::ADAPTERS}, {"NT 6.1", 0, IdentitySource::ADAPTERS},
 };
 
-/// The number in a text such as "Service Pack 6", whose blanks stand for any white space or none;
-/// 0 in any other.
+/// The number in a service-pack text; 0 in any other.
 std::int32_t service_pack_of(const char* version) {
-  for (const std::string_view word : {"Service", "Pack"}) {
-    if (!std::string_view(version).starts_with(word)) return 0;
-    version = skip_blanks(version + word.size());
-  }
-  return decimal_value(version);
+  int number = 0;
+  return std::sscanf(version, "Service Pack %9d", &number) == 1 ? number : 0;
 }
 
 IdentitySource identity_source(const OsIdentity& identity) {
@@ -470,12 +466,12 @@ int make_uuid_hardware_address(const std::uint8_t*& address) {
     return -1;
   }
   ++digits;
-  for (std::uint8_t& byte : buffer) {
+  for (std::uint8_t& octet : buffer) {
     // A group that is too short reads as zeros, and not beyond its end.
     int value = 0;
     for (int i = 0; i < 2 && *digits != '\0'; ++i)
       value = value << 4 | std::max(hex_value(*digits++), 0);
-    byte = static_cast<std::uint8_t>(value);
+    octet = static_cast<std::uint8_t>(value);
   }
   address = buffer;
   return 0;

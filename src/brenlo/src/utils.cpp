@@ -2,6 +2,8 @@
 
 #include <windows.h>
 
+#include <cstdarg>
+#include <cstdio>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -147,17 +149,17 @@ int write_multi_sz_value(const char* key_path, const char* value_name, const voi
 
 // ---- Adapters' keys and lists -----------------------------------------------------------------
 
-KeyPath::KeyPath(std::string_view before, std::string_view adapter, std::string_view after) {
-  std::size_t length = 0;
-  for (const std::string_view piece : {before, adapter, after}) {
-    length += piece.copy(text + length, sizeof text - 1 - length);
-  }
-  text[length] = '\0';
+KeyPath::KeyPath(const char* format, ...) {
+  std::va_list arguments;
+  va_start(arguments, format);
+  std::vsnprintf(text, sizeof text, format, arguments);
+  va_end(arguments);
 }
 
 ParameterKeys::ParameterKeys(const char* adapter)
-    : choices{{"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\", adapter, ""},
-              {"SYSTEM\\CurrentControlSet\\Services\\", adapter, "\\Parameters\\Tcpip"}} {}
+    : choices{
+          {"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\%s", adapter},
+          {"SYSTEM\\CurrentControlSet\\Services\\%s\\Parameters\\Tcpip", adapter}} {}
 
 StringList::StringList() : text_(static_cast<char*>(std::calloc(LIST_SIZE + 2, 1))) {}
 

@@ -6,7 +6,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
-#include <string_view>
 
 #include "shared/include/text_block.h"
 
@@ -26,11 +25,11 @@
 [[nodiscard]] int write_multi_sz_value(const char* key_path, const char* value_name,
                                        const void* data, std::uint32_t size);
 
-/// A registry key path that names an adapter, cut to 2,047 characters.
+/// A registry key path made by a format; printf conventions. Cut to 2,047 characters.
 struct KeyPath {
   char text[2048];
 
-  KeyPath(std::string_view before, std::string_view adapter, std::string_view after);
+  [[gnu::format(printf, 2, 3)]] KeyPath(const char* format, ...);
 };
 
 /// The two keys that may hold an adapter's TCP/IP parameters, in the order in which they are tried.

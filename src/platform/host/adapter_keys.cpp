@@ -46,5 +46,5 @@ void set_connection(Registry& registry, std::string_view adapter, std::string_vi
 void BindingValue::add(std::string_view adapter) { bindings_.add(joined("\\Device\\", adapter)); }
 
 void BindingValue::set_in(Registry& registry) {
-  registry.key(std::string(LINKAGE_KEY)).set("Bind", bindings_.take());
+  registry.key(LINKAGE_KEY).set("Bind", bindings_.take());
 }

@@ -4,25 +4,18 @@
 
 #include "base/text.h"
 
-bool LessIgnoringCase::operator()(std::string_view a, std::string_view b) const {
-  return std::lexicographical_compare(
-      a.begin(), a.end(), b.begin(), b.end(),
-      [](char x, char y) { return lower_case(x) < lower_case(y); });
-}
-
 DWORD Registry::find_key(std::string_view path) const {
-  if (path.empty() || keys_.contains(path)) return NO_ERROR;
-  const bool above = std::any_of(keys_.begin(), keys_.end(), [=](const auto& key) {
-    const std::string_view below = key.first;
-    return below.size() > path.size() && below[path.size()] == '\\' &&
-           begins_ignoring_case(below, path);
-  });
-  return above ? NO_ERROR : ERROR_FILE_NOT_FOUND;
+  std::string name = lower_cased(path);
+  if (name.empty() || keys_.contains(name)) return NO_ERROR;
+  // A key above one that was created.
+  name += '\\';
+  const auto below = keys_.lower_bound(name);
+  return below != keys_.end() && below->first.starts_with(name) ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }
 
 DWORD Registry::find_value(std::string_view path, std::string_view name,
                            const RegistryValue*& value) const {
-  const auto key = keys_.find(path);
+  const auto key = keys_.find(lower_cased(path));
   value = key != keys_.end() ? key->second.find(name) : nullptr;
   return value != nullptr ? NO_ERROR : ERROR_FILE_NOT_FOUND;
 }

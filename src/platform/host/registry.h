@@ -9,13 +9,8 @@
 #include <utility>
 #include <vector>
 
+#include "base/text.h"
 #include "platform/host/host.h"
-
-/// The order of names in containers keyed by them.
-struct LessIgnoringCase {
-  using is_transparent = void;
-  bool operator()(std::string_view a, std::string_view b) const;
-};
 
 class Registry {
  public:
@@ -37,10 +32,10 @@ class Registry {
                                  const RegistryValue*& value) const;
 
   /// The key of a path, created when it does not exist. Stands as long as the registry.
-  Key& key(std::string path) { return keys_[std::move(path)]; }
+  Key& key(std::string_view path) { return keys_[lower_cased(path)]; }
 
  private:
-  std::map<std::string, Key, LessIgnoringCase> keys_;
+  std::map<std::string, Key> keys_;  ///< by path, in lower case
 };
 
 /// A REG_SZ value.

@@ -24,8 +24,7 @@ Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}, {"w
 
 /// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {
-  std::string plain(name.substr(name.find_last_of('\\') + 1));
-  std::transform(plain.begin(), plain.end(), plain.begin(), lower_case);
+  std::string plain = lower_cased(name.substr(name.find_last_of('\\') + 1));
   if (plain.ends_with(".dll")) plain.resize(plain.size() - 4);
   return plain;
 }

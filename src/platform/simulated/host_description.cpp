@@ -298,7 +298,7 @@ class DescriptionReader {
     AdapterDescription adapter;
     if (!read_text(table, "name", adapter.name)) refuse(table, "the adapter has no 'name'");
     if (adapter.name.empty()) refuse(*table.get("name"), "the adapter's 'name' is empty");
-    if (!names_.insert(adapter.name).second) {
+    if (!names_.insert(lower_cased(adapter.name)).second) {
       refuse(*table.get("name"),
              joined({"'", adapter.name, "' is the name of another adapter too"}));
     }
@@ -376,7 +376,7 @@ class DescriptionReader {
   }
 
   const std::string& file_;
-  std::set<std::string, LessIgnoringCase> names_;
+  std::set<std::string> names_;  ///< in lower case
   std::set<DWORD> indices_;
   struct Held {
     std::uint32_t last;

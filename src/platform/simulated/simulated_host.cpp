@@ -95,7 +95,7 @@ void SimulatedHost::describe_registry(HostDescription& description) {
           return it.bound && it.type != MIB_IF_TYPE_LOOPBACK && !it.addresses.empty();
         });
     if (bound != description.adapters.end()) {
-      registry_.key(std::string(NET_TRANS_KEY))
+      registry_.key(NET_TRANS_KEY)
           .set("IpAddress", text_value(dotted(bound->addresses.front().address)));
     }
   } else {
@@ -107,7 +107,7 @@ void SimulatedHost::describe_registry(HostDescription& description) {
   }
   for (const std::string& key : description.registry_keys) registry_.key(key);
   for (RegistryDescription& value : description.registry) {
-    Registry::Key& key = registry_.key(std::move(value.path));
+    Registry::Key& key = registry_.key(value.path);
     if (value.value) {
       key.set(value.name, std::move(*value.value));
     } else {
@@ -251,7 +251,7 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
   const auto old = std::find_if(
       first, last, [=](const auto& entry) { return entry.second.interface_index == index; });
   // What may run out of memory comes first, so that table and lists change together or not at all.
-  Registry::Key& lists = registry_.key(std::move(key));
+  Registry::Key& lists = registry_.key(key);
   if (address != 0) insert_address(address, mask, index);
   lists.set("IPAddress", std::move(new_addresses));
   lists.set("SubnetMask", std::move(new_masks));
@@ -261,13 +261,13 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
 
 DWORD SimulatedHost::create_key(std::string_view path) {
   if (keeps_diary_) note("create " + std::string(path));
-  registry_.key(std::string(path));
+  registry_.key(path);
   return NO_ERROR;
 }
 
 DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, RegistryValue value) {
   if (keeps_diary_) note("set " + std::string(path) + "\\" + std::string(name));
-  registry_.key(std::string(path)).set(name, std::move(value));
+  registry_.key(path).set(name, std::move(value));
   return NO_ERROR;
 }
 
