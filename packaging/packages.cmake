@@ -1,29 +1,38 @@
-# Packages: a zip with both programs for Windows, a .deb here.
+# What the packages hold: the archive for Windows with both programs, and the .deb here. tools/package
+# makes them.
+
 set(CPACK_PACKAGE_NAME kadrix)
 set(CPACK_PACKAGE_VENDOR kadrix)
-set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "inspects and changes IPv4 addresses of network adapters")
+set(CPACK_PACKAGE_DESCRIPTION_SUMMARY "${PROJECT_DESCRIPTION}")
 set(CPACK_VERBATIM_VARIABLES ON)
+
 if(WIN32)
+  configure_file(packaging/windows/kadrix.rc.in ${CMAKE_BINARY_DIR}/kadrix.rc @ONLY)
   set(CPACK_GENERATOR ZIP)
+  set(CPACK_PACKAGE_FILE_NAME kadrix-${PROJECT_VERSION}-windows)
+  # Whichever widths were built when the archive is made.
+  set(CPACK_KADRIX_BUILDS ${PROJECT_SOURCE_DIR}/build)
+  set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_SOURCE_DIR}/packaging/windows/both-widths.cmake)
   if(CMAKE_SIZEOF_VOID_P EQUAL 8)
-    set(width x64)
-    # The 32-bit program comes along when it was built.
-    set(CPACK_INSTALL_CMAKE_PROJECTS "${CMAKE_BINARY_DIR};kadrix;ALL;/")
-    if(EXISTS ${PROJECT_SOURCE_DIR}/build/windows-x86/src)
-      list(APPEND CPACK_INSTALL_CMAKE_PROJECTS ${PROJECT_SOURCE_DIR}/build/windows-x86 kadrix ALL /)
-    endif()
+    install(TARGETS kadrix RUNTIME DESTINATION x64)
   else()
-    set(width x86)
+    install(TARGETS kadrix RUNTIME DESTINATION x86)
   endif()
-  install(TARGETS kadrix RUNTIME DESTINATION ${width})
-  install(FILES README.md DESTINATION .)
-  install(DIRECTORY docs DESTINATION . FILES_MATCHING PATTERN "*.md" PATTERN "*.cfg")
+  # Texts whose lines end as the platform's editors want them.
+  foreach(pair IN ITEMS docs/windows.md=README.md packaging/windows/LICENCE.txt=LICENCE.txt)
+    string(REPLACE "=" ";" pair ${pair})
+    list(GET pair 0 source)
+    list(GET pair 1 name)
+    configure_file(${source} ${CMAKE_BINARY_DIR}/texts/${name} @ONLY NEWLINE_STYLE CRLF)
+    install(FILES ${CMAKE_BINARY_DIR}/texts/${name} DESTINATION .)
+  endforeach()
 else()
+  include(GNUInstallDirs)
   set(CPACK_GENERATOR DEB)
   set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
   set(CPACK_DEBIAN_PACKAGE_MAINTAINER "kadrix <kadrix@localhost>")
   set(CPACK_DEBIAN_PACKAGE_SECTION net)
-  set(CPACK_DEBIAN_PACKAGE_DEPENDS "libc6 (>= 2.36), libmnl0")
+  set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
   set(CPACK_DEBIAN_PACKAGE_RECOMMENDS libedit2)
   set(CPACK_PACKAGE_DESCRIPTION
       "kadrix is a console tool with which the operator of a network simulation
@@ -38,11 +47,12 @@ It works on a simulated Windows host, or on the addresses of this machine.")
       OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
   install(TARGETS kadrix RUNTIME DESTINATION bin)
   # Compressed as the system's policy wants them, without names and times.
-  foreach(file IN ITEMS docs/kadrix.1 packaging/changelog)
-    get_filename_component(name ${file} NAME)
+  configure_file(docs/kadrix.1 ${CMAKE_BINARY_DIR}/kadrix.1 @ONLY)
+  configure_file(packaging/changelog ${CMAKE_BINARY_DIR}/changelog @ONLY)
+  foreach(name IN ITEMS kadrix.1 changelog)
     set(compressed ${CMAKE_BINARY_DIR}/${name}.gz)
-    add_custom_command(OUTPUT ${compressed} DEPENDS ${PROJECT_SOURCE_DIR}/${file}
-                       COMMAND gzip -9nc ${PROJECT_SOURCE_DIR}/${file} > ${compressed})
+    add_custom_command(OUTPUT ${compressed} DEPENDS ${CMAKE_BINARY_DIR}/${name}
+                       COMMAND gzip -9nc ${CMAKE_BINARY_DIR}/${name} > ${compressed} VERBATIM)
     list(APPEND all_compressed ${compressed})
   endforeach()
   add_custom_target(compressed ALL DEPENDS ${all_compressed})
@@ -50,7 +60,8 @@ It works on a simulated Windows host, or on the addresses of this machine.")
   install(FILES ${CMAKE_BINARY_DIR}/changelog.gz packaging/copyright DESTINATION share/doc/kadrix)
   install(FILES packaging/kadrix.bash DESTINATION share/bash-completion/completions RENAME kadrix)
   install(DIRECTORY hosts DESTINATION share/kadrix FILES_MATCHING PATTERN "*.toml")
-  install(FILES README.md DESTINATION share/doc/kadrix)
-  install(DIRECTORY docs DESTINATION share/doc/kadrix FILES_MATCHING PATTERN "*.md" PATTERN "*.cfg" PATTERN "*.svg")
+  install(FILES docs/using.md docs/host-descriptions.md docs/live-host.md docs/many-machines.md
+                docs/addresses.yml
+          DESTINATION share/doc/kadrix)
 endif()
 include(CPack)

@@ -24,6 +24,7 @@ ensure_packages() {
     "${as_root[@]}" env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends "${missing[@]}" >&2
 }
 
-# What building takes, and what the tests take besides.
+# What building takes, what the tests take besides, and what the Windows programs take.
 build_packages=(g++ cmake ninja-build pkgconf libtomlplusplus-dev libmnl-dev libedit-dev)
 test_packages=(libgtest-dev libgmock-dev iproute2)
+windows_packages=(g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32)

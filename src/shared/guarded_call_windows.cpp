@@ -5,12 +5,13 @@
 // A frame with an exception handler of its own, which is asked about every exception of the call
 // before whoever would continue it or end the program. The compiler has no words for such a frame.
 //
-// guarded_frame(function, argument): 1 when the call returned, 0 when an exception left it. The
-// frames between are unwound, so that the caller's registers are as they were.
+// guarded_frame(function, argument): 1 when the call returned, 0 when an exception left it, whose code
+// then stands in guarded_exception_code. The frames between are unwound, so that the caller's
+// registers are as they were.
 #if defined(__x86_64__)
 
-// The platform's C handler, with a scope table of one row: for exceptions from the call, 1 (leave
-// the call) stands in for a filter, and control goes to the row's last address.
+// The platform's C handler, with a scope table of one row: for exceptions from the call the filter
+// answers 1 (leave the call), and control goes to the row's last address.
 asm(R"(
         .text
         .globl  guarded_frame
@@ -38,10 +39,16 @@ guarded_frame:
         .seh_handlerdata
         .long   1
         .rva    .Lcall, .Lcall_end
-        .long   1
+        .rva    .Lfilter
         .rva    .Lfault
         .text
         .seh_endproc
+.Lfilter:
+        movq    (%rcx), %rax
+        movl    (%rax), %eax
+        movl    %eax, guarded_exception_code(%rip)
+        movl    $1, %eax
+        ret
 )");
 
 #else
@@ -76,6 +83,8 @@ Lhandler:
         movl    4(%esp), %eax
         testl   $6, 4(%eax)
         jnz     Lunwinding
+        movl    (%eax), %ecx
+        movl    %ecx, _guarded_exception_code
         movl    8(%esp), %ecx
         pushl   $0
         pushl   %eax
@@ -95,8 +104,63 @@ Lunwinding:
 
 #endif
 
-extern "C" int guarded_frame(void (*function)(void* argument), void* argument);
+extern "C" {
+int guarded_frame(void (*function)(void* argument), void* argument);
+DWORD guarded_exception_code = 0;
+}
+
+namespace {
+
+// ---- Exceptions that reach no frame -------------------------------------------------------------
+
+// Where the frames of the call cannot be walked, its own handler is not found. The platform's last
+// question, before it ends the program, leads back here.
+void* landing[5];
+
+LONG WINAPI land(EXCEPTION_POINTERS* exception) {
+  guarded_exception_code = exception->ExceptionRecord->ExceptionCode;
+  __builtin_longjmp(landing, 1);
+}
+
+/// The thread's chain of handlers, which a jump past them must shorten itself.
+class HandlerChain {
+ public:
+#if defined(__x86_64__)
+  void restore() const {}
+#else
+  HandlerChain() { asm volatile("movl %%fs:0, %0" : "=r"(first_)); }
+  void restore() const { asm volatile("movl %0, %%fs:0" : : "r"(first_)); }
+
+ private:
+  void* first_;
+#endif
+};
+
+bool call_in_frame(void (*function)(void* argument), void* argument) {
+  const HandlerChain chain;
+  if (__builtin_setjmp(landing) == 0) return guarded_frame(function, argument) != 0;
+  chain.restore();
+  return false;
+}
+
+/// An overflow takes the stack's guard page away: without it the next one would end the program.
+/// The runtime libraries of the oldest hosts do not know how to put it back.
+void restore_guard_page() {
+  using Reset = int (*)();
+  const HMODULE runtime = GetModuleHandleA("msvcrt");
+  if (runtime == nullptr) return;
+  const auto reset = reinterpret_cast<Reset>(
+      reinterpret_cast<void*>(GetProcAddress(runtime, "_resetstkoflw")));
+  if (reset != nullptr) static_cast<void>(reset());
+}
+
+}  // namespace
 
 bool guarded_call(void (*function)(void* argument), void* argument) {
-  return guarded_frame(function, argument) != 0;
+  const auto before = SetUnhandledExceptionFilter(land);
+  guarded_exception_code = 0;
+  const bool returned = call_in_frame(function, argument);
+  SetUnhandledExceptionFilter(before);
+  if (guarded_exception_code == EXCEPTION_STACK_OVERFLOW) restore_guard_page();
+  return returned;
 }
