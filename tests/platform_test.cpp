@@ -37,7 +37,16 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {"os = {major = -1}", "d:1: 'major' must be from 0 to 4294967295"},
            {"os = {user = 5}", "d:1: 'user' must be a string"},
            {"\ntime = {sleep = 1}", "d:2: 'sleep' must be true or false"},
-           {"libraries = {wininet = true}", "d:1: unknown key 'wininet'"},
+           {"time = {slept = true}", "d:1: unknown key 'slept'; the keys here are sleep"},
+           {"os = {user = \"a\"}\nadapters = fast",
+            "d:2: Error while parsing value: could not determine value type; quote it, if it is a text"},
+           {"[registry.SYSTEM\\Key]",
+            "d:1: Error while parsing table header: expected ']', saw '\\'; a registry path of several "
+            "keys stands in quotes"},
+           {"[registry.SYSTEM.Key]\nv = 1", "d:1: a registry path of several keys stands in quotes"},
+           {"faults = [{function = \"Sleep\", code = 1, raise = true}]",
+            "d:1: a call that is to 'raise' returns no 'code'"},
+           {"registry = {'HKLM\\Key' = {v = 1}}", "d:1: a registry path stands without 'HKLM\\'"},
            {"libraries = {dhcpcsvc = 1}",
             "d:1: 'dhcpcsvc' must be true, false or an array of functions"},
            {"libraries = {dhcpcsvc = [\"Sleep\"]}", "d:1: unknown function 'Sleep'"},
@@ -88,6 +97,7 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {addresses("\"10.0.0.5/8\", \"10.0.0.1-10.0.0.9/8\""),
             "'10.0.0.5' is an address of this adapter already"},
            {addresses("\"010.0.0.1/8\""), "'010.0.0.1' is not an IPv4 address"},
+           {addresses("\"fe80::1/64\""), "'fe80::1' is not an IPv4 address"},
            {addresses("\"10.0.0.1\\u0000/8\""), "'10.0.0.1?' is not an IPv4 address"},
            {addresses("\"10.0.0.1/33\""), "'33" + no_mask},
            {addresses("\"10.0.0.1/8 \""), "'8 " + no_mask},
@@ -170,6 +180,8 @@ function = "Sleep"
 code = 5
 skip = 2
 times = 3
+[[faults]]
+function = "CreatePipe"
 raise = true
 )",
                                                  "d");
@@ -196,7 +208,7 @@ raise = true
                    {"K", "none", {}},
                    {"K", "number", RegistryValue{REG_DWORD, "\2\1\0\0"s}},
                    {"K", "text", RegistryValue{REG_SZ, "t\0"s}}};
-  host.faults = {{"Sleep", {5, true}, 2, 3}};
+  host.faults = {{"Sleep", {5, false}, 2, 3}, {"CreatePipe", {0, true}, 0, {}}};
   EXPECT_TRUE(read == host);
 }
 

@@ -1,6 +1,7 @@
 #include "platform/simulated/host_description.h"
 
 #include <arpa/inet.h>
+#include <sys/stat.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -48,7 +49,8 @@ namespace {
 constexpr std::size_t MAX_HARDWARE_ADDRESS = 8;
 constexpr DWORD MAX_BLANK_SLOTS = 10010;
 constexpr std::uint64_t MAX_ADDRESSES = 1'000'000;
-constexpr std::string_view ROOT_KEY = "HKEY_LOCAL_MACHINE\\";
+constexpr std::string_view ROOT_KEYS[] = {"HKEY_LOCAL_MACHINE\\", "HKLM\\"};
+constexpr off_t MAX_FILE_SIZE = off_t{64} << 20;
 
 /// A message of one line: what a file holds of control characters is shown as "?".
 std::string joined(std::initializer_list<std::string_view> pieces) {
@@ -57,6 +59,12 @@ std::string joined(std::initializer_list<std::string_view> pieces) {
   const auto is_control = [](char c) { return (c >= 0 && c < ' ') || c == 0x7F; };
   std::replace_if(text.begin(), text.end(), is_control, '?');
   return text;
+}
+
+std::string listed(std::initializer_list<std::string_view> names) {
+  std::string list;
+  for (const std::string_view name : names) list.append(list.empty() ? "" : ", ").append(name);
+  return list;
 }
 
 /// The numbers that a key takes, both ends included.
@@ -100,7 +108,7 @@ class DescriptionReader {
   void check_keys(const toml::table& table, std::initializer_list<std::string_view> known) const {
     for (const auto& [key, node] : table) {
       if (std::find(known.begin(), known.end(), key.str()) == known.end()) {
-        refuse(node, joined({"unknown key '", key.str(), "'"}));
+        refuse(node, joined({"unknown key '", key.str(), "'; the keys here are ", listed(known)}));
       }
     }
   }
@@ -241,12 +249,12 @@ class DescriptionReader {
                            "' must be ADDRESS/MASK or FIRST-LAST/MASK, such as "
                            "10.0.0.1/255.255.0.0 or 10.0.0.1-10.0.0.9/16"}));
     }
-    const DWORD mask = mask_of(node, text.substr(slash + 1));
     const std::string_view addresses = text.substr(0, slash);
     const std::size_t dash = addresses.find('-');
     const std::uint32_t first = ntohl(value_of(node, addresses.substr(0, dash)));
     const std::uint32_t last =
         dash == std::string_view::npos ? first : ntohl(value_of(node, addresses.substr(dash + 1)));
+    const DWORD mask = mask_of(node, text.substr(slash + 1));
     if (last < first) refuse(node, joined({"'", text, "' ends before it begins"}));
     address_count_ += std::uint64_t{last} - first + 1;
     if (address_count_ > MAX_ADDRESSES) {
@@ -341,14 +349,17 @@ class DescriptionReader {
                            std::string(reinterpret_cast<const char*>(&number), sizeof number)};
     }
     if (node.is_boolean() && !node.as_boolean()->get()) return std::nullopt;
+    if (node.is_table()) refuse(node, "a registry path of several keys stands in quotes");
     refuse(node, "a registry value is a string, an array of strings, an integer or false");
   }
 
   void read_registry(const toml::table& registry, HostDescription& host) const {
     for (const auto& [path, node] : registry) {
       if (!node.is_table()) refuse(node, "a registry key must be a table of values");
-      if (begins_ignoring_case(path.str(), ROOT_KEY)) {
-        refuse(node, joined({"a registry path stands without '", ROOT_KEY, "'"}));
+      for (const std::string_view root : ROOT_KEYS) {
+        if (begins_ignoring_case(path.str(), root)) {
+          refuse(node, joined({"a registry path stands without '", root, "'"}));
+        }
       }
       host.registry_keys.emplace_back(path.str());
       for (const auto& [name, value] : *node.as_table()) {
@@ -366,8 +377,10 @@ class DescriptionReader {
       refuse(*table.get("function"), joined({"unknown function '", fault.function, "'"}));
     }
     read_bool(table, "raise", fault.fault.raise);
-    if (!read_number(table, "code", fault.fault.code) && !fault.fault.raise) {
-      refuse(table, "the fault has no 'code'");
+    const bool has_code = read_number(table, "code", fault.fault.code);
+    if (!has_code && !fault.fault.raise) refuse(table, "the fault has no 'code'");
+    if (has_code && fault.fault.raise) {
+      refuse(*table.get("code"), "a call that is to 'raise' returns no 'code'");
     }
     DWORD count = 0;
     if (read_number(table, "skip", count)) fault.skip = count;
@@ -387,9 +400,17 @@ class DescriptionReader {
 };
 
 std::string file_text(const std::string& file) {
-  const auto fail = [&]() -> std::string {
-    throw DescriptionError(joined({file, ":0: cannot be read: ", std::strerror(errno)}));
+  const auto refuse = [&](const char* what) -> std::string {
+    throw DescriptionError(joined({file, ":0: ", what}));
   };
+  const auto fail = [&] {
+    const char* hint = equals_ignoring_case(file, "linux") ? "; 'linux' stands for this machine" : "";
+    return refuse(joined({"cannot be read: ", std::strerror(errno), hint}).c_str());
+  };
+  struct stat status = {};
+  if (stat(file.c_str(), &status) != 0) return fail();
+  if (!S_ISREG(status.st_mode)) return refuse("is no regular file");
+  if (status.st_size > MAX_FILE_SIZE) return refuse("is larger than 64 MB");
   const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"),
                                                                std::fclose);
   if (stream == nullptr) return fail();
@@ -401,13 +422,30 @@ std::string file_text(const std::string& file) {
   return std::ferror(stream.get()) != 0 ? fail() : text;
 }
 
+std::string_view line_of(std::string_view text, std::size_t number) {
+  for (; number > 1; --number) text.remove_prefix(std::min(text.find('\n'), text.size() - 1) + 1);
+  return text.substr(0, text.find('\n'));
+}
+
+/// What most often is wrong with a line that is no TOML.
+const char* hint_for(std::string_view line) {
+  if (line.starts_with("[registry.") && line.find_first_of("'\"") == std::string_view::npos) {
+    return "; a registry path of several keys stands in quotes";
+  }
+  const std::size_t value = line.find_first_not_of(" \t", line.find('=') + 1);
+  const bool is_word = value != std::string_view::npos && lower_case(line[value]) >= 'a' &&
+                       lower_case(line[value]) <= 'z';
+  return is_word ? "; quote it, if it is a text" : "";
+}
+
 }  // namespace
 
 HostDescription parse_description(const std::string& text, const std::string& file) {
   const toml::parse_result parsed = toml::parse(text);
   if (!parsed) {
-    throw DescriptionError(joined({file, ":", std::to_string(parsed.error().source().begin.line),
-                                   ": ", parsed.error().description()}));
+    const std::size_t line = parsed.error().source().begin.line;
+    throw DescriptionError(joined({file, ":", std::to_string(line), ": ",
+                                   parsed.error().description(), hint_for(line_of(text, line))}));
   }
   return DescriptionReader(file).read(parsed.table());
 }
