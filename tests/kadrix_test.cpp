@@ -16,8 +16,8 @@ const std::string DONE = "INFO  @ - done.\n";
 TEST(Prompt, StandsBeforeTheLineIsTyped) {
   EXPECT_EQ(
       run_shell(
-          "d=$(mktemp -d); mkfifo $d/typed; exec 3<>$d/typed; env -i timeout 20 " KADRIX_PROGRAM
-          " <$d/typed 2>/dev/null | { head -c 1; echo quit >&3; cat; }; rm -r $d"),
+          "d=$(mktemp -d); mkfifo $d/typed; exec 3<>$d/typed; env -i timeout 20 \"" KADRIX_PROGRAM
+          "\" <$d/typed 2>/dev/null | { head -c 1; echo quit >&3; cat; }; rm -r $d"),
       "$");
 }
 

@@ -322,6 +322,8 @@ TEST_F(LinuxHosts, ShowInterfacesAsTheKernelGivesThem) {
 
   EXPECT_EQ(host_.set_admin_status(b0_, 2), 0U);
   run_shell("ip route flush exact default via 10.6.0.254");
+  // The kernel takes the carrier of the other end down a little later.
+  for (int i = 0; i < 5000 && adapters()["cable0"].row.dwOperStatus == 1; ++i) usleep(1000);
   by_name = adapters();
   EXPECT_EQ(by_name["b0"].row.dwAdminStatus, 2U);
   EXPECT_EQ(by_name["cable0"].row.dwOperStatus, 2U) << "the other end of the cable is down";
@@ -357,7 +359,7 @@ TEST_F(LinuxHosts, KnowWirelessInterfacesByTheirFolder) {
       "printf \"DEVTYPE=wlan\\nIFINDEX=" +
       std::to_string(b0_) +
       "1\\n\" >b0/uevent;"
-      "ZARVO_HOST=linux exec " KADRIX_PROGRAM " print' 2>&1");
+      "ZARVO_HOST=linux exec \"$0\" print' \"" KADRIX_PROGRAM "\" 2>&1");
   EXPECT_THAT(reports, HasSubstr("Type        : 71 \nINFO  "));
   EXPECT_THAT(reports, HasSubstr("Type        : 6 \nINFO  "));
 }

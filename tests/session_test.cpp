@@ -118,7 +118,8 @@ std::vector<Session> all_sessions() {
   std::vector<std::filesystem::path> files;
   for (const char* folder : {"/tests/sessions", "/tests/windows"}) {
     if (windows_runtime() != nullptr && folder == std::string("/tests/sessions")) continue;
-    for (const auto& entry : std::filesystem::directory_iterator(ROOT + folder)) {
+    std::error_code moved;  // no folder, no sessions, which the runner tells as a failure
+    for (const auto& entry : std::filesystem::directory_iterator(ROOT + folder, moved)) {
       if (entry.path().extension() == ".session") files.push_back(entry.path());
     }
   }

@@ -313,19 +313,15 @@ TEST(Names, AreResolvedAsFarAsAllowed) {
   std::uint32_t address = 0;
   EXPECT_EQ(resolve_ipv4("10.0.0.1", address), 0);
   EXPECT_EQ(address, inet_addr("10.0.0.1"));
-  EXPECT_EQ(resolve_ipv4("no such name.invalid", address), -1);
-  EXPECT_THAT(held_lines(),
-              ElementsAre("ERROR @ utils:# - illegal address or name no such name.invalid"));
+  // Too long to be asked of anybody.
+  const std::string name(300, 'n');
+  EXPECT_EQ(resolve_ipv4(name.c_str(), address), -1);
+  EXPECT_THAT(held_lines(), ElementsAre("ERROR @ utils:# - illegal address or name " + name));
   errmsg_begin();
   EXPECT_FALSE(set_name_lookup(false));
   EXPECT_EQ(resolve_ipv4("localhost", address), -1);
   EXPECT_STREQ(errmsg_compose(), "");
   EXPECT_TRUE(set_name_lookup(true));
-  // Whether a machine knows the name is its own affair; if it does, this is the address.
-  if (const int result = resolve_ipv4("localhost", address); result != -1) {
-    EXPECT_EQ(result, 0);
-    EXPECT_EQ(address, inet_addr("127.0.0.1"));
-  }
 
   sockaddr_in6 address6 = {};
   EXPECT_EQ(ipv6_supported(), 1);
