@@ -49,6 +49,9 @@ It works on a simulated Windows host, or on the addresses of this machine.")
   # Compressed as the system's policy wants them, without names and times.
   configure_file(docs/kadrix.1 ${CMAKE_BINARY_DIR}/kadrix.1 @ONLY)
   configure_file(packaging/changelog ${CMAKE_BINARY_DIR}/changelog @ONLY)
+  string(CONCAT COPYRIGHT_FORMAT "https://www."
+                                 "debian.org/doc/packaging-manuals/copyright-format/1.0/")
+  configure_file(packaging/copyright ${CMAKE_BINARY_DIR}/copyright @ONLY)
   foreach(name IN ITEMS kadrix.1 changelog)
     set(compressed ${CMAKE_BINARY_DIR}/${name}.gz)
     add_custom_command(OUTPUT ${compressed} DEPENDS ${CMAKE_BINARY_DIR}/${name}
@@ -57,7 +60,7 @@ It works on a simulated Windows host, or on the addresses of this machine.")
   endforeach()
   add_custom_target(compressed ALL DEPENDS ${all_compressed})
   install(FILES ${CMAKE_BINARY_DIR}/kadrix.1.gz DESTINATION share/man/man1)
-  install(FILES ${CMAKE_BINARY_DIR}/changelog.gz packaging/copyright DESTINATION share/doc/kadrix)
+  install(FILES ${CMAKE_BINARY_DIR}/changelog.gz ${CMAKE_BINARY_DIR}/copyright DESTINATION share/doc/kadrix)
   install(FILES packaging/kadrix.bash DESTINATION share/bash-completion/completions RENAME kadrix)
   install(DIRECTORY hosts DESTINATION share/kadrix FILES_MATCHING PATTERN "*.toml")
   install(FILES docs/using.md docs/host-descriptions.md docs/live-host.md docs/many-machines.md
