@@ -16,13 +16,13 @@
 
 namespace {
 
-int change(RtRequests& requests, std::uint16_t type, unsigned flags, const ifaddrmsg& part,
+RtOutcome change(RtRequests& requests, std::uint16_t type, unsigned flags, const ifaddrmsg& part,
            std::uint32_t address) {
   RtRequest request(type, flags);
   request.part<ifaddrmsg>() = part;
   request.put(IFA_LOCAL, htonl(address));
   request.put(IFA_ADDRESS, htonl(address));
-  return requests.request(request);
+  return requests.change(request);
 }
 
 }  // namespace
@@ -46,7 +46,7 @@ int main(int argument_count, char** arguments) {
        {Phase{RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL}, Phase{RTM_DELADDR, 0}}) {
     std::uint32_t address = first;
     for (int i = 0; i < count; ++i) {
-      const int error = change(requests, type, flags, part, address);
+      const int error = change(requests, type, flags, part, address).error;
       if (error != 0) {
         std::fprintf(stderr, "address %d: %s\n", i, std::strerror(error));
         return 1;
