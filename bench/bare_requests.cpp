@@ -17,7 +17,7 @@
 namespace {
 
 RtOutcome change(RtRequests& requests, std::uint16_t type, unsigned flags, const ifaddrmsg& part,
-           std::uint32_t address) {
+                 std::uint32_t address) {
   RtRequest request(type, flags);
   request.part<ifaddrmsg>() = part;
   request.put(IFA_LOCAL, htonl(address));

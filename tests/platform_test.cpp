@@ -19,9 +19,9 @@
 
 #include "platform/host/adapter_keys.h"
 #include "platform/host/calls.h"
-#include "platform/simulated/host_description.h"
 #include "platform/host/ipv4.h"
 #include "platform/linux/linux_host.h"
+#include "platform/simulated/host_description.h"
 #include "shared/include/guarded_call.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
@@ -38,7 +38,8 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
            {"os = {user = 5}", "d:1: 'user' must be a string"},
            {"\ntime = {sleep = 1}", "d:2: 'sleep' must be true or false"},
            {"time = {slept = true}", "d:1: unknown key 'slept'; the keys here are sleep"},
-           {"[registry.SYSTEM.Key]\nv = 1", "d:1: a registry path of several keys stands in quotes"},
+           {"[registry.SYSTEM.Key]\nv = 1",
+            "d:1: a registry path of several keys stands in quotes"},
            {"faults = [{function = \"Sleep\", code = 1, raise = true}]",
             "d:1: a call that is to 'raise' returns no 'code'"},
            {"registry = {'HKLM\\Key' = {v = 1}}", "d:1: a registry path stands without 'HKLM\\'"},
@@ -132,7 +133,8 @@ TEST(Descriptions, ThatAreNoTomlAreRefusedWithAHint) {
       static_cast<void>(parse_description(text, "d"));
       ADD_FAILURE() << text;
     } catch (const DescriptionError& error) {
-      EXPECT_THAT(error.what(), testing::AllOf(testing::StartsWith("d:2: "), testing::EndsWith(hint)));
+      EXPECT_THAT(error.what(),
+                  testing::AllOf(testing::StartsWith("d:2: "), testing::EndsWith(hint)));
     }
   }
 }

@@ -210,7 +210,8 @@ TEST_P(SessionTest, SaysWhatItMust) {
 
 std::string case_name(const testing::TestParamInfo<Session>& session) {
   std::string name = session.param.name;
-  std::replace_if(name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
+  std::replace_if(
+      name.begin(), name.end(), [](char c) { return !std::isalnum(c); }, '_');
   return std::to_string(session.index) + "_" + name;
 }
 

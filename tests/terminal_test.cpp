@@ -110,8 +110,9 @@ class Terminal {
   [[noreturn]] static void become_program(const Start& start) {
     // A suite that runs in the background of a script ignores it, and children inherit that.
     std::signal(SIGINT, SIG_DFL);
-    for (const auto& [name, value] :
-         {std::pair{"TERM", start.terminal}, {"LC_ALL", start.locale}, {"ZARVO_HOST", start.host}}) {
+    for (const auto& [name, value] : {std::pair{"TERM", start.terminal},
+                                      {"LC_ALL", start.locale},
+                                      {"ZARVO_HOST", start.host}}) {
       if (value != nullptr) {
         setenv(name, value, 1);
       } else {
@@ -161,7 +162,8 @@ TEST_F(Console, TakesWhatIsTyped) {
            {"first line", BAD + "first\r\n"},
            {"second" + LEFT + LEFT + "\x7F" + "X" + HOME + "Y", BAD + "YsecXnd\r\n"},
            {UP + UP + HOME + "un", BAD + "unfirst\r\n"},
-           {"one two three\x17\x17" + std::string("four") + HOME + "\x0B" + "five", BAD + "five\r\n"},
+           {"one two three\x17\x17" + std::string("four") + HOME + "\x0B" + "five",
+            BAD + "five\r\n"},
            {"\x12YsecX\r", BAD + "YsecXnd\r\n"},
            {"a b\x1BOHX", BAD + "Xa\r\n"},
            {"a b\x1B[1~X", BAD + "Xa\r\n"},
@@ -212,9 +214,11 @@ TEST_F(Console, TellsWhatWouldLeadTheTerminalAstray) {
 }
 
 TEST_F(Console, HasATitleWhereTheTerminalHasOne) {
-  for (const auto& [name, has_title] :
-       {std::pair{"xterm-256color", true}, {"vt220", false}, {"linux", false}, {"dumb", false},
-        {static_cast<const char*>(nullptr), false}}) {
+  for (const auto& [name, has_title] : {std::pair{"xterm-256color", true},
+                                        {"vt220", false},
+                                        {"linux", false},
+                                        {"dumb", false},
+                                        {static_cast<const char*>(nullptr), false}}) {
     Terminal terminal({.terminal = name});
     terminal.type("quit\r", "done.\r\n");
     const std::string shown = terminal.read_to_end();
@@ -273,8 +277,8 @@ TEST_F(Console, EndsWithATerminalThatGoesAway) {
   }
 }
 
-// What is opened first must not get the number of a stream that is closed: reports would go into it,
-// and what comes out of it would be commands.
+// What is opened first must not get the number of a stream that is closed: reports would go into
+// it, and what comes out of it would be commands.
 TEST_F(Console, DoesWithoutAStream) {
   for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
     Terminal terminal({.host = "linux", .argument = "print", .closed = closed});

@@ -2,7 +2,8 @@
 
 #include <cerrno>
 
-/// Leaves errno as it was: the message log reports it, and the platform's functions do not touch it.
+/// Leaves errno as it was: the message log reports it, and the platform's functions do not touch
+/// it.
 class ErrnoKeeper {
  public:
   ErrnoKeeper() = default;

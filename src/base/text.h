@@ -32,8 +32,8 @@
   return equals_ignoring_case(text.substr(0, prefix.size()), prefix);
 }
 
-/// Copies `text` into a buffer of `size` bytes (at least 1), cut to fit, and terminates it. They may
-/// overlap.
+/// Copies `text` into a buffer of `size` bytes (at least 1), cut to fit, and terminates it. They
+/// may overlap.
 inline void copy_cut(char* buffer, std::size_t size, std::string_view text) {
   const std::size_t length = std::min(text.size(), size - 1);
   std::memmove(buffer, text.data(), length);

@@ -5,8 +5,8 @@
 // A frame with an exception handler of its own, which is asked about every exception of the call
 // before whoever would continue it or end the program. The compiler has no words for such a frame.
 //
-// guarded_frame(function, argument): 1 when the call returned, 0 when an exception left it, whose code
-// then stands in guarded_exception_code. The frames between are unwound, so that the caller's
+// guarded_frame(function, argument): 1 when the call returned, 0 when an exception left it, whose
+// code then stands in guarded_exception_code. The frames between are unwound, so that the caller's
 // registers are as they were.
 #if defined(__x86_64__)
 
@@ -149,8 +149,8 @@ void restore_guard_page() {
   using Reset = int (*)();
   const HMODULE runtime = GetModuleHandleA("msvcrt");
   if (runtime == nullptr) return;
-  const auto reset = reinterpret_cast<Reset>(
-      reinterpret_cast<void*>(GetProcAddress(runtime, "_resetstkoflw")));
+  const auto reset =
+      reinterpret_cast<Reset>(reinterpret_cast<void*>(GetProcAddress(runtime, "_resetstkoflw")));
   if (reset != nullptr) static_cast<void>(reset());
 }
 

@@ -96,7 +96,8 @@ class Adapter {
   /// memory is exhausted. Always 0.
   int save_contexts(std::unique_ptr<SavedContext[]>& saved, std::int32_t& count) const;
 
-  /// Sets address and context of the saved addresses that the table still holds. -1 for a null list.
+  /// Sets address and context of the saved addresses that the table still holds. -1 for a null
+  /// list.
   int restore_contexts(std::unique_ptr<SavedContext[]> saved, std::int32_t count);
 
   /// Make room for one more entry. When memory is exhausted the table stays as it was.

@@ -32,7 +32,8 @@ void AddressSlot::set_mask(const char* text) {
 
 void AddressSlot::set_address_value(std::uint32_t address) {
   address_ = address;
-  // Not by inet_ntoa, which wants sockets started on the oldest hosts, and half the time of a refresh.
+  // Not by inet_ntoa, which wants sockets started on the oldest hosts, and half the time of a
+  // refresh.
   write_dotted(address_text_, address);
 }
 

@@ -18,7 +18,7 @@ void run_console(System& system);
 
 /// Adds a run of consecutive addresses to an adapter and deletes them again, `iterations` times.
 /// The texts are as the operator typed them; `name` may be null. Returns 0 when all iterations have
-/// run, -1 when the command ended early, which it has then reported: a bad start or count, an address
-/// that could not be added or deleted, an interruption. What was added by then stays.
+/// run, -1 when the command ended early, which it has then reported: a bad start or count, an
+/// address that could not be added or deleted, an interruption. What was added by then stays.
 int run_stress(System& system, const char* name, const char* iterations, const char* addresses,
                const char* start, const char* mask);

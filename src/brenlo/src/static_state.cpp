@@ -10,8 +10,8 @@
 
 namespace {
 
-/// Nothing is thrown but for want of memory. Where nobody answers to that, as before the entry runs,
-/// the program ends as it does for every other condition that it cannot survive.
+/// Nothing is thrown but for want of memory. Where nobody answers to that, as before the entry
+/// runs, the program ends as it does for every other condition that it cannot survive.
 [[noreturn]] void stop_without_memory() {
   assertion_report({".\\kadrix", __LINE__}, "out of memory");
 }

@@ -157,9 +157,8 @@ KeyPath::KeyPath(const char* format, ...) {
 }
 
 ParameterKeys::ParameterKeys(const char* adapter)
-    : choices{
-          {"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\%s", adapter},
-          {"SYSTEM\\CurrentControlSet\\Services\\%s\\Parameters\\Tcpip", adapter}} {}
+    : choices{{"SYSTEM\\CurrentControlSet\\Services\\Tcpip\\Parameters\\Interfaces\\%s", adapter},
+              {"SYSTEM\\CurrentControlSet\\Services\\%s\\Parameters\\Tcpip", adapter}} {}
 
 StringList::StringList() : text_(static_cast<char*>(std::calloc(LIST_SIZE + 2, 1))) {}
 

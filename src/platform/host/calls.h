@@ -26,7 +26,8 @@ int WINAPI platform_getaddrinfo(const char* node, const char* service, const add
                                 addrinfo** answer);
 void WINAPI platform_freeaddrinfo(addrinfo* answer);
 int WINAPI platform_getnameinfo(const sockaddr* address, unsigned length, char* host,
-                                unsigned host_size, char* service, unsigned service_size, int flags);
+                                unsigned host_size, char* service, unsigned service_size,
+                                int flags);
 }
 
 template <auto FUNCTION>

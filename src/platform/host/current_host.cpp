@@ -6,11 +6,11 @@
 #include <new>
 #include <string_view>
 
-#include "platform/host/calls.h"
 #include "base/errno_keeper.h"
+#include "platform/host/calls.h"
 #include "platform/host/host.h"
-#include "platform/simulated/host_description.h"
 #include "platform/linux/linux_host.h"
+#include "platform/simulated/host_description.h"
 #include "platform/simulated/simulated_host.h"
 
 namespace {

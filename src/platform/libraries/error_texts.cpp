@@ -64,7 +64,9 @@ constexpr ErrorText ERROR_TEXTS[] = {
     {1223, "The operation was canceled by the user."},
     {1227, "The network transport endpoint already has an address associated with it."},
     {1229, "An operation was attempted on a nonexistent network connection."},
-    {1231, "The network location cannot be reached. For information about network " "troubleshooting, see Windows Help."},
+    {1231,
+     "The network location cannot be reached. For information about network "
+     "troubleshooting, see Windows Help."},
     {1237, "The operation could not be completed. A retry should be performed."},
     {1314, "A required privilege is not held by the client."},
     {1359, "An internal error occurred."},
@@ -72,7 +74,9 @@ constexpr ErrorText ERROR_TEXTS[] = {
     {1460, "This operation returned because the timeout period expired."},
     {1722, "The RPC server is unavailable."},
     {1726, "The remote procedure call failed."},
-    {1739, "No network address is available to use to construct a universal unique identifier " "(UUID)."},
+    {1739,
+     "No network address is available to use to construct a universal unique identifier "
+     "(UUID)."},
     {5010, "The object already exists."},
     {10049, "The requested address is not valid in its context."},
     {10050, "A socket operation encountered a dead network."},

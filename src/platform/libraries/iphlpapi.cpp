@@ -147,8 +147,8 @@ std::size_t size_of_information(const InformationTables& tables) {
   return entries * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
 }
 
-/// Lays the adapter-information list out in the caller's buffer: the entries, then the further nodes
-/// of their gateway and address lists.
+/// Lays the adapter-information list out in the caller's buffer: the entries, then the further
+/// nodes of their gateway and address lists.
 class InformationWriter {
  public:
   InformationWriter(IP_ADAPTER_INFO* list, const InformationTables& tables)
@@ -302,7 +302,7 @@ DWORD WINAPI AddIPAddress(ULONG address, ULONG mask, DWORD interface_index, PULO
 
 DWORD WINAPI DeleteIPAddress(ULONG context) {
   return run_returning_code("DeleteIPAddress",
-                        [=]() -> DWORD { return current_host().delete_address(context); });
+                            [=]() -> DWORD { return current_host().delete_address(context); });
 }
 
 DWORD WINAPI SetIfEntry(PMIB_IFROW row) {

@@ -45,7 +45,8 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
     if (text == nullptr) return set_last_error<DWORD>(ERROR_MR_MID_NOT_FOUND);
     constexpr char LINE_END[] = "\r\n";
     const std::string_view words = text;
-    if (words.size() + sizeof LINE_END > size) return set_last_error<DWORD>(ERROR_INSUFFICIENT_BUFFER);
+    if (words.size() + sizeof LINE_END > size)
+      return set_last_error<DWORD>(ERROR_INSUFFICIENT_BUFFER);
     words.copy(buffer, words.size());
     std::memcpy(buffer + words.size(), LINE_END, sizeof LINE_END);
     return static_cast<DWORD>(words.size() + std::strlen(LINE_END));

@@ -53,8 +53,8 @@ bool read_entry(DIR* directory, LPWIN32_FIND_DATAA data) {
 }  // namespace
 
 UINT WINAPI GetSystemDirectoryA(LPSTR buffer, UINT size) {
-  return run_setting_last_error<UINT>("GetSystemDirectoryA",
-                            [=] { return give_text("C:\\WINDOWS\\system32", buffer, size); });
+  return run_setting_last_error<UINT>(
+      "GetSystemDirectoryA", [=] { return give_text("C:\\WINDOWS\\system32", buffer, size); });
 }
 
 DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
@@ -67,8 +67,8 @@ DWORD WINAPI GetCurrentDirectoryA(DWORD size, LPSTR buffer) {
 
 /// For functions that know no drives: a path that is not full stands for itself.
 DWORD WINAPI GetFullPathNameA(LPCSTR path, DWORD size, LPSTR full_path, LPSTR* /*file_part*/) {
-  return run_setting_last_error<DWORD>("GetFullPathNameA",
-                             [=] { return give_text(machine_path(path), full_path, size); });
+  return run_setting_last_error<DWORD>(
+      "GetFullPathNameA", [=] { return give_text(machine_path(path), full_path, size); });
 }
 
 DWORD WINAPI GetLongPathNameA(LPCSTR path, LPSTR long_path, DWORD size) {
@@ -97,7 +97,8 @@ HANDLE WINAPI FindFirstFileA(LPCSTR pattern, LPWIN32_FIND_DATAA data) {
 
 BOOL WINAPI FindNextFileA(HANDLE find, LPWIN32_FIND_DATAA data) {
   return run_setting_last_error<BOOL>("FindNextFileA", [=] {
-    return read_entry(static_cast<DIR*>(find), data) ? TRUE : set_last_error<BOOL>(ERROR_NO_MORE_FILES);
+    return read_entry(static_cast<DIR*>(find), data) ? TRUE
+                                                     : set_last_error<BOOL>(ERROR_NO_MORE_FILES);
   });
 }
 

@@ -125,9 +125,8 @@ DWORD LinuxHost::read_adapters(HostTable<HostAdapter>& adapters) {
 /// the last address of one, or with the address that they prefer as their source go without a
 /// notification.
 int LinuxHost::follow_gateways(std::vector<DefaultGateway>& gateways) {
-  bool changed = gateways_depend_on_addresses_
-                     ? gateways_from_ != network_.generation()
-                     : gateways_links_from_ != network_.link_generation();
+  bool changed = gateways_depend_on_addresses_ ? gateways_from_ != network_.generation()
+                                               : gateways_links_from_ != network_.link_generation();
   int error = ENOBUFS;
   if (route_notifications_.is_open()) {
     error = route_notifications_.receive_all(

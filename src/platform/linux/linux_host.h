@@ -7,9 +7,9 @@
 #include <vector>
 
 #include "platform/host/host.h"
+#include "platform/host/registry.h"
 #include "platform/linux/linux_network.h"
 #include "platform/linux/linux_routes.h"
-#include "platform/host/registry.h"
 #include "platform/linux/rtnetlink.h"
 
 class LinuxHost final : public Host {

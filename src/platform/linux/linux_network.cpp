@@ -22,8 +22,8 @@ namespace {
 
 /// How often what changes of the host make stale is dumped again.
 constexpr int MAX_DUMPS = 10;
-/// The parts of a dump in bytes, and how much shorter they are in the next: what may be hidden stands
-/// where one part ends, so that no two dumps hide the same.
+/// The parts of a dump in bytes, and how much shorter they are in the next: what may be hidden
+/// stands where one part ends, so that no two dumps hide the same.
 constexpr std::size_t LONGEST_PART = 32000;
 constexpr std::size_t PART_STEP = 2311;
 constexpr DWORD EVERY_INTERFACE = 0;
@@ -161,10 +161,10 @@ int LinuxNetwork::follow() {
   return resynchronise();
 }
 
-/// Dumps links and addresses, and applies the notifications since it began, until no change can have
-/// hidden anything. The kernel goes on by position from one part of its lists to the next, so that an
-/// address that goes hides another of its interface, and a link that goes may hide more. It does
-/// not always own up to that, and owns up to changes that hide nothing.
+/// Dumps links and addresses, and applies the notifications since it began, until no change can
+/// have hidden anything. The kernel goes on by position from one part of its lists to the next, so
+/// that an address that goes hides another of its interface, and a link that goes may hide more. It
+/// does not always own up to that, and owns up to changes that hide nothing.
 int LinuxNetwork::resynchronise() {
   int overrun = ENOBUFS;
   Stale stale;

@@ -1,5 +1,5 @@
-// The links and IPv4 addresses of this machine's network namespace: dumped once over rtnetlink, then
-// followed by the kernel's notifications, however much others change meanwhile.
+// The links and IPv4 addresses of this machine's network namespace: dumped once over rtnetlink,
+// then followed by the kernel's notifications, however much others change meanwhile.
 #pragma once
 
 #include <cstddef>

@@ -1,5 +1,5 @@
-// Requests to the kernel's rtnetlink interface and its notifications, over libmnl. Functions that can
-// fail answer an error number of the system, 0 for success.
+// Requests to the kernel's rtnetlink interface and its notifications, over libmnl. Functions that
+// can fail answer an error number of the system, 0 for success.
 #pragma once
 
 #include <libmnl/libmnl.h>
@@ -159,8 +159,9 @@ class RtRequests : public RtSocket {
  public:
   /// Sends a request for a dump, or one that is acknowledged after its answer, and visits the
   /// messages that answer it, until the visit returns false. Asks again when an answer is lost, so
-  /// that a message may be visited twice. What a dump shows may lack something that changed meanwhile. The kernel makes the parts
-  /// of a dump as long as the longest room that the socket offered.
+  /// that a message may be visited twice. What a dump shows may lack something that changed
+  /// meanwhile. The kernel makes the parts of a dump as long as the longest room that the socket
+  /// offered.
   template <typename Visit>
   [[nodiscard]] int ask(RtRequest& request, Visit visit, std::size_t room = MAX_DATAGRAM) {
     RtOutcome outcome = exchange(request, visit, room);

@@ -26,8 +26,8 @@
 #define TOML_ENABLE_FORMATTERS 0
 #define TOML_FLOAT_CHARCONV 1
 #define TOML_INT_CHARCONV 1
-// The library (3.3 and 3.4, which name its parts otherwise) holds characters impossible, where it looks for blanks, that a file may well
-// have there; it must say that they are none.
+// The library (3.3 and 3.4, which name its parts otherwise) holds characters impossible, where it
+// looks for blanks, that a file may well have there; it must say that they are none.
 #if __has_include(<toml++/impl/preprocessor.hpp>)
 #include <toml++/impl/preprocessor.hpp>
 #else
@@ -404,7 +404,8 @@ std::string file_text(const std::string& file) {
     throw DescriptionError(joined({file, ":0: ", what}));
   };
   const auto fail = [&] {
-    const char* hint = equals_ignoring_case(file, "linux") ? "; 'linux' stands for this machine" : "";
+    const char* hint =
+        equals_ignoring_case(file, "linux") ? "; 'linux' stands for this machine" : "";
     return refuse(joined({"cannot be read: ", std::strerror(errno), hint}).c_str());
   };
   struct stat status = {};

@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "platform/host/host.h"
-#include "platform/simulated/host_description.h"
 #include "platform/host/registry.h"
+#include "platform/simulated/host_description.h"
 
 class SimulatedHost : public Host {
  public:

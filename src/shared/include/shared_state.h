@@ -6,8 +6,8 @@
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
 
-/// Made once, before anything reports; its parts are made in this order and destroyed in the reverse
-/// one. The modules reach them through `message_log`, `search_path` and the pointers below.
+/// Made once, before anything reports; its parts are made in this order and destroyed in the
+/// reverse one. The modules reach them through `message_log`, `search_path` and the pointers below.
 struct SharedState {
   SharedState();
   SharedState(const SharedState&) = delete;
