@@ -134,7 +134,7 @@ std::string host_file(const std::string& host) {
   return SOURCE_ROOT "/torture/hosts/" + host + ".toml";
 }
 
-std::vector<Session> all_sessions(const TestFolder& folder) {
+std::vector<TortureSession> all_sessions(const TestFolder& folder) {
   write_files(folder);
   const std::string commands =
       "add 10.1.1.5 255.255.0.0\nadd 10.1.1.6 0.0.0.0 second\nadd 10.1.1.5 255.0.0.0\n"

@@ -12,7 +12,7 @@
 /// The description of a host of that name.
 [[nodiscard]] std::string host_file(const std::string& host);
 
-struct Session {
+struct TortureSession {
   const char* name;
   /// The simulated host; empty: the one that the environment names.
   std::string host = {};
@@ -27,4 +27,4 @@ struct Session {
 
 /// The sessions, with the files in the folder that they read. A copy of "first", named "copy", they
 /// remove. The one on this machine's kernel wants interfaces a0 and b0 that it may change.
-[[nodiscard]] std::vector<Session> all_sessions(const TestFolder& folder);
+[[nodiscard]] std::vector<TortureSession> all_sessions(const TestFolder& folder);

@@ -59,7 +59,7 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
   disturbance.armed = armed;
 }
 
-[[noreturn]] void play(const Session& session) {
+[[noreturn]] void play(const TortureSession& session) {
   alarm(LONGEST_RUN);
   for (const auto& [name, value] : session.environment) setenv(name, value.c_str(), 1);
   std::vector<HostAddress> before;
@@ -86,7 +86,7 @@ void compare_with_host(const System& system, const std::vector<HostAddress>& bef
 
 /// What a run did: all that it wrote, standard output and standard error in the order of writing,
 /// and how it ended (the status of wait).
-struct Outcome {
+struct RunOutcome {
   std::string text;
   int status = 0;
 };
@@ -103,7 +103,7 @@ std::string comparable(const std::string& text) {
 }
 
 /// What ended a run for want of memory, in the words of stops.txt.
-std::string stop_of(const Outcome& outcome) {
+std::string stop_of(const RunOutcome& outcome) {
   static const std::regex REPORT("ERROR (\\S+):[0-9]+: assertion failed - (.*)\n$");
   std::smatch found;
   const bool is_stop = WEXITSTATUS(outcome.status) == STOPPED;
@@ -150,7 +150,7 @@ bool tells_more(const std::string& text, const std::string& usual) {
 
 class Torture {
  public:
-  Torture(const Session& session, const TestFolder& folder, std::string treatment)
+  Torture(const TortureSession& session, const TestFolder& folder, std::string treatment)
       : session_(session), folder_(folder), treatment_(std::move(treatment)) {
     if (disturbance.treatment == Treatment::MEMORY) {
       std::ifstream stream(SOURCE_ROOT "/torture/stops.txt");
@@ -169,14 +169,14 @@ class Torture {
   }
 
   int play_one(std::uint64_t nth, bool lasting) {
-    const Outcome outcome = run(nth, lasting);
+    const RunOutcome outcome = run(nth, lasting);
     const std::string fault = fault_of(outcome);
     std::printf("%s= %s\n", outcome.text.c_str(), fault.empty() ? "well" : fault.c_str());
     return fault.empty() ? 0 : 1;
   }
 
  private:
-  [[nodiscard]] Outcome run(std::uint64_t nth, bool lasting) const {
+  [[nodiscard]] RunOutcome run(std::uint64_t nth, bool lasting) const {
     static_cast<void>(folder_.write("copy", "the same\n"));
     if (session_.layout != nullptr && std::system(session_.layout) != 0) std::exit(1);
     disturbance.nth = nth;
@@ -189,7 +189,7 @@ class Torture {
       dup2(STDOUT_FILENO, STDERR_FILENO);
       play(session_);
     }
-    Outcome outcome;
+    RunOutcome outcome;
     if (waitpid(child, &outcome.status, 0) != child) std::exit(1);
     outcome.text = read_file("output");
     return outcome;
@@ -197,7 +197,7 @@ class Torture {
 
   /// Plays one run; false once one keeps its promises without meeting a failure.
   bool plays_on(std::uint64_t nth, bool lasting) {
-    const Outcome outcome = run(nth, lasting);
+    const RunOutcome outcome = run(nth, lasting);
     const std::string fault = fault_of(outcome);
     const bool met = *disturbance.met > 0;
     if (!fault.empty()) {
@@ -216,7 +216,7 @@ class Torture {
 
   /// Why a run broke what the tool promises, or empty. Held against what the session does when
   /// nothing fails.
-  [[nodiscard]] std::string fault_of(const Outcome& outcome) const {
+  [[nodiscard]] std::string fault_of(const RunOutcome& outcome) const {
     const std::string& text = outcome.text;
     if (text.find("DISAGREES") != std::string::npos) return "tool and host disagree";
     if (*disturbance.met == 0) {
@@ -236,7 +236,7 @@ class Torture {
     return "";
   }
 
-  const Session& session_;
+  const TortureSession& session_;
   const TestFolder& folder_;
   std::string treatment_;
   std::string typed_ = folder_.write("typed", session_.typed);
@@ -257,7 +257,7 @@ int main(int argument_count, char** arguments) {
   // How many failures a run met is written by its process, and read by this one.
   disturbance.met = static_cast<std::uint64_t*>(mmap(
       nullptr, sizeof *disturbance.met, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
-  for (const Session& session : all_sessions(folder)) {
+  for (const TortureSession& session : all_sessions(folder)) {
     for (const auto& [name, treatment] : TREATMENTS) {
       // The platform's calls are treated on simulated hosts alone.
       if (treatment != Treatment::MEMORY && session.host.empty()) continue;

@@ -19,18 +19,9 @@ constexpr std::int32_t FIRST_TEXT_CAPACITY = 10;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\oid", line}; }
 
-/// The first position below `n` at which the arrays differ, or `n`. Looks at eight at a time, so
-/// that the compiler can compare them at once.
+/// The first position below `n` at which the arrays differ, or `n`.
 std::int32_t first_difference(const std::uint32_t* a, const std::uint32_t* b, std::int32_t n) {
-  constexpr std::int32_t STRIDE = 8;
-  std::int32_t i = 0;
-  for (; i + STRIDE <= n; i += STRIDE) {
-    std::uint32_t differing = 0;
-    for (std::int32_t j = 0; j < STRIDE; ++j) differing |= a[i + j] ^ b[i + j];
-    if (differing != 0) break;
-  }
-  while (i < n && a[i] == b[i]) ++i;
-  return i;
+  return static_cast<std::int32_t>(std::mismatch(a, a + n, b).first - a);
 }
 
 std::int32_t digits_of(std::uint32_t id) {

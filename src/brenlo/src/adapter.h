@@ -66,18 +66,18 @@ class Adapter {
 
   /// Empties the address table and reads it again: the registry's lists slot by slot (DHCP client)
   /// or the interface's rows of the IP address table in ascending order (IP Helper).
-  int read_tcpip_settings();
+  [[nodiscard]] int read_tcpip_settings();
 
   /// Writes the addresses that are not blank, followed by `blank_count` blank entries, to the
   /// registry and reads the table again. DHCP client only; otherwise 0 without effect.
-  int write_tcpip_settings(std::int32_t blank_count);
+  [[nodiscard]] int write_tcpip_settings(std::int32_t blank_count);
 
   /// Reads the address table again and keeps the contexts of the addresses still there. IP Helper
   /// only. Always 0; a failed read is reported and written.
   int refresh_addresses();
 
   /// Empties the gateway list and reads it again; under the IP Helper also reads the system name.
-  int read_gateways();
+  [[nodiscard]] int read_gateways();
 
   /// Gives the adapter's primary address as the registry has it, cut to `size` bytes.
   int current_ip_address(char* buffer, std::size_t size) const;
@@ -101,7 +101,7 @@ class Adapter {
   int restore_contexts(std::unique_ptr<SavedContext[]> saved, std::int32_t count);
 
   /// Make room for one more entry. When memory is exhausted the table stays as it was.
-  int grow_address_table();
+  [[nodiscard]] int grow_address_table();
   int grow_ipv6_table();
 
   void clear_addresses();
@@ -110,7 +110,7 @@ class Adapter {
 
   /// Tells whether the adapter takes addresses through the DHCP client, by adding one and deleting
   /// it again. 0 without action under any other mechanism.
-  int probe_address_change();
+  [[nodiscard]] int probe_address_change();
 
   /// Puts an address on the adapter and into the table. The mask "0.0.0.0" stands for the default
   /// mask of the address's class.
@@ -130,25 +130,26 @@ class Adapter {
   [[nodiscard]] std::int32_t ipv6_count() const { return ipv6_count_; }
 
   /// Removes an address whoever added it, as far as the mechanism allows.
-  int purge_address(const char* address_text);
+  [[nodiscard]] int purge_address(const char* address_text);
 
  private:
-  int read_registry_addresses();
-  int read_interface_addresses();
+  [[nodiscard]] int read_registry_addresses();
+  [[nodiscard]] int read_interface_addresses();
   [[nodiscard]] AddressSlot* slot(std::int32_t position) const {
     return addresses_.get()[position];
   }
-  int append_slot(std::unique_ptr<AddressSlot> entry);
-  int read_registry_gateways();
-  int read_interface_gateways();
-  int append_gateway(std::string_view text);
+  [[nodiscard]] int append_slot(std::unique_ptr<AddressSlot> entry);
+  [[nodiscard]] int read_registry_gateways();
+  [[nodiscard]] int read_interface_gateways();
+  [[nodiscard]] int append_gateway(std::string_view text);
   [[nodiscard]] AddressSlot* find_listed(std::uint32_t address, std::int32_t& position) const;
-  int add_through_service(const char* address_text, const char* mask_text,
-                          const char* effective_mask);
-  int add_to_interface(const char* address_text, const char* effective_mask);
-  int insert_added(std::uint32_t address, std::uint32_t mask, std::uint32_t nte_context);
-  int delete_through_service(const char* address_text);
-  int delete_from_interface(const char* address_text, bool any_owner);
+  [[nodiscard]] int add_through_service(const char* address_text, const char* mask_text,
+                                        const char* effective_mask);
+  [[nodiscard]] int add_to_interface(const char* address_text, const char* effective_mask);
+  [[nodiscard]] int insert_added(std::uint32_t address, std::uint32_t mask,
+                                 std::uint32_t nte_context);
+  [[nodiscard]] int delete_through_service(const char* address_text);
+  [[nodiscard]] int delete_from_interface(const char* address_text, bool any_owner);
   [[nodiscard]] bool has_ipv6_key(const char* address_text) const;
   void record_ipv6_address(const char* address_text);
 

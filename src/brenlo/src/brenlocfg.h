@@ -34,7 +34,7 @@ class ExclusionList {
   /// Appends an entry for each usable "exclude" block of a block configuration file. Returns 0 when
   /// the file was read; blocks that cannot be used are reported, written and skipped. Returns -1,
   /// reported and not flushed, when the file cannot be opened or read; the list is then as it was.
-  int load(const char* path);
+  [[nodiscard]] int load(const char* path);
 
   /// Releases every entry. Always returns 0.
   int clear();

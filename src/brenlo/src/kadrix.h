@@ -6,7 +6,7 @@
 /// The program without its process: constructs the System, then prints the report (the single
 /// argument "print") or reads commands from standard input until a quit word or its end.
 /// Returns the exit status, always 0.
-int run_kadrix(int argument_count, const char* const* arguments);
+[[nodiscard]] int run_kadrix(int argument_count, const char* const* arguments);
 
 /// The prompt: carries out the commands of standard input on a System, until a quit word or the
 /// input's end.

@@ -16,7 +16,7 @@ int parse_ipv6_groups(const char* text, std::uint16_t (&groups)[8]);
 
 /// Starts a command line without a window, with these handles as its standard output and input;
 /// does not wait for it. Non-zero when it started, else 0.
-int run_hidden_process(const char* command_line, HANDLE output, HANDLE input);
+[[nodiscard]] int run_hidden_process(const char* command_line, HANDLE output, HANDLE input);
 
 /// Closes the write end of a pipe and reads the other to its end. Gives the text, terminated, and
 /// its length; null when the write end cannot be closed or memory is exhausted.

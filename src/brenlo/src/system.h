@@ -59,7 +59,7 @@ class System {
   /// first active adapter.
   int add_address(const char* name, const char* address, const char* mask);
   int delete_address(const char* name, const char* address);
-  int purge_address(const char* name, const char* address);
+  [[nodiscard]] int purge_address(const char* name, const char* address);
 
   /// Add and delete an IPv6 address, trying up to three times. 1 when an attempt succeeded, 0 when
   /// none did, -1 when the adapter was not found.
@@ -69,34 +69,36 @@ class System {
   /// Gives the hardware addresses by which the host is recognised: those of the adapters that are
   /// not excluded, or on older releases one made from a UUID. The pointers stand while the System
   /// does, the one from a UUID until the next is made. Returns their number, or -1.
-  int get_system_hardware_addresses(const std::uint8_t* (&addresses)[MAX_ADAPTERS]) const;
+  [[nodiscard]] int get_system_hardware_addresses(
+      const std::uint8_t* (&addresses)[MAX_ADAPTERS]) const;
 
   /// Appends blank entries to an adapter's registry lists. Returns its number of blank slots
   /// afterwards, or -1.
-  int pad_blank_addresses(const char* name, std::int32_t count);
+  [[nodiscard]] int pad_blank_addresses(const char* name, std::int32_t count);
 
   /// Gives the current address of an adapter, cut to `size` bytes. 0 or -1.
-  int read_adapter_settings(const char* name, char* buffer, std::size_t size);
+  [[nodiscard]] int read_adapter_settings(const char* name, char* buffer, std::size_t size);
 
   /// Writes "{DESCRIPTION} " for every active adapter into a buffer with room for all of them:
   /// NAME_SIZE + 3 bytes each and one more. Always 0.
-  int list_active_adapter_names(char* buffer) const;
+  [[nodiscard]] int list_active_adapter_names(char* buffer) const;
 
   /// Writes the report of the host and its adapters.
   void print_report() const;
 
   /// Looks the host's address up in the registry; gives it cut to 199 characters. 0 or -1.
-  int get_host_address(char (&buffer)[200]) const;
+  [[nodiscard]] int get_host_address(char (&buffer)[200]) const;
 
  private:
   using AdapterOperation = int (Adapter::*)(const char* address);
 
-  int discover_bindings();
-  int discover_interfaces();
+  [[nodiscard]] int discover_bindings();
+  [[nodiscard]] int discover_interfaces();
   void take_adapter(std::unique_ptr<Adapter> adapter);
   void count_operation();
   int change_ipv6_address(const char* name, const char* address, AdapterOperation operation);
-  int remove_address(const char* name, const char* address, AdapterOperation operation);
+  [[nodiscard]] int remove_address(const char* name, const char* address,
+                                   AdapterOperation operation);
 
   std::int32_t mechanism_ = MECHANISM_NONE;
   std::int32_t adapter_count_ = 0;
@@ -106,9 +108,9 @@ class System {
 
 /// Makes a 6-byte hardware address from the last group of a fresh UUID, in a buffer that every call
 /// overwrites. 0 and the address, or -1 after a report.
-int make_uuid_hardware_address(const std::uint8_t*& address);
+[[nodiscard]] int make_uuid_hardware_address(const std::uint8_t*& address);
 
 /// The two lookups behind System::get_host_address: through the TCP/IP binding list of the NT
 /// family, and in the network transport key of the 95 family. 0 or -1.
-int get_host_address_from_bindings(char (&buffer)[200]);
-int get_host_address_from_nettrans(char (&buffer)[200]);
+[[nodiscard]] int get_host_address_from_bindings(char (&buffer)[200]);
+[[nodiscard]] int get_host_address_from_nettrans(char (&buffer)[200]);

@@ -40,11 +40,11 @@ class LinuxHost final : public Host {
   void sleep(DWORD milliseconds) override;
 
  private:
-  int follow_gateways(std::vector<DefaultGateway>& gateways);
+  [[nodiscard]] int follow_gateways(std::vector<DefaultGateway>& gateways);
   void lay_out_adapters(std::vector<DefaultGateway> gateways);
   void lay_out_rows();
   RtOutcome change_address(std::uint16_t type, unsigned flags, const LinuxNetwork::Entry& entry);
-  int promote_secondaries(DWORD interface_index);
+  [[nodiscard]] int promote_secondaries(DWORD interface_index);
   [[nodiscard]] bool has_ipv4(DWORD interface_index);
   DWORD lay_out_registry();
   void set_address_lists(const HostAdapter& adapter);

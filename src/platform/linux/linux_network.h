@@ -79,17 +79,17 @@ class LinuxNetwork {
     [[nodiscard]] bool any() const { return everything || !interfaces.empty(); }
   };
 
-  int resynchronise();
-  int dump(const Stale& stale, int attempt);
-  int dump_links();
-  int dump_addresses(DWORD interface_index, int attempt);
-  int apply_notifications(Stale* stale);
+  [[nodiscard]] int resynchronise();
+  [[nodiscard]] int dump(const Stale& stale, int attempt);
+  [[nodiscard]] int dump_links();
+  [[nodiscard]] int dump_addresses(DWORD interface_index, int attempt);
+  [[nodiscard]] int apply_notifications(Stale* stale);
   void remove_unseen();
 
   void update_link(const nlmsghdr& message);
-  bool remove_link(const nlmsghdr& message);
+  [[nodiscard]] bool remove_link(const nlmsghdr& message);
   void merge(Entries& dumped);
-  bool confirm(const Entry& told, bool is_own);
+  [[nodiscard]] bool confirm(const Entry& told, bool is_own);
   void update_address(const Entry& told, bool is_own);
   void remove_address(const Entry& entry);
   [[nodiscard]] Entries::iterator find(const Entry& entry);

@@ -59,10 +59,10 @@ class SearchPath {
 };
 
 /// Gives the next entry. 0, or -1 at the end.
-int next_listing_entry(DirectoryListing& listing, ListingBuffer& buffer);
+[[nodiscard]] int next_listing_entry(DirectoryListing& listing, ListingBuffer& buffer);
 
 /// Ends a listing and releases it. 0, or -1 when the platform refuses: the listing then stays.
-int close_listing(std::unique_ptr<DirectoryListing>& listing);
+[[nodiscard]] int close_listing(std::unique_ptr<DirectoryListing>& listing);
 
 /// The user's name as it was when the first SearchPath was constructed; empty when unknown.
 [[nodiscard]] const char* search_path_user();

@@ -30,9 +30,9 @@
 [[nodiscard]] const char* skip_blanks(const char* text);
 
 /// Remove white space at the front, at the end, at both, in place. Always 0.
-int trim_leading(char* text);
+[[nodiscard]] int trim_leading(char* text);
 int trim_trailing(char* text);
-int trim(char* text);
+[[nodiscard]] int trim(char* text);
 
 /// A new copy of `text`, owned by the caller.
 [[nodiscard]] TextBlock copy_text(const char* text);
@@ -55,7 +55,7 @@ enum QuotingFlags : unsigned {
 /// Collapses runs of spaces and tabs outside the quoted and bracketed sections that `flags` name to
 /// one space, drops them at both ends, and ends the text at the first of the `stops` (or null)
 /// outside such a section. In place; always 0.
-int normalize_blanks(char* text, unsigned flags, const char* stops);
+[[nodiscard]] int normalize_blanks(char* text, unsigned flags, const char* stops);
 
 /// The pieces of a text that was split in place; they lie in that text.
 struct SplitList {
@@ -69,7 +69,7 @@ int split_at_char(char* text, char separator, bool skip_empty, SplitList& list);
 
 /// Splits at a text, which must not be empty. Returns 1, or 0 when the text ends with the
 /// separator. The list must be released.
-int split_at_text(char* text, const char* separator, SplitList& list);
+[[nodiscard]] int split_at_text(char* text, const char* separator, SplitList& list);
 
 /// Releases the list's array. Always 0.
 int split_release(SplitList& list);
@@ -81,7 +81,7 @@ int split_release(SplitList& list);
 [[nodiscard]] int fits_in(const char* text, std::int32_t n);
 
 /// Turn slashes into backslashes, backslashes into slashes, in place. 0, or -1 for no text.
-int to_backslashes(char* text);
+[[nodiscard]] int to_backslashes(char* text);
 int to_slashes(char* text);
 
 /// Turns backslashes into slashes and capital ASCII letters into small ones. 0, or -1 for no text.
@@ -107,7 +107,7 @@ int scan_quad(const char* text, std::int32_t (&numbers)[4]);
 /// Converts hexadecimal digits, with white space, ":" and "-" between bytes, to bytes, in place and
 /// followed by a NUL. Returns 0 and the number of bytes; -1 after a report at a character that does
 /// not belong, with `length` not set.
-int hex_to_bytes(char* text, std::int32_t& length);
+[[nodiscard]] int hex_to_bytes(char* text, std::int32_t& length);
 
 /// Sets flags[k] to `value` for every position k from 1 to n that a list such as "1-3,5" names;
 /// what lies outside is ignored. `flags` has n + 1 bytes. Always 0.
@@ -149,9 +149,9 @@ struct FileLine {
 FileLine read_line(std::FILE* stream, char* buffer, std::int32_t buffer_length,
                    std::size_t& length);
 
-/// Deletes the first file when both have the same content. 0 whether it did or not; -1, reported,
-/// when a file could not be read or the file could not be deleted.
-int remove_if_identical(const char* path_a, const char* path_b);
+/// Deletes the first file when both have the same content, which a file has with itself. 0 whether
+/// it did or not; -1, reported, when a file could not be read or the file could not be deleted.
+[[nodiscard]] int remove_if_identical(const char* path_a, const char* path_b);
 
 // ---- Time -------------------------------------------------------------------------------------
 
@@ -179,7 +179,7 @@ void add_ms(TimeValue& time, std::int32_t milliseconds);
 int get_user_name(char* buffer, std::int32_t size);
 
 /// Allows resolve_ipv4 to ask the name service; on at the start. Returns the value set.
-bool set_name_lookup(bool allowed);
+[[nodiscard]] bool set_name_lookup(bool allowed);
 
 /// The address (network byte order) that a dotted text or a host name stands for. 0 or -1; an
 /// unknown name is reported.
@@ -214,7 +214,7 @@ int ipv4_to_oid(std::uint32_t address, Oid& oid);
 void hex_dump(const void* bytes, std::int32_t n, const char* prefix);
 
 /// Holds a text of several lines as one ERROR message that shows them in order. 0 or -1.
-int report_lines(const char* text);
+[[nodiscard]] int report_lines(const char* text);
 
 /// Writes the script editor's table of file types, as Tcl lists, cut to `size` (at least 1) bytes.
 /// Always 0.

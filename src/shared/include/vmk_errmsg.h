@@ -42,11 +42,11 @@ class MessageLog {
   MessageLog(const MessageLog&) = delete;
   MessageLog& operator=(const MessageLog&) = delete;
 
-  /// Starts a new message, unless the log is suspended.
+  /// Starts a new message, unless the enable counter is 0.
   void begin();
 
   /// Holds a copy of `text` as the next piece. Returns 0, or -1 when it had to be dropped: 64
-  /// pieces are held already, or memory ran out. Does nothing (0) while the log is suspended.
+  /// pieces are held already, or memory ran out. Does nothing (0) while the enable counter is 0.
   int push(const char* text);
 
   /// Composes the held pieces, newest first; the level words of all but the newest are blanked.
@@ -73,11 +73,11 @@ class MessageLog {
 
   static MessagePiece empty_piece(FirstBlock& block);
   static bool is_grown(const MessagePiece& piece) { return piece.capacity > FIRST_BLOCK_SIZE; }
-  bool grow(MessagePiece& piece, std::int32_t capacity);
+  [[nodiscard]] bool grow(MessagePiece& piece, std::int32_t capacity);
   void compose_into(MessagePiece& output);
-  bool make_room(MessagePiece& output, std::int32_t need);
-  bool append(MessagePiece& output, const MessagePiece& piece);
-  bool append_notice(MessagePiece& output);
+  [[nodiscard]] bool make_room(MessagePiece& output, std::int32_t need);
+  [[nodiscard]] bool append(MessagePiece& output, const MessagePiece& piece);
+  [[nodiscard]] bool append_notice(MessagePiece& output);
 
   const MemoryOperations& memory_;
   std::int32_t enabled_ = 1;
