@@ -185,10 +185,13 @@ TEST_F(Console, TakesWhatIsTyped) {
            {"del 10.1.1.9 fast", "success.\r\n"}}) {
     terminal.type(typed + "\r", shown);
   }
-  // A stop that nobody can undo stops nothing, and the line goes on.
-  terminal.type("half", "half");
+  // A stop that nobody can undo stops nothing, and the line goes on, however often.
+  terminal.type("hlf", "hlf");
+  terminal.send("\x02\x02", "\b\b");
+  terminal.send("\x1A", "$hlf");
+  terminal.send("a", "a");
   terminal.send("\x1A", "$half");
-  terminal.send("line\r", BAD + "halfline\r\n");
+  terminal.send("\x05line\r", BAD + "halfline\r\n");
   terminal.type("\x04", "done.\r\n");
   EXPECT_EQ(terminal.end(), 0);
   Terminal plain({.locale = "C"});

@@ -19,11 +19,9 @@ constexpr std::array<NumberText, 256> number_texts() {
   std::array<NumberText, 256> numbers{};
   for (unsigned number = 0; number < numbers.size(); ++number) {
     auto& [text, length] = numbers[number];
-    for (const unsigned power : {100U, 10U, 1U}) {
-      if (number >= power || power == 1) {
-        text[length++] = static_cast<char>('0' + number / power % 10);
-      }
-    }
+    if (number >= 100) text[length++] = static_cast<char>('0' + number / 100);
+    if (number >= 10) text[length++] = static_cast<char>('0' + number / 10 % 10);
+    text[length++] = static_cast<char>('0' + number % 10);
     text[length++] = '.';
   }
   return numbers;

@@ -116,7 +116,7 @@ class Host {
     return find_key(path) == NO_ERROR ? NO_ERROR : ERROR_ACCESS_DENIED;
   }
   [[nodiscard]] virtual DWORD set_value(std::string_view /*path*/, std::string_view /*name*/,
-                                        RegistryValue /*value*/) {
+                                        RegistryValue&& /*value*/) {
     return ERROR_ACCESS_DENIED;
   }
 

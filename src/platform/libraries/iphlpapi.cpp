@@ -152,15 +152,18 @@ std::size_t size_of_information(const InformationTables& tables) {
 class InformationWriter {
  public:
   InformationWriter(IP_ADAPTER_INFO* list, const InformationTables& tables)
-      : lists_(*tables.adapters.rows), entry_(list) {
-    const auto& adapters = *tables.adapters.rows;
+      : tables_(tables), lists_(*tables.adapters.rows), entry_(list) {}
+
+  void write() {
+    const IP_ADAPTER_INFO* const list = entry_;
+    const auto& adapters = *tables_.adapters.rows;
     const auto count = std::count_if(adapters.begin(), adapters.end(), is_listed);
-    node_ = reinterpret_cast<IP_ADDR_STRING*>(list + count);
+    node_ = reinterpret_cast<IP_ADDR_STRING*>(entry_ + count);
     for (const HostAdapter& adapter : adapters) {
       if (is_listed(adapter)) write_entry(adapter);
     }
     if (entry_ != list) std::prev(entry_)->Next = nullptr;
-    for (const HostAddress& address : *tables.addresses.rows) write_address(address);
+    for (const HostAddress& address : *tables_.addresses.rows) write_address(address);
   }
 
  private:
@@ -204,9 +207,10 @@ class InformationWriter {
     return last.Next;
   }
 
+  const InformationTables& tables_;
   AddressLists lists_;
   IP_ADAPTER_INFO* entry_;
-  IP_ADDR_STRING* node_;
+  IP_ADDR_STRING* node_ = nullptr;
   // Those of the last address, as most have the same.
   DWORD mask_ = 0;
   char mask_text_[DOTTED_SIZE] = "0.0.0.0";
@@ -226,7 +230,7 @@ class AdapterInformation {
     const std::size_t needed = size_of(*tables);
     if (needed == 0) return ERROR_NO_DATA;
     if (!protocol_.has_room(list, size, needed, *tables)) return ERROR_BUFFER_OVERFLOW;
-    InformationWriter(list, *tables);
+    InformationWriter(list, *tables).write();
     return NO_ERROR;
   }
 

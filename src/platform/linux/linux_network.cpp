@@ -309,10 +309,13 @@ void LinuxNetwork::merge(Entries& dumped) {
   }
   dumped.erase(std::unique(dumped.begin(), dumped.end(), same_place), dumped.end());
   std::erase_if(dumped, [this](const Entry& entry) { return confirm(entry, true); });
+  // What may ask for memory comes first: what is counted stands.
   for (Entry& entry : dumped) {
     entry.dump = dump_;
-    note_addition(entry.interface_index);
+    held_.try_emplace(entry.interface_index);
   }
+  if (!addresses_.empty()) addresses_.reserve(addresses_.size() + dumped.size());
+  for (const Entry& entry : dumped) note_addition(entry.interface_index);
   if (addresses_.empty()) {
     addresses_ = std::move(dumped);
     return;
@@ -356,6 +359,8 @@ LinuxNetwork::Entries::iterator LinuxNetwork::find(const Entry& entry) {
 
 void LinuxNetwork::insert(const Entry& entry) {
   const auto at = std::upper_bound(addresses_.begin(), addresses_.end(), entry, precedes);
+  // Before the entry stands, as it may ask for memory.
+  held_.try_emplace(entry.interface_index);
   addresses_.insert(at, entry)->dump = dump_;
   note_addition(entry.interface_index);
 }

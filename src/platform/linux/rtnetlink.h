@@ -183,6 +183,14 @@ class RtRequests : public RtSocket {
   RtOutcome exchange(RtRequest& request, Visit visit, std::size_t room = MAX_DATAGRAM) {
     RtOutcome outcome;
     bool complete = false;
+    // The kernel holds on to what nobody receives, whichever way this ends.
+    struct Closer {
+      RtSocket& socket;
+      const bool& complete;
+      ~Closer() {
+        if (!complete) socket.close();
+      }
+    } const closer = {*this, complete};
     outcome.error = send(request);
     while (outcome.error == 0 && !outcome.answered) {
       std::size_t length = 0;
@@ -195,8 +203,6 @@ class RtRequests : public RtSocket {
         return !outcome.answered;
       });
     }
-    // The kernel holds on to what nobody receives.
-    if (!complete) close();
     return outcome;
   }
 

@@ -265,7 +265,8 @@ DWORD SimulatedHost::create_key(std::string_view path) {
   return NO_ERROR;
 }
 
-DWORD SimulatedHost::set_value(std::string_view path, std::string_view name, RegistryValue value) {
+DWORD SimulatedHost::set_value(std::string_view path, std::string_view name,
+                               RegistryValue&& value) {
   if (keeps_diary_) note("set " + std::string(path) + "\\" + std::string(name));
   registry_.key(path).set(name, std::move(value));
   return NO_ERROR;

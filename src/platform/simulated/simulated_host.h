@@ -39,7 +39,7 @@ class SimulatedHost : public Host {
                                             DWORD mask) override;
   [[nodiscard]] DWORD create_key(std::string_view path) override;
   [[nodiscard]] DWORD set_value(std::string_view path, std::string_view name,
-                                RegistryValue value) override;
+                                RegistryValue&& value) override;
   void sleep(DWORD milliseconds) override;
   [[nodiscard]] std::optional<ScriptedFault> next_fault(std::string_view function) override;
 

@@ -4,6 +4,7 @@
 #include <fcntl.h>
 #include <histedit.h>
 #include <langinfo.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -29,12 +30,18 @@ constexpr wchar_t REPLACEMENT = 0xFFFD;
 constexpr std::string_view KEEP_TITLE = "\x1B[22;2t";
 constexpr std::string_view RESTORE_TITLE = "\x1B[23;2t";
 
+/// Whether a call failed only because another program left the terminal non-blocking; waits then.
+bool waited_for(int descriptor, short events) {
+  pollfd wanted = {descriptor, events, 0};
+  return errno == EAGAIN && poll(&wanted, 1, -1) > 0;
+}
+
 /// Writes it all; a terminal that has gone away takes nothing.
 void write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
-    const ssize_t written = TEMP_FAILURE_RETRY(write(descriptor, text.data(), text.size()));
-    if (written < 0) return;
-    text.remove_prefix(static_cast<std::size_t>(written));
+    const ssize_t written = write(descriptor, text.data(), text.size());
+    if (written < 0 && !waited_for(descriptor, POLLOUT) && errno != EINTR) return;
+    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
   }
 }
 
@@ -140,7 +147,7 @@ ssize_t write_output(void* /*cookie*/, const char* text, std::size_t size) {
   return static_cast<ssize_t>(size);
 }
 
-void resume_editing();
+void keep_line();
 
 /// What is typed, a character at a time. Keys that send sequences of characters become the control
 /// characters that stand for them, or nothing.
@@ -171,7 +178,9 @@ class Keyboard {
   /// A signal that did not end the program does not end the input.
   static int read_byte(unsigned char& byte) {
     ssize_t result = 0;
-    while ((result = ::read(STDIN_FILENO, &byte, 1)) < 0 && errno == EINTR) resume_editing();
+    while ((result = ::read(STDIN_FILENO, &byte, 1)) < 0 && waited_for(STDIN_FILENO, POLLIN)) {
+    }
+    if (result < 0 && errno == EINTR) keep_line();
     return static_cast<int>(result);
   }
 
@@ -228,6 +237,8 @@ class Editor {
     set_ = find<decltype(el_set)>(library, "el_set");
     gets_ = find<decltype(el_gets)>(library, "el_gets");
     history_ = find<decltype(history)>(library, "history");
+    edited_ = find<decltype(el_line)>(library, "el_line");
+    push_ = find<decltype(el_push)>(library, "el_push");
     line_ = find<decltype(el_init)>(library, "el_init")("kadrix", input, output, stderr);
     lines_ = find<decltype(history_init)>(library, "history_init")();
     if (!is_open()) return;
@@ -246,20 +257,31 @@ class Editor {
     bind_keys();
   }
 
-  /// Shows the line that is being edited again, on a terminal that somebody else had meanwhile, or
-  /// that was left to somebody else in vain.
-  void resume() {
-    set_(line_, EL_PREP_TERM, 1);
-    set_(line_, EL_REFRESH);
+  /// Keeps the line that is being edited, with its cursor, to begin anew with it: somebody else had
+  /// the terminal meanwhile, or its size changed.
+  void keep() {
+    const LineInfo* const now = edited_(line_);
+    kept_.assign(now->buffer, now->lastchar);
+    const std::string behind(now->cursor, now->lastchar);
+    const std::size_t steps = std::mbstowcs(nullptr, behind.c_str(), 0);
+    kept_.append(steps != static_cast<std::size_t>(-1) ? steps : behind.size(), 'B' & 31);
+    interrupted_ = true;
+    errno = EINTR;
   }
 
   /// Reads a line into `text`, its end included; nothing at the end of input. The library takes no
   /// NUL.
   void read(std::string& text) {
     int count = 0;
-    // The prompt stands already; the library writes it again.
-    write_all(STDOUT_FILENO, "\r");
-    const char* line = gets_(line_, &count);
+    const char* line = nullptr;
+    kept_.clear();
+    // The library takes a signal once in a line; begun anew, it takes it again.
+    do {
+      if (!kept_.empty()) push_(line_, kept_.c_str());
+      // The prompt stands already; the library writes it again.
+      write_all(STDOUT_FILENO, "\r");
+      line = gets_(line_, &count);
+    } while (std::exchange(interrupted_, false));
     prompt.clear();
     text.clear();
     if (line == nullptr || count <= 0) {
@@ -295,6 +317,10 @@ class Editor {
   decltype(&el_set) set_ = nullptr;
   decltype(&el_gets) gets_ = nullptr;
   decltype(&history) history_ = nullptr;
+  decltype(&el_line) edited_ = nullptr;
+  decltype(&el_push) push_ = nullptr;
+  std::string kept_ = {};
+  bool interrupted_ = false;
   EditLine* line_ = nullptr;
   History* lines_ = nullptr;
 };
@@ -312,7 +338,7 @@ struct Terminal {
 
 Terminal* terminal = nullptr;
 
-void resume_editing() { terminal->editor.resume(); }
+void keep_line() { terminal->editor.keep(); }
 
 void open_editor() {
   terminal->editor.open(terminal->input, terminal->output);
