@@ -207,20 +207,19 @@ DWORD LinuxHost::add_address(DWORD address, DWORD mask, DWORD interface_index, D
   if (const int error = network_.follow(); error != 0) return code_of(error);
   if (network_.has_address(address)) return ERROR_OBJECT_ALREADY_EXISTS;
   // The entry stands first: once the kernel has added the address nothing may fail.
-  const DWORD added = network_.add_unconfirmed({address, mask, interface_index});
-  RtOutcome outcome =
-      change_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, *network_.find_context(added));
+  const LinuxNetwork::Entry added = network_.add_unconfirmed({address, mask, interface_index});
+  RtOutcome outcome = change_address(RTM_NEWADDR, NLM_F_CREATE | NLM_F_EXCL, added);
   network_.expect_notification(requests_.last());
   if (!outcome.answered && network_.follow() == 0) {
     // The kernel's notification, or what it shows now, tells what became of it.
-    const LinuxNetwork::Entry* const entry = network_.find_context(added);
+    const LinuxNetwork::Entry* const entry = network_.find_context(added.context);
     if (entry != nullptr && entry->confirmed) outcome.error = 0;
   }
   if (outcome.error == 0) {
-    context = added;
+    context = added.context;
     return NO_ERROR;
   }
-  network_.remove_unconfirmed(added);
+  network_.remove_unconfirmed(added.context);
   // The kernel keeps addresses only for interfaces that IPv4 runs on.
   return has_ipv4(interface_index) ? code_of(outcome.error) : ERROR_NOT_SUPPORTED;
 }

@@ -314,14 +314,13 @@ void LinuxNetwork::merge(Entries& dumped) {
     entry.dump = dump_;
     held_.try_emplace(entry.interface_index);
   }
-  if (!addresses_.empty()) addresses_.reserve(addresses_.size() + dumped.size());
+  const auto middle = static_cast<std::ptrdiff_t>(addresses_.size());
+  if (middle != 0) addresses_.insert(addresses_.end(), dumped.begin(), dumped.end());
   for (const Entry& entry : dumped) note_addition(entry.interface_index);
-  if (addresses_.empty()) {
+  if (middle == 0) {
     addresses_ = std::move(dumped);
     return;
   }
-  const auto middle = static_cast<std::ptrdiff_t>(addresses_.size());
-  addresses_.insert(addresses_.end(), dumped.begin(), dumped.end());
   std::inplace_merge(addresses_.begin(), addresses_.begin() + middle, addresses_.end(), precedes);
 }
 
@@ -411,13 +410,13 @@ const LinuxNetwork::Entry* LinuxNetwork::find_context(DWORD context) const {
   return found != addresses_.end() ? &*found : nullptr;
 }
 
-DWORD LinuxNetwork::add_unconfirmed(const HostAddress& address) {
+LinuxNetwork::Entry LinuxNetwork::add_unconfirmed(const HostAddress& address) {
   Entry entry;
   static_cast<HostAddress&>(entry) = address;
   entry.peer = address.address;
   entry.context = new_context();
   insert(entry);
-  return entry.context;
+  return entry;
 }
 
 void LinuxNetwork::remove_unconfirmed(DWORD context) {

@@ -4,9 +4,9 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
 #include <set>
-#include <vector>
 
 #include "platform/host/generation.h"
 #include "platform/host/host.h"
@@ -39,7 +39,7 @@ class LinuxNetwork {
   /// By interface index.
   [[nodiscard]] const std::map<DWORD, Link>& links() const { return links_; }
   /// In ascending order of address (in host byte order), interface, mask and peer.
-  [[nodiscard]] const std::vector<Entry>& addresses() const { return addresses_; }
+  [[nodiscard]] const std::deque<Entry>& addresses() const { return addresses_; }
   /// Of anything; of a link, or of whether it holds addresses; of an interface's addresses.
   [[nodiscard]] Generation generation() const { return generation_; }
   [[nodiscard]] Generation link_generation() const { return link_generation_; }
@@ -55,15 +55,16 @@ class LinuxNetwork {
   /// The address with a context; null when there is none.
   [[nodiscard]] const Entry* find_context(DWORD context) const;
 
-  /// Adds the entry of an address whose addition will be asked for, and gives its context.
-  [[nodiscard]] DWORD add_unconfirmed(const HostAddress& address);
+  /// Adds an entry, with a fresh context, for an address whose addition will be asked for.
+  [[nodiscard]] Entry add_unconfirmed(const HostAddress& address);
   /// The request for the last one was sent: a notification that names another one is of another's.
   void expect_notification(const RtOrigin& origin) { expected_ = origin; }
   /// Removes the entry with this context, which was not added after all.
   void remove_unconfirmed(DWORD context);
 
  private:
-  using Entries = std::vector<Entry>;
+  // A stress run adds at the end and deletes from the beginning.
+  using Entries = std::deque<Entry>;
 
   /// The addresses of one interface.
   struct Held {
