@@ -13,6 +13,8 @@ namespace {
 
 constexpr std::int32_t LINE_BUFFER_SIZE = 4096;
 constexpr std::size_t NOT_FOUND = static_cast<std::size_t>(-1);
+/// From this many pairs on a block looks its keys up in an index.
+constexpr std::size_t INDEXED_PAIRS = 16;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\zarvoparser", line}; }
 
@@ -67,6 +69,45 @@ void ConfigPair::join(const char* value) {
   size_ += static_cast<std::uint32_t>(added);
 }
 
+/// Finds pairs by key in constant time: a hash table of their positions, open addressing.
+class PairIndex {
+ public:
+  [[nodiscard]] std::size_t find(const char* key, const std::vector<ConfigPair>& pairs) const {
+    for (std::size_t slot = first_slot(key); slots_[slot] != 0; slot = (slot + 1) & mask()) {
+      const std::size_t position = slots_[slot] - 1;
+      if (equals_ignoring_case(pairs[position].key(), key)) return position;
+    }
+    return NOT_FOUND;
+  }
+
+  /// Takes the pairs that came since the last call.
+  void update(const std::vector<ConfigPair>& pairs) {
+    if (pairs.size() * 2 > slots_.size()) {
+      slots_.assign(std::max<std::size_t>(slots_.size() * 2, 4 * INDEXED_PAIRS), 0);
+      indexed_ = 0;
+    }
+    for (; indexed_ < pairs.size(); ++indexed_) {
+      std::size_t slot = first_slot(pairs[indexed_].key());
+      while (slots_[slot] != 0) slot = (slot + 1) & mask();
+      slots_[slot] = static_cast<std::uint32_t>(indexed_ + 1);
+    }
+  }
+
+ private:
+  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
+
+  [[nodiscard]] std::size_t first_slot(const char* key) const {
+    std::uint64_t hash = 14695981039346656037U;
+    for (; *key != '\0'; ++key) {
+      hash = (hash ^ static_cast<unsigned char>(lower_case(*key))) * 1099511628211U;
+    }
+    return static_cast<std::size_t>(hash ^ hash >> 32) & mask();
+  }
+
+  std::vector<std::uint32_t> slots_;  ///< a pair's position plus one; 0 marks a free slot
+  std::size_t indexed_ = 0;
+};
+
 // ---- Blocks -----------------------------------------------------------------------------------
 
 ConfigBlock::ConfigBlock(const char* name) : name_(copy_or_stop(name, here(), OUT_OF_MEMORY)) {}
@@ -91,6 +132,7 @@ ConfigBlock::~ConfigBlock() {
 }
 
 std::size_t ConfigBlock::find_pair(const char* key) const {
+  if (index_ != nullptr) return index_->find(key, pairs_);
   const auto found = std::find_if(pairs_.begin(), pairs_.end(), [=](const ConfigPair& pair) {
     return equals_ignoring_case(pair.key(), key);
   });
@@ -107,6 +149,9 @@ void ConfigBlock::add_pair(const char* key, const char* value) {
     // Most blocks have few pairs, and there may be a million blocks.
     if (pairs_.size() < 4) pairs_.reserve(pairs_.size() + 1);
     pairs_.emplace_back(key, value);
+    if (pairs_.size() < INDEXED_PAIRS) return;
+    if (index_ == nullptr) index_ = std::make_unique<PairIndex>();
+    index_->update(pairs_);
   });
 }
 

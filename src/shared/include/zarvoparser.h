@@ -33,6 +33,8 @@ class ConfigPair {
   std::uint32_t size_;
 };
 
+class PairIndex;
+
 /// A named block: its pairs in the order in which each key first appeared, and its nested blocks.
 /// Keys are unique without regard to the case of ASCII letters.
 class ConfigBlock {
@@ -70,6 +72,7 @@ class ConfigBlock {
   TextBlock name_;
   std::vector<ConfigPair> pairs_;
   std::vector<std::unique_ptr<ConfigBlock>> children_;
+  std::unique_ptr<PairIndex> index_;  ///< null while the pairs are few
 };
 
 class ConfigFile {
@@ -81,7 +84,7 @@ class ConfigFile {
 
   /// Reads a stream opened in text mode, in place of what the object holds. 0, or -1 at the first
   /// line in error; the blocks completed before it stay.
-  [[nodiscard]] int read(std::FILE* stream);
+  int read(std::FILE* stream);
 
   /// Writes the canonical layout: the version, then each block with its pairs before its children,
   /// a tab for each level. Always 0.
