@@ -79,7 +79,8 @@ void MessageLog::begin() {
 bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
   const int kept_errno = errno;
   const auto size = static_cast<std::size_t>(capacity);
-  void* grown = is_grown(piece) ? piece.text : nullptr;
+  const bool had_grown = is_grown(piece);
+  void* const grown = had_grown ? piece.text : nullptr;
   void* block = memory_.resize(grown, size);
   if (block == nullptr && reserve_ != nullptr) {
     memory_.release(reserve_);
@@ -88,7 +89,7 @@ bool MessageLog::grow(MessagePiece& piece, std::int32_t capacity) {
   }
   errno = kept_errno;
   if (block == nullptr) return false;
-  if (grown == nullptr) std::memcpy(block, piece.text, FIRST_BLOCK_SIZE);
+  if (!had_grown) std::memcpy(block, piece.text, FIRST_BLOCK_SIZE);
   piece.text = static_cast<char*>(block);
   piece.capacity = capacity;
   return true;

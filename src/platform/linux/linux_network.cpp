@@ -364,7 +364,7 @@ void LinuxNetwork::insert(const Entry& entry) {
   note_addition(entry.interface_index);
 }
 
-void LinuxNetwork::erase(Entries::iterator entry) {
+void LinuxNetwork::erase(const Entries::iterator& entry) {
   const DWORD interface_index = entry->interface_index;
   addresses_.erase(entry);
   note_removal(interface_index);

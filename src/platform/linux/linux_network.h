@@ -95,7 +95,7 @@ class LinuxNetwork {
   void remove_address(const Entry& entry);
   [[nodiscard]] Entries::iterator find(const Entry& entry);
   void insert(const Entry& entry);
-  void erase(Entries::iterator entry);
+  void erase(const Entries::iterator& entry);
   void note_removal(DWORD interface_index);
   void note_addition(DWORD interface_index);
   void note_link_change();
