@@ -192,7 +192,10 @@ TEST(IpHelperAdapter, ChoosesTheMaskOfTheAddressClass) {
                          {"0.0.0.1", "255.255.255.0", true}}) {
     const Fixture adapter(MECHANISM_IP_HELPER, one_adapter(""));
     adapter.host()->keep_diary();
-    const std::string written = written_by([&] { adapter->add_address(it.address, "0.0.0.0"); });
+    int result = 0;
+    const std::string written =
+        written_by([&] { result = adapter->add_address(it.address, "0.0.0.0"); });
+    EXPECT_EQ(result, it.reported ? -1 : 0);
     EXPECT_EQ(adapter.host()->diary().front(),
               std::string("add ") + it.address + "/" + it.mask + " to 2");
     EXPECT_EQ(!written.empty(), it.reported) << written;

@@ -63,7 +63,7 @@ void find_files(System& /*system*/) {
   if (listing == nullptr) return errmsg_flush();
   while (next_listing_entry(*listing, buffer) == 0) {
   }
-  static_cast<void>(close_listing(listing));
+  close_listing(listing);
 }
 
 void tell_identity(System& system) {
@@ -116,7 +116,7 @@ void use_utilities(System& /*system*/) {
   flags_to_ranges(flags, 50, ranges, 1);
   write_info("%s", ranges.str());
   for (int i = 0; i < DYNSTORE_INLINE_SIZE; ++i) ranges.append_char('x');
-  static_cast<void>(report_lines("one\ntwo\nthree"));
+  report_lines("one\ntwo\nthree");
   errmsg_flush();
   hex_dump("thirteen byte", 13, "at ");
   if (remove_if_identical("copy", "first") != 0) errmsg_flush();

@@ -444,7 +444,7 @@ void Adapter::clear_gateways() {
 int Adapter::probe_address_change() {
   if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
   if (add_address(PROBE_ADDRESS, PROBE_MASK) != 0) return -1;
-  delete_address(PROBE_ADDRESS);
+  static_cast<void>(delete_address(PROBE_ADDRESS));
   return 0;
 }
 

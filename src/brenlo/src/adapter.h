@@ -114,10 +114,10 @@ class Adapter {
 
   /// Puts an address on the adapter and into the table. The mask "0.0.0.0" stands for the default
   /// mask of the address's class.
-  int add_address(const char* address_text, const char* mask_text);
+  [[nodiscard]] int add_address(const char* address_text, const char* mask_text);
 
   /// Removes an address that the tool added.
-  int delete_address(const char* address_text);
+  [[nodiscard]] int delete_address(const char* address_text);
 
   /// Add and delete an IPv6 address by running netsh for the adapter's connection. The table lists
   /// what the tool added and the host did not have before; a delete works on nothing else (0). A

@@ -57,8 +57,8 @@ class System {
 
   /// The address commands: 0 for success, -1 for failure. With no name (null) they work on the
   /// first active adapter.
-  int add_address(const char* name, const char* address, const char* mask);
-  int delete_address(const char* name, const char* address);
+  [[nodiscard]] int add_address(const char* name, const char* address, const char* mask);
+  [[nodiscard]] int delete_address(const char* name, const char* address);
   [[nodiscard]] int purge_address(const char* name, const char* address);
 
   /// Add and delete an IPv6 address, trying up to three times. 1 when an attempt succeeded, 0 when

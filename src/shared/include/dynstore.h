@@ -32,33 +32,33 @@ class DynStore {
   /// Writes offset, end, capacity and text to standard error.
   void dump() const;
 
-  [[nodiscard]] int append(const void* bytes, std::int32_t count);
+  int append(const void* bytes, std::int32_t count);
   int append_str(const char* text);
   int append_int(std::int32_t number);
-  [[nodiscard]] int append_uint(std::uint32_t number);
-  [[nodiscard]] int append_long(std::int32_t number);
-  [[nodiscard]] int append_ulong(std::uint32_t number);
+  int append_uint(std::uint32_t number);
+  int append_long(std::int32_t number);
+  int append_ulong(std::uint32_t number);
   int append_int64(std::int64_t number);
   int append_char(char c);
 
-  [[nodiscard]] int prepend(const void* bytes, std::int32_t count);
-  [[nodiscard]] int prepend_str(const char* text);
-  [[nodiscard]] int prepend_int(std::int32_t number);
-  [[nodiscard]] int prepend_uint(std::uint32_t number);
-  [[nodiscard]] int prepend_long(std::int32_t number);
-  [[nodiscard]] int prepend_ulong(std::uint32_t number);
+  int prepend(const void* bytes, std::int32_t count);
+  int prepend_str(const char* text);
+  int prepend_int(std::int32_t number);
+  int prepend_uint(std::uint32_t number);
+  int prepend_long(std::int32_t number);
+  int prepend_ulong(std::uint32_t number);
   int prepend_int64(std::int64_t number);
-  [[nodiscard]] int prepend_char(char c);
+  int prepend_char(char c);
 
   /// Remove `count` characters: from `position` on, from the front, from the end. Refused when the
   /// text has not that many there.
-  [[nodiscard]] int erase(std::int32_t position, std::int32_t count);
-  [[nodiscard]] int drop_front(std::int32_t count);
+  int erase(std::int32_t position, std::int32_t count);
+  int drop_front(std::int32_t count);
   int drop_back(std::int32_t count);
 
   /// Remove spaces and tabs. Always 0.
-  [[nodiscard]] int trim_leading_blanks();
-  [[nodiscard]] int trim_trailing_blanks();
+  int trim_leading_blanks();
+  int trim_trailing_blanks();
 
   /// Replace the text by, or append, a formatted text of at most DYNSTORE_FORMAT_SIZE - 1
   /// characters; printf conventions.

@@ -62,7 +62,7 @@ class SearchPath {
 [[nodiscard]] int next_listing_entry(DirectoryListing& listing, ListingBuffer& buffer);
 
 /// Ends a listing and releases it. 0, or -1 when the platform refuses: the listing then stays.
-[[nodiscard]] int close_listing(std::unique_ptr<DirectoryListing>& listing);
+int close_listing(std::unique_ptr<DirectoryListing>& listing);
 
 /// The user's name as it was when the first SearchPath was constructed; empty when unknown.
 [[nodiscard]] const char* search_path_user();

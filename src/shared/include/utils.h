@@ -30,9 +30,9 @@
 [[nodiscard]] const char* skip_blanks(const char* text);
 
 /// Remove white space at the front, at the end, at both, in place. Always 0.
-[[nodiscard]] int trim_leading(char* text);
+int trim_leading(char* text);
 int trim_trailing(char* text);
-[[nodiscard]] int trim(char* text);
+int trim(char* text);
 
 /// A new copy of `text`, owned by the caller.
 [[nodiscard]] TextBlock copy_text(const char* text);
@@ -55,7 +55,7 @@ enum QuotingFlags : unsigned {
 /// Collapses runs of spaces and tabs outside the quoted and bracketed sections that `flags` name to
 /// one space, drops them at both ends, and ends the text at the first of the `stops` (or null)
 /// outside such a section. In place; always 0.
-[[nodiscard]] int normalize_blanks(char* text, unsigned flags, const char* stops);
+int normalize_blanks(char* text, unsigned flags, const char* stops);
 
 /// The pieces of a text that was split in place; they lie in that text.
 struct SplitList {
@@ -69,7 +69,7 @@ int split_at_char(char* text, char separator, bool skip_empty, SplitList& list);
 
 /// Splits at a text, which must not be empty. Returns 1, or 0 when the text ends with the
 /// separator. The list must be released.
-[[nodiscard]] int split_at_text(char* text, const char* separator, SplitList& list);
+int split_at_text(char* text, const char* separator, SplitList& list);
 
 /// Releases the list's array. Always 0.
 int split_release(SplitList& list);
@@ -81,7 +81,7 @@ int split_release(SplitList& list);
 [[nodiscard]] int fits_in(const char* text, std::int32_t n);
 
 /// Turn slashes into backslashes, backslashes into slashes, in place. 0, or -1 for no text.
-[[nodiscard]] int to_backslashes(char* text);
+int to_backslashes(char* text);
 int to_slashes(char* text);
 
 /// Turns backslashes into slashes and capital ASCII letters into small ones. 0, or -1 for no text.
@@ -214,7 +214,7 @@ int ipv4_to_oid(std::uint32_t address, Oid& oid);
 void hex_dump(const void* bytes, std::int32_t n, const char* prefix);
 
 /// Holds a text of several lines as one ERROR message that shows them in order. 0 or -1.
-[[nodiscard]] int report_lines(const char* text);
+int report_lines(const char* text);
 
 /// Writes the script editor's table of file types, as Tcl lists, cut to `size` (at least 1) bytes.
 /// Always 0.
