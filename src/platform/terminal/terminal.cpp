@@ -31,8 +31,8 @@ constexpr std::string_view KEEP_TITLE = "\x1B[22;2t";
 constexpr std::string_view RESTORE_TITLE = "\x1B[23;2t";
 
 /// Whether a call failed only because another program left the terminal non-blocking; waits then.
-bool waited_for(int descriptor, short events) {
-  pollfd wanted = {descriptor, events, 0};
+bool waited_for_room(int descriptor) {
+  pollfd wanted = {descriptor, POLLOUT, 0};
   return errno == EAGAIN && poll(&wanted, 1, -1) > 0;
 }
 
@@ -40,7 +40,7 @@ bool waited_for(int descriptor, short events) {
 void write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const ssize_t written = write(descriptor, text.data(), text.size());
-    if (written < 0 && !waited_for(descriptor, POLLOUT) && errno != EINTR) return;
+    if (written < 0 && !waited_for_room(descriptor) && errno != EINTR) return;
     if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
   }
 }
@@ -149,6 +149,24 @@ ssize_t write_output(void* /*cookie*/, const char* text, std::size_t size) {
 
 void keep_line();
 
+/// The signals that are blocked while no line is edited.
+sigset_t signals_outside;
+
+/// While it lives, the signals after which a line is begun anew wait until a key is waited for, as
+/// only then they are noticed.
+class HeldSignals {
+ public:
+  HeldSignals() {
+    sigset_t held;
+    sigemptyset(&held);
+    for (const int signal : {SIGTSTP, SIGCONT, SIGWINCH}) sigaddset(&held, signal);
+    sigprocmask(SIG_BLOCK, &held, &signals_outside);
+  }
+  ~HeldSignals() { sigprocmask(SIG_SETMASK, &signals_outside, nullptr); }
+  HeldSignals(const HeldSignals&) = delete;
+  HeldSignals& operator=(const HeldSignals&) = delete;
+};
+
 /// What is typed, a character at a time. Keys that send sequences of characters become the control
 /// characters that stand for them, or nothing.
 class Keyboard {
@@ -175,11 +193,15 @@ class Keyboard {
       {"[3~", ']' & 31}, {"[1;5D", '^' & 31}, {"[1;5C", '_' & 31},
   };
 
-  /// A signal that did not end the program does not end the input.
+  /// A signal that did not end the program does not end the input. Another program may have left
+  /// the terminal non-blocking.
   static int read_byte(unsigned char& byte) {
+    pollfd typed = {STDIN_FILENO, POLLIN, 0};
     ssize_t result = 0;
-    while ((result = ::read(STDIN_FILENO, &byte, 1)) < 0 && waited_for(STDIN_FILENO, POLLIN)) {
-    }
+    do {
+      result = ppoll(&typed, 1, nullptr, &signals_outside);
+      if (result > 0) result = ::read(STDIN_FILENO, &byte, 1);
+    } while (result < 0 && errno == EAGAIN);
     if (result < 0 && errno == EINTR) keep_line();
     return static_cast<int>(result);
   }
@@ -277,6 +299,7 @@ class Editor {
     kept_.clear();
     // The library takes a signal once in a line; begun anew, it takes it again.
     do {
+      const HeldSignals held;
       if (!kept_.empty()) push_(line_, kept_.c_str());
       // The prompt stands already; the library writes it again.
       write_all(STDOUT_FILENO, "\r");
