@@ -255,6 +255,10 @@ TEST_F(Console, InterruptsAStressTest) {
     ended.read_to(RESTORE);
     EXPECT_TRUE(WIFSIGNALED(ended.end()));
   }
+  // What is typed matters, not where the prompt goes.
+  Terminal silent({.nowhere = STDOUT_FILENO});
+  silent.send("stress 1 2000 10.1.1.1 255.255.0.0 fast\n", "adding addresses\r\n");
+  silent.send("\x03", "stress test interrupted.\r\n");
   Terminal failing;
   failing.type("stress 1 300 223.255.255.1 255.255.0.0 fast\r", "error adding");
   failing.read_to(own_title);

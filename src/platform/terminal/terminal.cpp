@@ -440,7 +440,8 @@ void open_missing_streams() {
 
 void open_terminal(std::string_view prompt_title, bool (*interrupt)()) {
   const bool shows_errors = isatty(STDERR_FILENO) != 0;
-  const bool has_prompt = isatty(STDIN_FILENO) != 0 && isatty(STDOUT_FILENO) != 0;
+  const bool reads_keys = isatty(STDIN_FILENO) != 0;
+  const bool has_prompt = reads_keys && isatty(STDOUT_FILENO) != 0;
   if (shows_errors || has_prompt) choose_characters();
   if (shows_errors) {
     if (std::FILE* errors = open_stream("w", nullptr, write_errors)) {
@@ -448,10 +449,10 @@ void open_terminal(std::string_view prompt_title, bool (*interrupt)()) {
       stderr = errors;
     }
   }
+  if (reads_keys) handle_signals(interrupt);
   if (!has_prompt) return;
   title.possible = has_title(std::getenv("TERM"));
   terminal = new Terminal{stdin, stdout, std::string(prompt_title)};
-  handle_signals(interrupt);
   std::FILE* const input = open_stream("r", read_input, nullptr);
   std::FILE* const output = open_stream("w", nullptr, write_output);
   if (input == nullptr || output == nullptr) return;

@@ -10,10 +10,10 @@ void open_missing_streams();
 
 /// Puts the terminal behind the standard streams; what they are at that moment counts. Once.
 /// Standard error, when it is a terminal, shows control and format characters in plain ones. Where
-/// standard input and output are a terminal, lines are edited, the prompt has the title
-/// `prompt_title`, and a signal that ends the program gives the terminal its own title back first;
-/// `interrupt` is asked at SIGINT and answers whether the program goes on. It is called in a signal
-/// handler.
+/// standard input is one, `interrupt` is asked at SIGINT, in a signal handler, and answers whether
+/// the program goes on. Where standard output is one as well, lines are edited, the prompt has the
+/// title `prompt_title`, and a signal that ends the program gives the terminal its own title back
+/// first.
 void open_terminal(std::string_view prompt_title, bool (*interrupt)());
 
 /// Gives the terminal its own title back. A signal handler may call it.
