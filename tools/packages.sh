@@ -10,7 +10,8 @@ test_packages=(libgtest-dev libgmock-dev iproute2)
 windows_packages=(g++-mingw-w64-x86-64-win32 g++-mingw-w64-i686-win32)
 
 # ensure_packages FOR-WHAT PACKAGE...: installs the Debian packages that are missing, as root or by
-# sudo, which may ask for a password at a terminal; or says which they are and how to install them.
+# sudo, which asks for a password where there is a terminal, wherever output goes; or says which they
+# are and how to install them.
 ensure_packages() {
   local for_what=$1 missing=() package as_root=()
   shift
@@ -21,7 +22,7 @@ ensure_packages() {
   [ ${#missing[@]} -ne 0 ] || return 0
   if [ "$(id -u)" -ne 0 ]; then
     as_root=(sudo)
-    [ -t 2 ] || as_root=(sudo -n)
+    { : </dev/tty; } 2>/dev/null || as_root=(sudo -n)
     command -v sudo >/dev/null || as_root=(false)
   fi
   "${as_root[@]}" apt-get update -qq >&2 &&
