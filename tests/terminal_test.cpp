@@ -172,6 +172,10 @@ TEST_F(Console, TakesWhatIsTyped) {
            {"ab" + HOME + "\x1B[4~X", BAD + "abX\r\n"},
            {"ab" + HOME + "\x1B[1;5CX", BAD + "abX\r\n"},
            {"ab" + HOME + "\x1B[3~", BAD + "b\r\n"},
+           {"bd\x1BODc\x1B[7~a\x1BOFe\x1B[8~f", BAD + "abcdef\r\n"},
+           {"ac" + HOME + "\x1B[Cb" + HOME + "\x1BOC\x1BOC\x1BOCd", BAD + "abcd\r\n"},
+           {"\x1BOA\x1BOA\x1B[BX", BAD + "abcdX\r\n"},
+           {"\x1BOA\x1BOA\x1BOBY", BAD + "abcdXY\r\n"},
            // Keys without a meaning here type nothing.
            {"a\x1B[15~b\x1B[5~c\x1B[1;2Dd\x1BOPe\x1B[[Af", BAD + "abcdef\r\n"},
            // A tab ends a word like a blank.

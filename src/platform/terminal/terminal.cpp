@@ -183,14 +183,13 @@ class Keyboard {
  private:
   struct Key {
     std::string_view sequence;  ///< what follows the escape
-    wchar_t character;
+    char letter;                ///< of the control character that stands for the key
   };
   static constexpr Key KEYS[] = {
-      {"[A", 'P' & 31},  {"OA", 'P' & 31},    {"[B", 'N' & 31},    {"OB", 'N' & 31},
-      {"[C", 'F' & 31},  {"OC", 'F' & 31},    {"[D", 'B' & 31},    {"OD", 'B' & 31},
-      {"[H", 'A' & 31},  {"OH", 'A' & 31},    {"[1~", 'A' & 31},   {"[7~", 'A' & 31},
-      {"[F", 'E' & 31},  {"OF", 'E' & 31},    {"[4~", 'E' & 31},   {"[8~", 'E' & 31},
-      {"[3~", ']' & 31}, {"[1;5D", '^' & 31}, {"[1;5C", '_' & 31},
+      {"[A", 'P'},  {"OA", 'P'},  {"[B", 'N'},    {"OB", 'N'},    {"[C", 'F'},
+      {"OC", 'F'},  {"[D", 'B'},  {"OD", 'B'},    {"[H", 'A'},    {"OH", 'A'},
+      {"[1~", 'A'}, {"[7~", 'A'}, {"[F", 'E'},    {"OF", 'E'},    {"[4~", 'E'},
+      {"[8~", 'E'}, {"[3~", ']'}, {"[1;5D", '^'}, {"[1;5C", '_'},
   };
 
   /// A signal that did not end the program does not end the input. Another program may have left
@@ -242,7 +241,7 @@ class Keyboard {
     const auto* const key = std::find_if(std::begin(KEYS), std::end(KEYS),
                                          [&](const Key& it) { return it.sequence == sequence; });
     if (key == std::end(KEYS)) return 0;
-    c = key->character;
+    c = key->letter & 31;
     return 1;
   }
 };
