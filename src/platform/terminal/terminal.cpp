@@ -299,7 +299,12 @@ class Editor {
     // The library takes a signal once in a line; begun anew, it takes it again.
     do {
       const HeldSignals held;
-      if (!kept_.empty()) push_(line_, kept_.c_str());
+      if (!kept_.empty()) {
+        // What is pushed is shown before the library waits for a key, and puts the terminal in
+        // order.
+        set_(line_, EL_PREP_TERM, 1);
+        push_(line_, kept_.c_str());
+      }
       // The prompt stands already; the library writes it again.
       write_all(STDOUT_FILENO, "\r");
       line = gets_(line_, &count);
