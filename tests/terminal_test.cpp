@@ -108,8 +108,8 @@ class Terminal {
 
  private:
   [[noreturn]] static void become_program(const Start& start) {
-    // A suite that runs in the background of a script ignores it, and children inherit that.
-    std::signal(SIGINT, SIG_DFL);
+    // A suite that runs in the background of a script ignores them, and children inherit that.
+    for (const int number : {SIGINT, SIGQUIT}) std::signal(number, SIG_DFL);
     for (const auto& [name, value] : {std::pair{"TERM", start.terminal},
                                       {"LC_ALL", start.locale},
                                       {"ZARVO_HOST", start.host}}) {
