@@ -5,6 +5,7 @@
 #include <new>
 #include <utility>
 
+#include "base/text.h"
 #include "shared/include/dynstore.h"
 #include "shared/include/utils.h"
 #include "shared/include/vmk_errmsg.h"
@@ -69,45 +70,6 @@ void ConfigPair::join(const char* value) {
   size_ += static_cast<std::uint32_t>(added);
 }
 
-/// Finds pairs by key in constant time: a hash table of their positions, open addressing.
-class PairIndex {
- public:
-  [[nodiscard]] std::size_t find(const char* key, const std::vector<ConfigPair>& pairs) const {
-    for (std::size_t slot = first_slot(key); slots_[slot] != 0; slot = (slot + 1) & mask()) {
-      const std::size_t position = slots_[slot] - 1;
-      if (equals_ignoring_case(pairs[position].key(), key)) return position;
-    }
-    return NOT_FOUND;
-  }
-
-  /// Takes the pairs that came since the last call.
-  void update(const std::vector<ConfigPair>& pairs) {
-    if (pairs.size() * 2 > slots_.size()) {
-      slots_.assign(std::max<std::size_t>(slots_.size() * 2, 4 * INDEXED_PAIRS), 0);
-      indexed_ = 0;
-    }
-    for (; indexed_ < pairs.size(); ++indexed_) {
-      std::size_t slot = first_slot(pairs[indexed_].key());
-      while (slots_[slot] != 0) slot = (slot + 1) & mask();
-      slots_[slot] = static_cast<std::uint32_t>(indexed_ + 1);
-    }
-  }
-
- private:
-  [[nodiscard]] std::size_t mask() const { return slots_.size() - 1; }
-
-  [[nodiscard]] std::size_t first_slot(const char* key) const {
-    std::uint64_t hash = 14695981039346656037U;
-    for (; *key != '\0'; ++key) {
-      hash = (hash ^ static_cast<unsigned char>(lower_case(*key))) * 1099511628211U;
-    }
-    return static_cast<std::size_t>(hash ^ hash >> 32) & mask();
-  }
-
-  std::vector<std::uint32_t> slots_;  ///< a pair's position plus one; 0 marks a free slot
-  std::size_t indexed_ = 0;
-};
-
 // ---- Blocks -----------------------------------------------------------------------------------
 
 ConfigBlock::ConfigBlock(const char* name) : name_(copy_or_stop(name, here(), OUT_OF_MEMORY)) {}
@@ -132,7 +94,14 @@ ConfigBlock::~ConfigBlock() {
 }
 
 std::size_t ConfigBlock::find_pair(const char* key) const {
-  if (index_ != nullptr) return index_->find(key, pairs_);
+  if (index_ != nullptr) {
+    std::size_t position = NOT_FOUND;
+    with_memory(here(), [&] {
+      const auto found = index_->find(lower_cased(key));
+      if (found != index_->end()) position = found->second;
+    });
+    return position;
+  }
   const auto found = std::find_if(pairs_.begin(), pairs_.end(), [=](const ConfigPair& pair) {
     return equals_ignoring_case(pair.key(), key);
   });
@@ -151,7 +120,9 @@ void ConfigBlock::add_pair(const char* key, const char* value) {
     pairs_.emplace_back(key, value);
     if (pairs_.size() < INDEXED_PAIRS) return;
     if (index_ == nullptr) index_ = std::make_unique<PairIndex>();
-    index_->update(pairs_);
+    for (std::size_t i = index_->size(); i < pairs_.size(); ++i) {
+      index_->emplace(lower_cased(pairs_[i].key()), i);
+    }
   });
 }
 

@@ -12,6 +12,8 @@
 #include <cstdint>
 #include <cstdio>
 #include <memory>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "shared/include/text_block.h"
@@ -33,7 +35,8 @@ class ConfigPair {
   std::uint32_t size_;
 };
 
-class PairIndex;
+/// Positions of pairs by their keys in small letters.
+using PairIndex = std::unordered_map<std::string, std::size_t>;
 
 /// A named block: its pairs in the order in which each key first appeared, and its nested blocks.
 /// Keys are unique without regard to the case of ASCII letters.
