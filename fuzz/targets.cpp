@@ -13,7 +13,6 @@
 #include <utility>
 #include <vector>
 
-#include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/kadrix.h"
 #include "platform/simulated/host_description.h"
 #include "platform/simulated/simulated_host.h"
@@ -63,18 +62,6 @@ void fuzz_config(const std::uint8_t* data, std::size_t size) {
   const std::string second = written(again);
   require(second == first || without_empty_values(second) == without_empty_values(first),
           "what was read is written as it was");
-}
-
-void fuzz_exclusion(const std::uint8_t* data, std::size_t size) {
-  ExclusionList list;
-  const std::string path = folder().write("exclusion", text_of(data, size));
-  errmsg_begin();
-  const int result = list.load(path.c_str());
-  require(result == 0 || list.count() == 0, "a file that is refused excludes nothing");
-  const std::uint8_t address[6] = {0x00, 0x0C, 0x29, 1, 2, 3};
-  static_cast<void>(list.excludes_address(address));
-  static_cast<void>(list.excludes_name("Local Area Connection"));
-  require(list.count() == 0 || list.load(path.c_str()) == 0, "a file is read again");
 }
 
 void fuzz_shortcut(const std::uint8_t* data, std::size_t size) {
@@ -174,12 +161,7 @@ void fuzz_session(const std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 const std::map<std::string, FuzzTarget> FUZZ_TARGETS = {
-    {"config", fuzz_config},
-    {"exclusion", fuzz_exclusion},
-    {"shortcut", fuzz_shortcut},
-    {"debug_config", fuzz_debug_config},
-    {"hex", fuzz_hex},
-    {"ranges", fuzz_ranges},
-    {"description", fuzz_description},
+    {"config", fuzz_config},   {"shortcut", fuzz_shortcut}, {"debug_config", fuzz_debug_config},
+    {"hex", fuzz_hex},         {"ranges", fuzz_ranges},     {"description", fuzz_description},
     {"session", fuzz_session},
 };
