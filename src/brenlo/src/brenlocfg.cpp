@@ -18,10 +18,10 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\brenlocfg", line}; }
 
 template <typename Match>
 int ExclusionList::any(Match match) const {
-  for (const Link* link = ends_.next; link != &ends_; link = link->next) {
-    if (match(*static_cast<const Node*>(link)->entry)) return 1;
-  }
-  return 0;
+  return std::any_of(entries_.begin(), entries_.end(),
+                     [&](const auto& entry) { return match(*entry); })
+             ? 1
+             : 0;
 }
 
 int ExclusionList::excludes_name(const char* name) const {
@@ -41,14 +41,11 @@ int ExclusionList::excludes_address(const std::uint8_t (&hardware_address)[6]) c
 }
 
 void ExclusionList::append(std::unique_ptr<ExclusionEntry> entry) {
-  auto* node = new (std::nothrow) Node;
-  if (node == nullptr) assertion_report(here(), "out of memory");
-  node->entry = std::move(entry);
-  node->previous = ends_.previous;
-  node->next = &ends_;
-  node->previous->next = node;
-  ends_.previous = node;
-  ++count_;
+  try {
+    entries_.push_back(std::move(entry));
+  } catch (const std::bad_alloc&) {
+    assertion_report(here(), "out of memory");
+  }
 }
 
 namespace {
@@ -107,12 +104,6 @@ void ExclusionList::load_block(const char* path, const ConfigFile& file, std::ui
 }
 
 int ExclusionList::clear() {
-  for (Link* link = ends_.next; link != &ends_;) {
-    Link* const next = link->next;
-    delete static_cast<Node*>(link);
-    link = next;
-  }
-  ends_ = {&ends_, &ends_};
-  count_ = 0;
+  entries_.clear();
   return 0;
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <list>
 #include <memory>
 
 enum ExclusionKind : std::uint32_t { EXCLUDED_ADDRESS = 0, EXCLUDED_NAME = 1 };
@@ -13,14 +14,9 @@ struct ExclusionEntry {
   char value[256];      ///< the name, or the address's bytes, followed by a NUL
 };
 
-/// A circular list whose object is its own sentinel; keeps the order in which entries came.
+/// Keeps the order in which entries came.
 class ExclusionList {
  public:
-  ExclusionList() = default;
-  ~ExclusionList() { clear(); }
-  ExclusionList(const ExclusionList&) = delete;
-  ExclusionList& operator=(const ExclusionList&) = delete;
-
   /// 1 when an entry equals the name, begins it or is begun by it, letter case included; else 0.
   [[nodiscard]] int excludes_name(const char* name) const;
 
@@ -39,24 +35,15 @@ class ExclusionList {
   /// Releases every entry. Always returns 0.
   int clear();
 
-  [[nodiscard]] std::int32_t count() const { return count_; }
+  [[nodiscard]] std::int32_t count() const { return static_cast<std::int32_t>(entries_.size()); }
 
  private:
   void load_block(const char* path, const class ConfigFile& file, std::uint32_t index);
 
-  struct Link {
-    Link* previous;
-    Link* next;
-  };
-  struct Node : Link {
-    std::unique_ptr<ExclusionEntry> entry;
-  };
-
   template <typename Match>
   [[nodiscard]] int any(Match match) const;
 
-  Link ends_{&ends_, &ends_};  ///< `previous`: the last node, `next`: the first
-  std::int32_t count_ = 0;
+  std::list<std::unique_ptr<ExclusionEntry>> entries_;
 };
 
 /// The one list of the program, through which selection and listing ask (static_state.cpp).
