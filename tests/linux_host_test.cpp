@@ -206,18 +206,18 @@ TEST_F(LinuxHosts, SeeWhatOthersDoHoweverMuch) {
 }
 
 /// Does something again and again beside a test, for as long as it lives.
-class Disturbance {
+class Repetition {
  public:
-  explicit Disturbance(const std::function<void()>& action)
+  explicit Repetition(const std::function<void()>& action)
       : thread_([this, action] {
           while (!done_) action();
         }) {}
-  ~Disturbance() {
+  ~Repetition() {
     done_ = true;
     thread_.join();
   }
-  Disturbance(const Disturbance&) = delete;
-  Disturbance& operator=(const Disturbance&) = delete;
+  Repetition(const Repetition&) = delete;
+  Repetition& operator=(const Repetition&) = delete;
 
  private:
   std::atomic<bool> done_ = false;
@@ -234,12 +234,12 @@ TEST_F(LinuxHosts, ReadAHostThatKeepsChanging) {
   const DWORD own = context_;
   {
     LinuxHost other;
-    const Disturbance addresses_change([&] {
+    const Repetition addresses_change([&] {
       DWORD context = 0;
       EXPECT_EQ(other.add_address(inet_addr("10.9.0.1"), 0xFFFFFFFF, b0_, context), 0U);
       EXPECT_EQ(other.delete_address(context), 0U);
     });
-    const Disturbance links_change([] {
+    const Repetition links_change([] {
       run_shell(
           "ip link add x0 type veth peer name x1; ip addr add 10.77.0.1/24 dev x0; ip link del x0");
     });

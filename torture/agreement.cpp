@@ -12,7 +12,7 @@
 namespace {
 
 /// What the tool believes: an entry of an adapter's table.
-struct Entry {
+struct TableEntry {
   const Adapter* adapter;
   const AddressSlot* slot;
   std::int32_t position;
@@ -22,7 +22,7 @@ bool is_managed(const Adapter& adapter) { return adapter.mechanism() == MECHANIS
 
 /// Whether the host holds what the interface's table has, and what has a context with that; under
 /// the client what was added must be in force on any interface.
-bool is_held(const Entry& entry, const std::vector<HostAddress>& held) {
+bool is_held(const TableEntry& entry, const std::vector<HostAddress>& held) {
   const Adapter* adapter = entry.adapter;
   const AddressSlot* slot = entry.slot;
   if (!is_managed(*adapter) && slot->is_blank()) return true;
@@ -35,7 +35,7 @@ bool is_held(const Entry& entry, const std::vector<HostAddress>& held) {
 }
 
 /// The text at an entry's position in a list of the registry.
-std::string listed(Host& host, const Entry& entry, const char* name) {
+std::string listed(Host& host, const TableEntry& entry, const char* name) {
   const RegistryValue* value = nullptr;
   const std::string key = interface_key(entry.adapter->description());
   if (host.find_value(key, name, value) != NO_ERROR) return "";
@@ -46,12 +46,12 @@ std::string listed(Host& host, const Entry& entry, const char* name) {
   return at < value->data.size() ? &value->data[at] : "";
 }
 
-bool is_listed(Host& host, const Entry& entry) {
+bool is_listed(Host& host, const TableEntry& entry) {
   return listed(host, entry, "IPAddress") == entry.slot->address_text() &&
          listed(host, entry, "SubnetMask") == entry.slot->mask_text();
 }
 
-bool descends(const Entry& a, const Entry& b) {
+bool descends(const TableEntry& a, const TableEntry& b) {
   return a.adapter == b.adapter && is_managed(*a.adapter) &&
          ntohl(a.slot->address()) > ntohl(b.slot->address());
 }
@@ -64,7 +64,7 @@ bool is_one_of(const std::vector<HostAddress>& addresses, const HostAddress& add
 }
 
 /// Whether an entry lists the address, for the tool's own unless it stood before.
-bool claims(const Entry& entry, const HostAddress& address, bool stood) {
+bool claims(const TableEntry& entry, const HostAddress& address, bool stood) {
   const AddressSlot& slot = *entry.slot;
   return slot.address() == address.address &&
          (stood || slot.nte_context() != 0 || slot.added_here() != 0);
@@ -84,7 +84,7 @@ std::string disagreements(const System& system, Host& host,
   const auto note = [&lines](const char* what, const std::string& which) {
     lines += std::string(what) + " " + which + "\n";
   };
-  std::vector<Entry> entries;
+  std::vector<TableEntry> entries;
   std::set<DWORD> managed;
   for (std::int32_t i = 0; i < system.adapter_count(); ++i) {
     const Adapter* adapter = system.adapter(i);
@@ -100,7 +100,7 @@ std::string disagreements(const System& system, Host& host,
     }
   }
   const std::vector<HostAddress> held = standing_addresses(host);
-  for (const Entry& entry : entries) {
+  for (const TableEntry& entry : entries) {
     const bool is_added = entry.slot->added_here() != 0;
     if (!is_managed(*entry.adapter) && !is_added) continue;
     if (!is_held(entry, held)) note("DISAGREES: not held", entry.slot->address_text());
@@ -114,9 +114,9 @@ std::string disagreements(const System& system, Host& host,
   for (const HostAddress& address : held) {
     const bool stood = is_one_of(before, address);
     const bool is_expected = !stood || managed.contains(address.interface_index);
-    const bool is_claimed = std::any_of(entries.begin(), entries.end(), [&](const Entry& entry) {
-      return claims(entry, address, stood);
-    });
+    const bool is_claimed =
+        std::any_of(entries.begin(), entries.end(),
+                    [&](const TableEntry& entry) { return claims(entry, address, stood); });
     if (address.address != INADDR_ANY && is_expected && !is_claimed) {
       note("UNCLAIMED:", dotted(address.address));
     }

@@ -16,11 +16,11 @@ namespace {
 DWORD last_error = NO_ERROR;
 
 /// A library; HMODULE points to it.
-struct Library {
+struct LoadableLibrary {
   const char* name;
 };
 
-Library libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}, {"wship6"}};
+LoadableLibrary libraries[] = {{"iphlpapi"}, {"dhcpcsvc"}, {"kernel32"}, {"ws2_32"}, {"wship6"}};
 
 /// The name in lower case without directory and ".dll", as hosts know libraries.
 std::string plain_library_name(std::string_view name) {
@@ -57,7 +57,7 @@ HMODULE WINAPI LoadLibraryA(LPCSTR name) {
   return run_setting_last_error<HMODULE>("LoadLibraryA", [=]() -> HMODULE {
     const std::string plain = plain_library_name(name);
     auto* const found = std::find_if(std::begin(libraries), std::end(libraries),
-                                     [&](const Library& it) { return it.name == plain; });
+                                     [&](const LoadableLibrary& it) { return it.name == plain; });
     if (found == std::end(libraries) || !current_host().has_library(plain)) {
       return set_last_error<HMODULE>(ERROR_MOD_NOT_FOUND);
     }
@@ -68,7 +68,7 @@ HMODULE WINAPI LoadLibraryA(LPCSTR name) {
 FARPROC WINAPI GetProcAddress(HMODULE library, LPCSTR name) {
   return run_setting_last_error<FARPROC>("GetProcAddress", [=]() -> FARPROC {
     if (library == nullptr) return set_last_error<FARPROC>(ERROR_INVALID_HANDLE);
-    const char* library_name = reinterpret_cast<const Library*>(library)->name;
+    const char* library_name = reinterpret_cast<const LoadableLibrary*>(library)->name;
     const Function* const function = find_function(name);
     if (function == nullptr || !function->is_in(library_name) ||
         !current_host().has_function(library_name, name)) {

@@ -371,22 +371,22 @@ void LinuxNetwork::erase(const Entries::iterator& entry) {
 }
 
 void LinuxNetwork::note_addition(DWORD interface_index) {
-  Held& held = held_[interface_index];
+  HeldAddresses& held = held_[interface_index];
   held.generation.advance();
   generation_.advance();
   if (++held.count == 1) note_link_change();
 }
 
 void LinuxNetwork::note_removal(DWORD interface_index) {
-  Held& held = held_[interface_index];
+  HeldAddresses& held = held_[interface_index];
   held.generation.advance();
   generation_.advance();
   if (--held.count == 0) note_link_change();
 }
 
-LinuxNetwork::Held LinuxNetwork::held_by(DWORD interface_index) const {
+LinuxNetwork::HeldAddresses LinuxNetwork::held_by(DWORD interface_index) const {
   const auto found = held_.find(interface_index);
-  return found != held_.end() ? found->second : Held{};
+  return found != held_.end() ? found->second : HeldAddresses{};
 }
 
 /// A context that no entry has. 0 would stand for none.

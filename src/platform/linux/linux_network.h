@@ -67,7 +67,7 @@ class LinuxNetwork {
   using Entries = std::deque<Entry>;
 
   /// The addresses of one interface.
-  struct Held {
+  struct HeldAddresses {
     std::size_t count = 0;
     Generation generation = Generation::first();
   };
@@ -99,7 +99,7 @@ class LinuxNetwork {
   void note_removal(DWORD interface_index);
   void note_addition(DWORD interface_index);
   void note_link_change();
-  [[nodiscard]] Held held_by(DWORD interface_index) const;
+  [[nodiscard]] HeldAddresses held_by(DWORD interface_index) const;
   [[nodiscard]] DWORD new_context();
 
   RtRequests& requests_;
@@ -108,7 +108,7 @@ class LinuxNetwork {
   std::uint32_t dump_ = 0;
   std::map<DWORD, Link> links_;
   Entries addresses_;
-  std::map<DWORD, Held> held_;  ///< by interface index
+  std::map<DWORD, HeldAddresses> held_;  ///< by interface index
   DWORD last_context_ = 0;
   bool contexts_recur_ = false;  ///< all have been given once
   RtOrigin expected_;

@@ -279,7 +279,7 @@ class DescriptionReader {
         refuse(node, joined({"'", text, "' is an address of ", whose, " adapter already"}));
       }
     }
-    held_.emplace(first, Held{last, adapter.name});
+    held_.emplace(first, AddressRange{last, adapter.name});
   }
 
   std::vector<BYTE> hardware_address_of(const toml::node& node, const std::string& text) const {
@@ -391,11 +391,11 @@ class DescriptionReader {
   const std::string& file_;
   std::set<std::string> names_;  ///< in lower case
   std::set<DWORD> indices_;
-  struct Held {
+  struct AddressRange {
     std::uint32_t last;
     std::string adapter;
   };
-  std::map<std::uint32_t, Held> held_;  ///< by their first address, in host byte order
+  std::map<std::uint32_t, AddressRange> held_;  ///< by their first address, in host byte order
   std::uint64_t address_count_ = 0;
 };
 

@@ -181,11 +181,11 @@ class Keyboard {
   }
 
  private:
-  struct Key {
+  struct KeySequence {
     std::string_view sequence;  ///< what follows the escape
     char letter;                ///< of the control character that stands for the key
   };
-  static constexpr Key KEYS[] = {
+  static constexpr KeySequence KEYS[] = {
       {"[A", 'P'},  {"OA", 'P'},  {"[B", 'N'},    {"OB", 'N'},    {"[C", 'F'},
       {"OC", 'F'},  {"[D", 'B'},  {"OD", 'B'},    {"[H", 'A'},    {"OH", 'A'},
       {"[1~", 'A'}, {"[7~", 'A'}, {"[F", 'E'},    {"OF", 'E'},    {"[4~", 'E'},
@@ -238,8 +238,9 @@ class Keyboard {
       while (result == 1 && is_control_sequence && byte >= 0x20 && byte < 0x40) result = add(byte);
     }
     if (result != 1) return result == 0 ? -1 : result;
-    const auto* const key = std::find_if(std::begin(KEYS), std::end(KEYS),
-                                         [&](const Key& it) { return it.sequence == sequence; });
+    const auto* const key =
+        std::find_if(std::begin(KEYS), std::end(KEYS),
+                     [&](const KeySequence& it) { return it.sequence == sequence; });
     if (key == std::end(KEYS)) return 0;
     c = key->letter & 31;
     return 1;
@@ -329,12 +330,12 @@ class Editor {
   }
 
   void bind_keys() {
-    struct Binding {
+    struct KeyBinding {
       const char* key;
       const char* action;
     };
     // The first is a character like others; the next three are sent by no key, see Keyboard.
-    constexpr Binding BINDINGS[] = {
+    constexpr KeyBinding BINDINGS[] = {
         {"^I", "ed-insert"},    {"^]", "ed-delete-next-char"}, {"^^", "ed-prev-word"},
         {"^_", "em-next-word"}, {"^W", "ed-delete-prev-word"}, {"^R", "em-inc-search-prev"},
     };
