@@ -193,6 +193,7 @@ TEST_F(Console, TakesWhatIsTyped) {
   terminal.type("hlf", "hlf");
   terminal.send("\x02\x02", "\b\b");
   terminal.send("\x1A", "$hlf");
+  EXPECT_FALSE(terminal.is_canonical()) << "what is typed now is the line's";
   terminal.send("a", "a");
   terminal.send("\x1A", "$half");
   terminal.send("\x05line\r", BAD + "halfline\r\n");
