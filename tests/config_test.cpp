@@ -106,7 +106,7 @@ TEST(Configuration, TakesDepthAndBreadth) {
   ConfigFile file;
   EXPECT_EQ(read(file, deep), 0);
   std::string broad = "a = {\n";
-  for (int i = 0; i < 100000; ++i) broad += "key" + std::to_string(i) + " = " + "v\n";
+  for (int i = 0; i < 100000; ++i) broad += "Key" + std::to_string(i) + " = " + "v\n";
   std::string longest = "k = ";
   longest.resize(10'000'000, 'x');
   EXPECT_EQ(read(file, broad + "KEY7 = w\n" + longest + "\n}\n"), 0);
