@@ -87,20 +87,20 @@ class DescriptionReader {
       check_keys(*time, {"sleep"});
       read_bool(*time, "sleep", host.sleep);
     }
-    for (const toml::table* adapter : child_tables(root, "adapters")) {
-      host.adapters.push_back(read_adapter(*adapter));
-    }
+    read_tables(root, "adapters",
+                [&](const toml::table& it) { host.adapters.push_back(read_adapter(it)); });
     if (const auto* registry = child_table(root, "registry")) read_registry(*registry, host);
-    for (const toml::table* fault : child_tables(root, "faults")) {
-      host.faults.push_back(read_fault(*fault));
-    }
+    read_tables(root, "faults",
+                [&](const toml::table& it) { host.faults.push_back(read_fault(it)); });
     return host;
   }
 
  private:
-  [[noreturn]] void refuse(const toml::node& node, const std::string& what) const {
-    throw DescriptionError(
-        joined({file_, ":", std::to_string(node.source().begin.line), ": ", what}));
+  using Pieces = std::initializer_list<std::string_view>;
+
+  [[noreturn]] void refuse(const toml::node& node, Pieces what) const {
+    const std::string line = std::to_string(node.source().begin.line);
+    throw DescriptionError(joined({file_, ":", line, ": ", joined(what)}));
   }
 
   // ---- Nodes ----
@@ -108,78 +108,77 @@ class DescriptionReader {
   void check_keys(const toml::table& table, std::initializer_list<std::string_view> known) const {
     for (const auto& [key, node] : table) {
       if (std::find(known.begin(), known.end(), key.str()) == known.end()) {
-        refuse(node, joined({"unknown key '", key.str(), "'; the keys here are ", listed(known)}));
+        refuse(node, {"unknown key '", key.str(), "'; the keys here are ", listed(known)});
       }
     }
   }
 
-  const toml::table* child_table(const toml::table& table, std::string_view key) const {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return nullptr;
-    if (!node->is_table()) refuse(*node, joined({"'", key, "' must be a table"}));
-    return node->as_table();
+  /// The node of a key when the table has it; refuses one of another type.
+  template <typename Type>
+  const auto* child(const toml::table& table, std::string_view key, std::string_view type) const {
+    const toml::node* const node = table.get(key);
+    const auto* const typed = node != nullptr ? node->as<Type>() : nullptr;
+    if (node != nullptr && typed == nullptr) refuse(*node, {"'", key, "' must be ", type});
+    return typed;
   }
 
-  std::vector<const toml::table*> child_tables(const toml::table& table,
-                                               std::string_view key) const {
-    std::vector<const toml::table*> tables;
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return tables;
-    const std::string wrong = joined({"'", key, "' must be an array of tables"});
-    if (!node->is_array()) refuse(*node, wrong);
-    for (const toml::node& element : *node->as_array()) {
-      if (!element.is_table()) refuse(element, wrong);
-      tables.push_back(element.as_table());
+  const toml::table* child_table(const toml::table& table, std::string_view key) const {
+    return child<toml::table>(table, key, "a table");
+  }
+
+  template <typename Take>
+  void read_tables(const toml::table& table, std::string_view key, Take take) const {
+    constexpr std::string_view TYPE = "an array of tables";
+    const toml::array* const array = child<toml::array>(table, key, TYPE);
+    for (std::size_t i = 0; array != nullptr && i < array->size(); ++i) {
+      const toml::node& element = *array->get(i);
+      if (!element.is_table()) refuse(element, {"'", key, "' must be ", TYPE});
+      take(*element.as_table());
     }
-    return tables;
   }
 
   std::string text_of(const toml::node& node, std::string_view key) const {
-    if (!node.is_string()) refuse(node, joined({"'", key, "' must be a string"}));
+    if (!node.is_string()) refuse(node, {"'", key, "' must be a string"});
     return node.as_string()->get();
   }
 
   DWORD number_of(const toml::node& node, std::string_view key, Range range) const {
-    if (!node.is_integer()) refuse(node, joined({"'", key, "' must be an integer"}));
+    if (!node.is_integer()) refuse(node, {"'", key, "' must be an integer"});
     const std::int64_t number = node.as_integer()->get();
     if (number < range.first || number > range.last) {
-      refuse(node, joined({"'", key, "' must be from ", std::to_string(range.first), " to ",
-                           std::to_string(range.last)}));
+      const std::string first = std::to_string(range.first);
+      refuse(node, {"'", key, "' must be from ", first, " to ", std::to_string(range.last)});
     }
     return static_cast<DWORD>(number);
   }
 
+  // Each tells whether the table has the key.
   bool read_text(const toml::table& table, std::string_view key, std::string& text) const {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return false;
-    text = text_of(*node, key);
-    return true;
+    const auto* const node = child<std::string>(table, key, "a string");
+    if (node != nullptr) text = node->get();
+    return node != nullptr;
   }
 
   bool read_number(const toml::table& table, std::string_view key, DWORD& number,
                    Range range = {}) const {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return false;
-    number = number_of(*node, key, range);
-    return true;
+    const toml::node* const node = table.get(key);
+    if (node != nullptr) number = number_of(*node, key, range);
+    return node != nullptr;
   }
 
   void read_bool(const toml::table& table, std::string_view key, bool& flag) const {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return;
-    if (!node->is_boolean()) refuse(*node, joined({"'", key, "' must be true or false"}));
-    flag = node->as_boolean()->get();
+    if (const auto* node = child<bool>(table, key, "true or false")) flag = node->get();
   }
 
   template <typename Take>
   void read_texts(const toml::table& table, std::string_view key, Take take) const {
-    const toml::node* node = table.get(key);
-    if (node == nullptr) return;
-    if (!node->is_array()) refuse(*node, joined({"'", key, "' must be an array of strings"}));
-    for (const toml::node& element : *node->as_array()) take(element, text_of(element, key));
+    const toml::array* const array = child<toml::array>(table, key, "an array of strings");
+    for (std::size_t i = 0; array != nullptr && i < array->size(); ++i) {
+      take(*array->get(i), text_of(*array->get(i), key));
+    }
   }
 
-  // ---- Parts of a host ----
+  // ---- Host ----
 
   void read_os(const toml::table& os, HostDescription& host) const {
     check_keys(os, {"platform_id", "major", "minor", "service_pack", "user"});
@@ -188,7 +187,7 @@ class DescriptionReader {
     read_number(os, "minor", host.version.minor);
     read_text(os, "service_pack", host.version.service_pack);
     if (host.version.service_pack.size() >= sizeof OSVERSIONINFOA{}.szCSDVersion) {
-      refuse(*os.get("service_pack"), "'service_pack' is too long");
+      refuse(*os.get("service_pack"), {"'service_pack' is too long"});
     }
     read_text(os, "user", host.user);
   }
@@ -205,12 +204,12 @@ class DescriptionReader {
         read_texts(libraries, key, [&](const toml::node& element, const std::string& function) {
           const Function* known = find_function(function);
           if (known == nullptr || !known->is_in(library.name)) {
-            refuse(element, joined({"unknown function '", function, "'"}));
+            refuse(element, {"unknown function '", function, "'"});
           }
           library.functions->push_back(function);
         });
       } else {
-        refuse(node, joined({"'", library.name, "' must be true, false or an array of functions"}));
+        refuse(node, {"'", library.name, "' must be true, false or an array of functions"});
       }
       host.libraries.push_back(std::move(library));
     }
@@ -226,7 +225,7 @@ class DescriptionReader {
 
   DWORD value_of(const toml::node& node, std::string_view text) const {
     const auto value = value_in(text);
-    if (!value) refuse(node, joined({"'", text, "' is not an IPv4 address"}));
+    if (!value) refuse(node, {"'", text, "' is not an IPv4 address"});
     return *value;
   }
 
@@ -236,7 +235,7 @@ class DescriptionReader {
     unsigned length = 0;
     const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), length);
     if (error != std::errc() || end != text.data() + text.size() || length > 32) {
-      refuse(node, joined({"'", text, "' is not a mask, such as 255.255.0.0 or 16"}));
+      refuse(node, {"'", text, "' is not a mask, such as 255.255.0.0 or 16"});
     }
     return prefix_mask(length);
   }
@@ -245,9 +244,9 @@ class DescriptionReader {
   void read_addresses(const toml::node& node, std::string_view text, AdapterDescription& adapter) {
     const std::size_t slash = text.find('/');
     if (slash == std::string_view::npos) {
-      refuse(node, joined({"'", text,
-                           "' must be ADDRESS/MASK or FIRST-LAST/MASK, such as "
-                           "10.0.0.1/255.255.0.0 or 10.0.0.1-10.0.0.9/16"}));
+      refuse(node, {"'", text,
+                    "' must be ADDRESS/MASK or FIRST-LAST/MASK, such as "
+                    "10.0.0.1/255.255.0.0 or 10.0.0.1-10.0.0.9/16"});
     }
     const std::string_view addresses = text.substr(0, slash);
     const std::size_t dash = addresses.find('-');
@@ -255,10 +254,10 @@ class DescriptionReader {
     const std::uint32_t last =
         dash == std::string_view::npos ? first : ntohl(value_of(node, addresses.substr(dash + 1)));
     const DWORD mask = mask_of(node, text.substr(slash + 1));
-    if (last < first) refuse(node, joined({"'", text, "' ends before it begins"}));
+    if (last < first) refuse(node, {"'", text, "' ends before it begins"});
     address_count_ += std::uint64_t{last} - first + 1;
     if (address_count_ > MAX_ADDRESSES) {
-      refuse(node, joined({"more than ", std::to_string(MAX_ADDRESSES), " addresses"}));
+      refuse(node, {"more than ", std::to_string(MAX_ADDRESSES), " addresses"});
     }
     hold(node, first, last, adapter);
     for (std::uint64_t address = first; address <= last; ++address) {
@@ -276,7 +275,7 @@ class DescriptionReader {
       if (other.last >= first) {
         const std::string text = dotted(htonl(std::max(first, other_first)));
         const char* whose = other.adapter == adapter.name ? "this" : "another";
-        refuse(node, joined({"'", text, "' is an address of ", whose, " adapter already"}));
+        refuse(node, {"'", text, "' is an address of ", whose, " adapter already"});
       }
     }
     held_.emplace(first, AddressRange{last, adapter.name});
@@ -296,25 +295,23 @@ class DescriptionReader {
     }
     if (valid) return bytes;
     refuse(node,
-           joined({"'", text,
-                   "' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C"}));
+           {"'", text, "' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C"});
   }
 
   AdapterDescription read_adapter(const toml::table& table) {
     check_keys(table, {"name", "description", "connection", "index", "type", "hardware_address",
                        "addresses", "gateways", "blank_slots", "bound"});
     AdapterDescription adapter;
-    if (!read_text(table, "name", adapter.name)) refuse(table, "the adapter has no 'name'");
-    if (adapter.name.empty()) refuse(*table.get("name"), "the adapter's 'name' is empty");
+    if (!read_text(table, "name", adapter.name)) refuse(table, {"the adapter has no 'name'"});
+    if (adapter.name.empty()) refuse(*table.get("name"), {"the adapter's 'name' is empty"});
     if (!names_.insert(lower_cased(adapter.name)).second) {
-      refuse(*table.get("name"),
-             joined({"'", adapter.name, "' is the name of another adapter too"}));
+      refuse(*table.get("name"), {"'", adapter.name, "' is the name of another adapter too"});
     }
     if (!read_number(table, "index", adapter.index, {.first = 1}))
-      refuse(table, "the adapter has no 'index'");
+      refuse(table, {"the adapter has no 'index'"});
     if (!indices_.insert(adapter.index).second) {
       refuse(*table.get("index"),
-             joined({std::to_string(adapter.index), " is the index of another adapter too"}));
+             {std::to_string(adapter.index), " is the index of another adapter too"});
     }
     if (!read_text(table, "description", adapter.description)) adapter.description = adapter.name;
     if (std::string text; read_text(table, "connection", text)) adapter.connection = text;
@@ -349,16 +346,16 @@ class DescriptionReader {
                            std::string(reinterpret_cast<const char*>(&number), sizeof number)};
     }
     if (node.is_boolean() && !node.as_boolean()->get()) return std::nullopt;
-    if (node.is_table()) refuse(node, "a registry path of several keys stands in quotes");
-    refuse(node, "a registry value is a string, an array of strings, an integer or false");
+    if (node.is_table()) refuse(node, {"a registry path of several keys stands in quotes"});
+    refuse(node, {"a registry value is a string, an array of strings, an integer or false"});
   }
 
   void read_registry(const toml::table& registry, HostDescription& host) const {
     for (const auto& [path, node] : registry) {
-      if (!node.is_table()) refuse(node, "a registry key must be a table of values");
+      if (!node.is_table()) refuse(node, {"a registry key must be a table of values"});
       for (const std::string_view root : ROOT_KEYS) {
         if (begins_ignoring_case(path.str(), root)) {
-          refuse(node, joined({"a registry path stands without '", root, "'"}));
+          refuse(node, {"a registry path stands without '", root, "'"});
         }
       }
       host.registry_keys.emplace_back(path.str());
@@ -372,15 +369,16 @@ class DescriptionReader {
   FaultDescription read_fault(const toml::table& table) const {
     check_keys(table, {"function", "code", "skip", "times", "raise"});
     FaultDescription fault;
-    if (!read_text(table, "function", fault.function)) refuse(table, "the fault has no 'function'");
+    if (!read_text(table, "function", fault.function))
+      refuse(table, {"the fault has no 'function'"});
     if (find_function(fault.function) == nullptr) {
-      refuse(*table.get("function"), joined({"unknown function '", fault.function, "'"}));
+      refuse(*table.get("function"), {"unknown function '", fault.function, "'"});
     }
     read_bool(table, "raise", fault.fault.raise);
     const bool has_code = read_number(table, "code", fault.fault.code);
-    if (!has_code && !fault.fault.raise) refuse(table, "the fault has no 'code'");
+    if (!has_code && !fault.fault.raise) refuse(table, {"the fault has no 'code'"});
     if (has_code && fault.fault.raise) {
-      refuse(*table.get("code"), "a call that is to 'raise' returns no 'code'");
+      refuse(*table.get("code"), {"a call that is to 'raise' returns no 'code'"});
     }
     DWORD count = 0;
     if (read_number(table, "skip", count)) fault.skip = count;
