@@ -15,6 +15,7 @@
 #include <optional>
 #include <set>
 #include <span>
+#include <sstream>
 #include <string_view>
 
 #include "platform/host/adapter_keys.h"
@@ -41,92 +42,70 @@ std::string refusal_of(const std::string& text) {
   return "taken";
 }
 
-TEST(Descriptions, AreRefusedWithLineAndReason) {
-  for (const auto& [text, what] : std::initializer_list<std::pair<const char*, const char*>>{
-           {"os = 5", "d:1: 'os' must be a table"},
-           {"os = {major = -1}", "d:1: 'major' must be from 0 to 4294967295"},
-           {"os = {user = 5}", "d:1: 'user' must be a string"},
-           {"\ntime = {sleep = 1}", "d:2: 'sleep' must be true or false"},
-           {"time = {slept = true}", "d:1: unknown key 'slept'; the keys here are sleep"},
-           {"[registry.SYSTEM.Key]\nv = 1",
-            "d:1: a registry path of several keys stands in quotes"},
-           {"faults = [{function = \"Sleep\", code = 1, raise = true}]",
-            "d:1: a call that is to 'raise' returns no 'code'"},
-           {"registry = {'HKLM\\Key' = {v = 1}}", "d:1: a registry path stands without 'HKLM\\'"},
-           {"libraries = {dhcpcsvc = 1}",
-            "d:1: 'dhcpcsvc' must be true, false or an array of functions"},
-           {"libraries = {dhcpcsvc = [\"Sleep\"]}", "d:1: unknown function 'Sleep'"},
-           {"adapters = {}", "d:1: 'adapters' must be an array of tables"},
-           {"[[adapters]]\nindex = 1", "d:1: the adapter has no 'name'"},
-           {"[[adapters]]\nname = \"A\"", "d:1: the adapter has no 'index'"},
-           {"[[adapters]]\nname = \"A\"\nindex = 1\n[[adapters]]\nname = \"a\"\nindex = 2",
-            "d:5: 'a' is the name of another adapter too"},
-           {"[[adapters]]\nname = \"\"\nindex = 1", "d:2: the adapter's 'name' is empty"},
-           {"[[adapters]]\nname = \"A\"\nindex = 0", "d:3: 'index' must be from 1 to 4294967295"},
-           {"[[adapters]]\nname = \"A\"\nindex = 1\naddresses = [\"10.0.0.1/8\"]\n"
-            "[[adapters]]\nname = \"B\"\nindex = 2\naddresses = [\"10.0.0.0-10.0.0.9/8\"]",
-            "d:8: '10.0.0.1' is an address of another adapter already"},
-           {"[[adapters]]\nname = \"A\"\nindex = 1\naddresses = "
-            "[\n\"10.0.0.1/8\",\n\"10.0.0.256/8\"]",
-            "d:6: '10.0.0.256' is not an IPv4 address"},
-           {"faults = [{code = 1}]", "d:1: the fault has no 'function'"},
-           {"faults = [{function = \"Sleep\"}]", "d:1: the fault has no 'code'"},
-           {"registry = {Key = 5}", "d:1: a registry key must be a table of values"},
-           {"registry = {'hkey_local_machine\\Key' = {v = 1}}",
-            "d:1: a registry path stands without 'HKEY_LOCAL_MACHINE\\'"},
-           {"registry = {Key = {v = true}}",
-            "d:1: a registry value is a string, an array of strings, an integer or false"},
-       }) {
-    EXPECT_EQ(refusal_of(text), what) << text;
-  }
-  const std::string adapter = "[[adapters]]\nname = \"A\"\nindex = 1\n";
-  const auto addresses = [](const char* list) { return "addresses = [" + std::string(list) + "]"; };
-  const auto hardware = [](const char* text) {
-    return "hardware_address = \"" + std::string(text) + "\"";
-  };
-  const std::string no_hardware =
-      "' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C";
-  const std::string no_mask = "' is not a mask, such as 255.255.0.0 or 16";
-  for (const auto& [line, what] : std::initializer_list<std::pair<std::string, std::string>>{
-           {addresses("\"10.0.0.1\""),
-            "'10.0.0.1' must be ADDRESS/MASK or FIRST-LAST/MASK, such as 10.0.0.1/255.255.0.0 or "
-            "10.0.0.1-10.0.0.9/16"},
-           {addresses("\"10.0.0.1/8\", \"10.0.0.1/0.0.0.0\""),
-            "'10.0.0.1' is an address of this adapter already"},
-           {addresses("\"10.0.0.1-10.0.0.9/8\", \"10.0.0.9/8\""),
-            "'10.0.0.9' is an address of this adapter already"},
-           {addresses("\"10.0.0.5/8\", \"10.0.0.1-10.0.0.9/8\""),
-            "'10.0.0.5' is an address of this adapter already"},
-           {addresses("\"010.0.0.1/8\""), "'010.0.0.1' is not an IPv4 address"},
-           {addresses("\"fe80::1/64\""), "'fe80::1' is not an IPv4 address"},
-           {addresses("\"10.0.0.1\\u0000/8\""), "'10.0.0.1?' is not an IPv4 address"},
-           {addresses("\"10.0.0.1/33\""), "'33" + no_mask},
-           {addresses("\"10.0.0.1/8 \""), "'8 " + no_mask},
-           {addresses("\"10.0.0.2-10.0.0.1/8\""), "'10.0.0.2-10.0.0.1/8' ends before it begins"},
-           {addresses("\"10.0.0.1-10.15.66.65/8\""), "more than 1000000 addresses"},
-           {addresses("5"), "'addresses' must be a string"},
-           {"addresses = 5", "'addresses' must be an array of strings"},
-           {hardware("00-0"), "'00-0" + no_hardware},
-           {hardware("00-0G"), "'00-0G" + no_hardware},
-           {hardware("00-01-"), "'00-01-" + no_hardware},
-           {hardware("00-01:02"), "'00-01:02" + no_hardware},
-           {hardware("00/01"), "'00/01" + no_hardware},
-           {hardware("00-01-02-03-04-05-06-07-08"), "'00-01-02-03-04-05-06-07-08" + no_hardware},
-           {"blank_slots = 10011", "'blank_slots' must be from 0 to 10010"},
-           {"gateways = [\"\"]", "'' is not an IPv4 address"},
-           {"type = \"\\u007F\"", "'type' must be an integer"},
-           {"[[adapters]]\nname = \"B\"\nindex = 1", "1 is the index of another adapter too"},
-           {"[[faults]]\nfunction = \"sleep\\u007F\"", "unknown function 'sleep?'"},
-           {"[registry.Key]\nv = [5]", "'each string of a list' must be a string"},
-           {"[os]\nservice_pack = \"" + std::string(128, 'x') + "\"",
-            "'service_pack' is too long"}}) {
-    const std::string text = adapter + line;
-    const auto number = std::count(text.begin(), text.end(), '\n') + 1;
-    EXPECT_EQ(refusal_of(text), "d:" + std::to_string(number) + ": " + what) << line;
-  }
-}
+// In each text "@" stands for the first three lines of an adapter and ";" for the end of a line.
+constexpr char REFUSED[] = R"(os = 5 => 1: 'os' must be a table
+os = {major = -1} => 1: 'major' must be from 0 to 4294967295
+os = {user = 5} => 1: 'user' must be a string
+;time = {sleep = 1} => 2: 'sleep' must be true or false
+time = {slept = true} => 1: unknown key 'slept'; the keys here are sleep
+[registry.SYSTEM.Key];v = 1 => 1: a registry path of several keys stands in quotes
+registry = {Key = 5} => 1: a registry key must be a table of values
+registry = {Key = {v = true}} => 1: a registry value is a string, an array of strings, an integer or false
+registry = {'HKLM\Key' = {v = 1}} => 1: a registry path stands without 'HKLM\'
+registry = {'hkey_local_machine\Key' = {v = 1}} => 1: a registry path stands without 'HKEY_LOCAL_MACHINE\'
+registry = {Key = {v = [5]}} => 1: 'each string of a list' must be a string
+libraries = {dhcpcsvc = 1} => 1: 'dhcpcsvc' must be true, false or an array of functions
+libraries = {dhcpcsvc = ["Sleep"]} => 1: unknown function 'Sleep'
+adapters = {} => 1: 'adapters' must be an array of tables
+[[adapters]];index = 1 => 1: the adapter has no 'name'
+[[adapters]];name = "A" => 1: the adapter has no 'index'
+[[adapters]];name = "";index = 1 => 2: the adapter's 'name' is empty
+[[adapters]];name = "A";index = 0 => 3: 'index' must be from 1 to 4294967295
+@[[adapters]];name = "a";index = 2 => 5: 'a' is the name of another adapter too
+@[[adapters]];name = "B";index = 1 => 6: 1 is the index of another adapter too
+@addresses = ["10.0.0.1/8"];[[adapters]];name = "B";index = 2;addresses = ["10.0.0.0-10.0.0.9/8"] => 8: '10.0.0.1' is an address of another adapter already
+@addresses = [;"10.0.0.1/8",;"10.0.0.256/8"] => 6: '10.0.0.256' is not an IPv4 address
+@addresses = ["10.0.0.1"] => 4: '10.0.0.1' must be ADDRESS/MASK or FIRST-LAST/MASK, such as 10.0.0.1/255.255.0.0 or 10.0.0.1-10.0.0.9/16
+@addresses = ["10.0.0.1/8", "10.0.0.1/0.0.0.0"] => 4: '10.0.0.1' is an address of this adapter already
+@addresses = ["10.0.0.1-10.0.0.9/8", "10.0.0.9/8"] => 4: '10.0.0.9' is an address of this adapter already
+@addresses = ["10.0.0.5/8", "10.0.0.1-10.0.0.9/8"] => 4: '10.0.0.5' is an address of this adapter already
+@addresses = ["010.0.0.1/8"] => 4: '010.0.0.1' is not an IPv4 address
+@addresses = ["10.0.0.1\u0000/8"] => 4: '10.0.0.1?' is not an IPv4 address
+@addresses = ["10.0.0.1/33"] => 4: '33' is not a mask, such as 255.255.0.0 or 16
+@addresses = ["10.0.0.1/8 "] => 4: '8 ' is not a mask, such as 255.255.0.0 or 16
+@addresses = ["10.0.0.2-10.0.0.1/8"] => 4: '10.0.0.2-10.0.0.1/8' ends before it begins
+@addresses = ["10.0.0.1-10.15.66.65/8"] => 4: more than 1000000 addresses
+@addresses = [5] => 4: 'addresses' must be a string
+@addresses = 5 => 4: 'addresses' must be an array of strings
+@hardware_address = "00-0" => 4: '00-0' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@hardware_address = "00-0G" => 4: '00-0G' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@hardware_address = "00-01-" => 4: '00-01-' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@hardware_address = "00-01:02" => 4: '00-01:02' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@hardware_address = "00/01" => 4: '00/01' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@hardware_address = "00-01-02-03-04-05-06-07-08" => 4: '00-01-02-03-04-05-06-07-08' is not a hardware address of 0 to 8 bytes, such as 00-0C-29-3A-5B-7C
+@blank_slots = 10011 => 4: 'blank_slots' must be from 0 to 10010
+@gateways = [""] => 4: '' is not an IPv4 address
+@type = "\u007F" => 4: 'type' must be an integer
+faults = [{code = 1}] => 1: the fault has no 'function'
+faults = [{function = "Sleep"}] => 1: the fault has no 'code'
+faults = [{function = "sleep\u007F", code = 5}] => 1: unknown function 'sleep?'
+faults = [{function = "Sleep", code = 1, raise = true}] => 1: a call that is to 'raise' returns no 'code'
+)";
 
-TEST(Descriptions, ThatAreNoTomlAreRefusedWithAHint) {
+TEST(Descriptions, AreRefusedWithLineAndReason) {
+  std::istringstream cases(REFUSED);
+  for (std::string line; std::getline(cases, line);) {
+    const std::size_t arrow = line.find(" => ");
+    std::string text;
+    for (const char c : line.substr(0, arrow)) {
+      text += c == '@'   ? "[[adapters]]\nname = \"A\"\nindex = 1\n"
+              : c == ';' ? "\n"
+                         : std::string(1, c);
+    }
+    EXPECT_EQ(refusal_of(text), "d:" + line.substr(arrow + 4));
+  }
+  EXPECT_EQ(refusal_of("os.service_pack = \"" + std::string(128, 'x') + "\""),
+            "d:1: 'service_pack' is too long");
   for (const auto& [text, hint] : {std::pair{"[os]\nuser = quick", "; quote it, if it is a text"},
                                    {"\n[registry.SYSTEM\\Key]\nv = 1", " stands in quotes"}}) {
     EXPECT_THAT(refusal_of(text),
@@ -151,18 +130,12 @@ TEST(Descriptions, SayAddressesInSeveralWays) {
 }
 
 TEST(Descriptions, TakeEveryKey) {
-  const HostDescription read = parse_description(R"([os]
-platform_id = 7
-major = 8
-minor = 9
-service_pack = "Pack"
-user = "me"
-[libraries]
-iphlpapi = true
-dhcpcsvc = false
-wship6 = ["getaddrinfo"]
-[time]
-sleep = false
+  const HostDescription read = parse_description(
+      R"(os = {platform_id = 7, major = 8, minor = 9, service_pack = "Pack", user = "me"}
+libraries = {iphlpapi = true, dhcpcsvc = false, wship6 = ["getaddrinfo"]}
+time.sleep = false
+faults = [{function = "Sleep", code = 5, skip = 2, times = 3}, {function = "CreatePipe", raise = true}]
+registry.K = {text = "t", list = ["a", ""], number = 258, none = false}
 [[adapters]]
 name = "A"
 description = "D"
@@ -174,21 +147,8 @@ addresses = ["10.0.0.1/32"]
 gateways = ["10.0.0.2", "10.0.0.3"]
 blank_slots = 10010
 bound = false
-[registry."K"]
-text = "t"
-list = ["a", ""]
-number = 258
-none = false
-[[faults]]
-function = "Sleep"
-code = 5
-skip = 2
-times = 3
-[[faults]]
-function = "CreatePipe"
-raise = true
 )",
-                                                 "d");
+      "d");
   using std::string_literals::operator""s;
   HostDescription host;
   host.version = {7, 8, 9, "Pack"};
@@ -197,16 +157,10 @@ raise = true
                     {"iphlpapi", true, {}},
                     {"wship6", true, std::vector<std::string>{"getaddrinfo"}}};
   host.sleep = false;
-  host.adapters = {{"A",
-                    "D",
-                    "C",
-                    4294967295,
-                    71,
-                    {1, 2, 3, 4, 5, 6, 7, 8},
-                    {{0x0100000A, ~0U}},
-                    {"10.0.0.2", "10.0.0.3"},
-                    10010,
-                    false}};
+  const std::vector<BYTE> hardware = {1, 2, 3, 4, 5, 6, 7, 8};
+  const std::vector<AddressDescription> addresses = {{0x0100000A, ~0U}};
+  const std::vector<std::string> gateways = {"10.0.0.2", "10.0.0.3"};
+  host.adapters = {{"A", "D", "C", 4294967295, 71, hardware, addresses, gateways, 10010, false}};
   host.registry_keys = {"K"};
   host.registry = {{"K", "list", RegistryValue{REG_MULTI_SZ, "a\0\0\0"s}},
                    {"K", "none", {}},
@@ -236,28 +190,15 @@ class HostContract : public testing::TestWithParam<const char*> {
 
   void SetUp() override {
     if (std::string_view(GetParam()) == "simulated") {
-      before_ = install_host(std::make_unique<SimulatedHost>(parse_description(R"(
-time.sleep = false
-[[adapters]]
-name = "lo"
-index = 1
-type = 24
-addresses = ["127.0.0.1/8"]
-bound = false
-[[adapters]]
-name = "a0"
-connection = "a0"
-index = 3
-hardware_address = "02:00:00:00:0a:01"
-addresses = ["10.1.0.9/16", "9.200.0.1/24", "10.1.0.10-10.1.0.10/255.255.0.0"]
-gateways = ["10.1.0.254", "10.1.0.253"]
-[[adapters]]
-name = "b0"
-index = 2
-addresses = ["0.0.0.0/0"]
-bound = false
-)",
-                                                                               "here")));
+      before_ = install_host(std::make_unique<SimulatedHost>(parse_description(
+          "time.sleep = false\n"
+          "adapters = [{name = 'lo', index = 1, type = 24, addresses = ['127.0.0.1/8'], bound = "
+          "false},"
+          "{name = 'a0', index = 3, connection = 'a0', hardware_address = '02:00:00:00:0a:01',"
+          "addresses = ['10.1.0.9/16', '9.200.0.1/24', '10.1.0.10-10.1.0.10/255.255.0.0'],"
+          "gateways = ['10.1.0.254', '10.1.0.253']},"
+          "{name = 'b0', index = 2, addresses = ['0.0.0.0/0'], bound = false}]",
+          "here")));
     } else {
       namespace_.emplace();
       if (!namespace_->refusal().empty()) GTEST_SKIP() << namespace_->refusal();
@@ -534,16 +475,9 @@ TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
 }
 
 TEST(SimulatedHost, FaultsCountEveryCall) {
-  const TestHost host(R"([[faults]]
-function = "GetIfTable"
-code = 5
-times = 2
-[[faults]]
-function = "GetIfTable"
-code = 6
-skip = 1
-times = 2
-)");
+  const TestHost host(
+      "faults = [{function = 'GetIfTable', code = 5, times = 2},"
+      "{function = 'GetIfTable', code = 6, skip = 1, times = 2}]");
   std::vector<DWORD> codes;
   for (int i = 0; i < 4; ++i) {
     ULONG size = 0;

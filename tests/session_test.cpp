@@ -7,8 +7,8 @@
 //   %host FILE             starts it on a host description below hosts/
 //   %libraries A B         on a Windows runtime: the stand-ins that lie beside the program
 //   %status N              expects this exit status instead of 0
-//   | LINE                 adds a line to the description (the default one unless %host names one;
-//                          with "%host none" there is no other line)
+//   | LINE                 a line that the description begins with; the default one follows, unless
+//                          there is "%host none"
 //   $LINE                  expects the prompt and types the line; "$<end>" ends the input there. A
 //                          session that does not end itself is ended by "quit"
 //   >LINE                  expects the line on standard output
@@ -147,8 +147,8 @@ Outcome play(const Session& session) {
     run.program = windows_runtime();
     run.arguments.insert(run.arguments.begin(), session.libraries);
   } else if (session.both || !session.description.empty()) {
-    const std::string before = session.host.empty() ? read_file(ROOT + base) : "";
-    run.environment.push_back("ZARVO_HOST=" + folder.write("host", before + session.description));
+    const std::string rest = session.host.empty() ? read_file(ROOT + base) : "";
+    run.environment.push_back("ZARVO_HOST=" + folder.write("host", session.description + rest));
   } else if (!session.host.empty()) {
     run.environment.push_back("ZARVO_HOST=" + ROOT + "/hosts/" + session.host);
   }
