@@ -84,29 +84,6 @@ void fuzz_debug_config(const std::uint8_t* data, std::size_t size) {
   require(table.is_valid(), "the table stays valid");
 }
 
-void fuzz_hex(const std::uint8_t* data, std::size_t size) {
-  std::string text(text_of(data, size));
-  const std::size_t length = std::strlen(text.c_str());
-  std::int32_t bytes = -1;
-  errmsg_begin();
-  const int result = hex_to_bytes(text.data(), bytes);
-  require((result == 0) == (bytes >= 0), "the length is set on success");
-  require(bytes <= static_cast<std::int32_t>(length), "each byte takes a character");
-}
-
-void fuzz_ranges(const std::uint8_t* data, std::size_t size) {
-  constexpr std::int32_t POSITIONS = 100;
-  const std::string text(text_of(data, size));
-  std::vector<std::uint8_t> flags(POSITIONS + 1);
-  ranges_to_flags(text.c_str(), flags.data(), POSITIONS, 1);
-  require(flags[0] == 0, "position 0 is none");
-  DynStore ranges;
-  flags_to_ranges(flags.data(), POSITIONS, ranges, 1);
-  std::vector<std::uint8_t> again(POSITIONS + 1);
-  ranges_to_flags(ranges.str(), again.data(), POSITIONS, 1);
-  require(flags == again, "ranges say what the flags say");
-}
-
 void fuzz_description(const std::uint8_t* data, std::size_t size) {
   try {
     SimulatedHost host(parse_description(std::string(text_of(data, size)), "d"));
@@ -161,7 +138,9 @@ void fuzz_session(const std::uint8_t* data, std::size_t size) {
 }  // namespace
 
 const std::map<std::string, FuzzTarget> FUZZ_TARGETS = {
-    {"config", fuzz_config},   {"shortcut", fuzz_shortcut}, {"debug_config", fuzz_debug_config},
-    {"hex", fuzz_hex},         {"ranges", fuzz_ranges},     {"description", fuzz_description},
+    {"config", fuzz_config},
+    {"shortcut", fuzz_shortcut},
+    {"debug_config", fuzz_debug_config},
+    {"description", fuzz_description},
     {"session", fuzz_session},
 };

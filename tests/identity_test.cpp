@@ -157,7 +157,6 @@ TEST_F(NetshTest, NothingIsStartedWithoutAProgram) {
 // ---- Hardware identity -------------------------------------------------------------------------
 
 TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
-  using Case = std::tuple<const char*, int, bool>;
   const std::string adapters =
       "[[adapters]]\nname = \"A\"\nindex = 2\nhardware_address = \"00-0C-29-00-00-01\"\n"
       "[[adapters]]\nname = \"Spare\"\nindex = 3\n[[adapters]]\nname = \"C\"\nindex = 4\n";
@@ -165,34 +164,30 @@ TEST(HardwareIdentity, ComesFromTheAdaptersOrAUuid) {
   auto entry = std::make_unique<ExclusionEntry>();
   *entry = {EXCLUDED_NAME, 5, "Spare"};
   excluded_adapters->append(std::move(entry));
-  for (const auto& [os, count, from_adapters] :
-       {Case{"platform_id = 1, major = 4, minor = 0", 1, false},
-        {"platform_id = 1, major = 4, minor = 10", 1, false},
-        {"platform_id = 1, major = 4, minor = 90", 2, true},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 3\"", 1, false},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack 4\"", 2, true},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \"ServicePack\\t4a\"", 2, true},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \" Service Pack 6\"", 1, false},
-        {"platform_id = 2, major = 4, minor = 0, service_pack = \"Service Pack-6\"", 1, false},
-        {"platform_id = 2, major = 4, minor = 0", 1, false},
-        {"platform_id = 2, major = 5, minor = 0", 2, true},
-        {"platform_id = 2, major = 5, minor = 1", 2, true},
-        {"platform_id = 2, major = 5, minor = 2", 2, true},
-        {"platform_id = 2, major = 6, minor = 0", 2, true},
-        {"platform_id = 2, major = 6, minor = 1", 2, true},
-        {"platform_id = 2, major = 6, minor = 2", -1, false}}) {
-    const TestHost host(std::string("os = {") + os + "}\n" + adapters);
+  // From both adapters that are not left out, or one from a UUID.
+  const auto expect = [&](int platform, int major, int minor, const char* pack, int count) {
+    DynStore os;
+    os.set_format("os = {platform_id = %d, major = %d, minor = %d, service_pack = '%s'}\n",
+                  platform, major, minor, pack);
+    const TestHost host(os.str() + adapters);
     const System system;
     const std::uint8_t* addresses[MAX_ADAPTERS] = {};
     const std::string said = written_by(
-        [&, count = count] { EXPECT_EQ(system.get_system_hardware_addresses(addresses), count); });
+        [&] { EXPECT_EQ(system.get_system_hardware_addresses(addresses), count) << os.str(); });
     EXPECT_EQ(said, count < 0 ? "ERROR @ system:# - unsupported windows platform NT 6.2 - must be "
                                 "9x, Me, NT4, 2000, XP, 2003, Vista, 7\n"
                               : "");
-    if (from_adapters) {
-      EXPECT_TRUE(std::equal(first, first + 6, addresses[0])) << os;
-    }
+    EXPECT_TRUE(count != 2 || std::equal(first, first + 6, addresses[0])) << os.str();
+  };
+  for (const int minor : {0, 10}) expect(1, 4, minor, "", 1);
+  expect(1, 4, 90, "", 2);
+  for (const char* pack : {"", "Service Pack 3", " Service Pack 6", "Service Pack-6"}) {
+    expect(2, 4, 0, pack, 1);
   }
+  for (const char* pack : {"Service Pack 4", "ServicePack\t4a"}) expect(2, 4, 0, pack, 2);
+  for (const int minor : {0, 1, 2}) expect(2, 5, minor, "", 2);
+  for (const int minor : {0, 1}) expect(2, 6, minor, "", 2);
+  expect(2, 6, 2, "", -1);
   EXPECT_EQ(excluded_adapters->clear(), 0);
 }
 
@@ -214,10 +209,11 @@ TEST(HardwareIdentity, AUuidThatFailsIsTold) {
   const std::uint8_t* two = nullptr;
   EXPECT_EQ(make_uuid_hardware_address(one), 0);
   const TestHost another("");
-  std::vector<int> bits(6);
+  std::uint8_t bits[6] = {};
   for (int i = 0; i < 100; ++i) {
     EXPECT_EQ(make_uuid_hardware_address(two), 0);
-    for (std::size_t k = 0; k < 6; ++k) bits[k] |= two[k];
+    for (std::uint8_t& byte : bits) byte |= *two++;
+    two -= 6;
   }
   EXPECT_EQ(one, two);
   EXPECT_THAT(bits, testing::Each(0xFF)) << "bits that are never set";

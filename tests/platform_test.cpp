@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstddef>
 #include <filesystem>
 #include <initializer_list>
@@ -23,7 +22,6 @@
 #include "platform/host/ipv4.h"
 #include "platform/linux/linux_host.h"
 #include "platform/simulated/host_description.h"
-#include "shared/include/guarded_call.h"
 #include "tests/support/folder.h"
 #include "tests/support/hosts.h"
 #include "tests/support/namespace.h"
@@ -113,22 +111,6 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
   }
 }
 
-TEST(Descriptions, SayAddressesInSeveralWays) {
-  const HostDescription host = parse_description(
-      "[[adapters]]\nname = \"A\"\nindex = 1\nhardware_address = \"00:0C:fF\"\n"
-      "addresses = [\"0.0.0.0/0\", \"0.0.0.0/0.0.0.0\", \"9.255.255.254-10.0.0.1/9\"]\n",
-      "d");
-  const AdapterDescription& adapter = host.adapters.front();
-  std::vector<std::string> texts;
-  for (const auto& [address, mask] : adapter.addresses) {
-    texts.push_back(dotted(address) + "/" + dotted(mask));
-  }
-  EXPECT_THAT(texts, ElementsAre("0.0.0.0/0.0.0.0", "0.0.0.0/0.0.0.0", "9.255.255.254/255.128.0.0",
-                                 "9.255.255.255/255.128.0.0", "10.0.0.0/255.128.0.0",
-                                 "10.0.0.1/255.128.0.0"));
-  EXPECT_THAT(adapter.hardware_address, ElementsAre(0x00, 0x0C, 0xFF));
-}
-
 TEST(Descriptions, TakeEveryKey) {
   const HostDescription read = parse_description(
       R"(os = {platform_id = 7, major = 8, minor = 9, service_pack = "Pack", user = "me"}
@@ -142,8 +124,8 @@ description = "D"
 connection = "C"
 index = 4294967295
 type = 71
-hardware_address = "01-02-03-04-05-06-07-08"
-addresses = ["10.0.0.1/32"]
+hardware_address = "01-02-03-04-05-06-07-fF"
+addresses = ["10.0.0.1/32", "0.0.0.0/0", "0.0.0.0/0.0.0.0", "9.255.255.255-10.0.0.0/9"]
 gateways = ["10.0.0.2", "10.0.0.3"]
 blank_slots = 10010
 bound = false
@@ -157,8 +139,9 @@ bound = false
                     {"iphlpapi", true, {}},
                     {"wship6", true, std::vector<std::string>{"getaddrinfo"}}};
   host.sleep = false;
-  const std::vector<BYTE> hardware = {1, 2, 3, 4, 5, 6, 7, 8};
-  const std::vector<AddressDescription> addresses = {{0x0100000A, ~0U}};
+  const std::vector<BYTE> hardware = {1, 2, 3, 4, 5, 6, 7, 0xFF};
+  const std::vector<AddressDescription> addresses = {
+      {0x0100000A, ~0U}, {0, 0}, {0, 0}, {0xFFFFFF09, 0x80FF}, {0x0A, 0x80FF}};
   const std::vector<std::string> gateways = {"10.0.0.2", "10.0.0.3"};
   host.adapters = {{"A", "D", "C", 4294967295, 71, hardware, addresses, gateways, 10010, false}};
   host.registry_keys = {"K"};
@@ -617,69 +600,6 @@ TEST(Platform, TakesPathsWithAndWithoutDrives) {
   EXPECT_EQ(GetLastError(), 18U);
   EXPECT_NE(FindClose(find), FALSE);
   EXPECT_THAT(names, ElementsAre(".", "..", "file"));
-}
-
-/// Starts a command whose standard output is a pipe, and gives what it writes; an empty optional
-/// when it is not started.
-std::optional<std::string> output_of(std::string command, SECURITY_ATTRIBUTES* attributes,
-                                     DWORD inherit = HANDLE_FLAG_INHERIT) {
-  HANDLE ends[2];
-  EXPECT_NE(CreatePipe(&ends[0], &ends[1], attributes, 0), FALSE);
-  EXPECT_NE(SetHandleInformation(ends[1], inherit, inherit), FALSE);
-  STARTUPINFOA start = {};
-  start.hStdOutput = ends[1];
-  PROCESS_INFORMATION process = {};
-  const BOOL started = CreateProcessA(nullptr, command.data(), nullptr, nullptr, TRUE, 0, nullptr,
-                                      nullptr, &start, &process);
-  EXPECT_NE(CloseHandle(ends[1]), FALSE);
-  std::string output;
-  char piece[64];
-  DWORD count = 0;
-  while (ReadFile(ends[0], piece, sizeof piece, &count, nullptr) != FALSE) {
-    output.append(piece, count);
-  }
-  if (started != FALSE) {
-    EXPECT_EQ(GetLastError(), 109U);
-  }
-  for (const HANDLE handle : {ends[0], process.hProcess, process.hThread}) CloseHandle(handle);
-  return started != FALSE ? std::optional(output) : std::nullopt;
-}
-
-TEST(Processes, GetTheirArgumentsAsThePlatformSplitsThem) {
-  const TestFolder folder;
-  const std::string program = folder.write("a b/show", "#!/bin/sh\nprintf '<%s>' \"$@\"\n");
-  std::filesystem::permissions(program, std::filesystem::perms::owner_all);
-  SECURITY_ATTRIBUTES inherited = {sizeof inherited, nullptr, TRUE};
-  for (const auto& [line, shown] : std::initializer_list<std::pair<std::string, const char*>>{
-           {"", "<>"},
-           {" one  two\tthree ", "<one><two><three>"},
-           {" \"one two\" \"\" x\"y z\"", "<one two><><xy z>"}}) {
-    for (const std::string& path : {program, "\"" + program + "\""}) {
-      EXPECT_EQ(output_of(path + line, &inherited, 0), shown) << path << line;
-    }
-  }
-  SetLastError(0);
-  EXPECT_EQ(output_of(folder.path() + "/none x", &inherited), std::nullopt);
-  EXPECT_EQ(output_of("\"" + folder.path() + "\"", &inherited), std::nullopt) << "no program";
-  inherited.bInheritHandle = FALSE;
-  for (SECURITY_ATTRIBUTES* attributes : {&inherited, static_cast<SECURITY_ATTRIBUTES*>(nullptr)}) {
-    EXPECT_EQ(output_of(program, attributes, 0), std::nullopt) << "the child must not have it";
-    EXPECT_EQ(output_of(program, attributes), "<>");
-  }
-}
-
-TEST(GuardedCall, SurvivesAFaultAgainAndAgain) {
-  int runs = 0;
-  for (int i = 0; i < 3; ++i) {
-    EXPECT_FALSE(guarded_call(
-        [](void* count) {
-          ++*static_cast<int*>(count);
-          raise(SIGSEGV);
-        },
-        &runs));
-    EXPECT_TRUE(guarded_call([](void* count) { ++*static_cast<int*>(count); }, &runs));
-  }
-  EXPECT_EQ(runs, 6);
 }
 
 }  // namespace

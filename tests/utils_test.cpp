@@ -18,21 +18,14 @@ namespace {
 using testing::ElementsAre;
 
 TEST(Utils, ReadsDecimalNumbersWithinThirtyTwoBits) {
-  for (const auto& [text, value] : {std::pair{"", 0},
-                                    {"abc", 0},
-                                    {" 2", 2},
-                                    {"2x", 2},
-                                    {"-7", -7},
-                                    {"+7", 7},
-                                    {"- 7", 0},
-                                    {"\t\v\f\r\n1", 1},
-                                    {"2147483647", INT32_MAX},
-                                    {"2147483648", INT32_MAX},
-                                    {"-2147483648", INT32_MIN},
-                                    {"-2147483649", INT32_MIN},
-                                    {"99999999999999999999999", INT32_MAX}}) {
-    EXPECT_EQ(decimal_value(text), value) << text;
+  for (const char* text : {"", "abc", "- 7"}) EXPECT_EQ(decimal_value(text), 0) << text;
+  for (const char* text : {" 2", "+2", "2x", "\t\v\f\r\n2"})
+    EXPECT_EQ(decimal_value(text), 2) << text;
+  EXPECT_EQ(decimal_value("-7"), -7);
+  for (const char* text : {"2147483647", "2147483648", "99999999999999999999999"}) {
+    EXPECT_EQ(decimal_value(text), INT32_MAX) << text;
   }
+  for (const char* text : {"-2147483648", "-2147483649"}) EXPECT_EQ(decimal_value(text), INT32_MIN);
 }
 
 TEST(Utils, ReadsQuadsAsFarAsTheyGo) {
@@ -41,13 +34,11 @@ TEST(Utils, ReadsQuadsAsFarAsTheyGo) {
     int count;
     std::int32_t numbers[4];
   };
-  for (const Case& it : {Case{"10.1.2.3", 4, {10, 1, 2, 3}},
-                         {"10.1.2", 3, {10, 1, 2, 9}},
-                         {"10.1.2.", 3, {10, 1, 2, 9}},
-                         {"10..2.3", 1, {10, 9, 9, 9}},
-                         {"-1.+2.300.4x", 4, {-1, 2, 300, 4}},
-                         {"x", 0, {9, 9, 9, 9}},
-                         {"1 .2.3.4", 1, {1, 9, 9, 9}}}) {
+  constexpr Case CASES[] = {{"10.1.2.3", 4, {10, 1, 2, 3}},       {"10.1.2", 3, {10, 1, 2, 9}},
+                            {"10.1.2.", 3, {10, 1, 2, 9}},        {"10..2.3", 1, {10, 9, 9, 9}},
+                            {"-1.+2.300.4x", 4, {-1, 2, 300, 4}}, {"x", 0, {9, 9, 9, 9}},
+                            {"1 .2.3.4", 1, {1, 9, 9, 9}}};
+  for (const Case& it : CASES) {
     std::int32_t numbers[4] = {9, 9, 9, 9};
     EXPECT_EQ(scan_quad(it.text, numbers), it.count) << it.text;
     for (int i = 0; i < 4; ++i) EXPECT_EQ(numbers[i], it.numbers[i]) << it.text;
@@ -172,19 +163,17 @@ TEST(Texts, AreMeasuredAndTurned) {
 
 TEST(HexBytes, AreReadInEveryGrouping) {
   const std::string mac("\x00\x0C\x29\x3E\x5B\x01", 6);
-  for (const auto& [text, bytes] : {std::pair{"00-0C-29-3E-5B-01", mac},
-                                    {"00:0c:29:3e:5b:01", mac},
-                                    {"000C293E5B01", mac},
-                                    {"0 c 29 3e 5b 1", mac},
-                                    {"A0C", "\xA0\x0C"},
-                                    {"", ""},
-                                    {"--\n:", ""}}) {
-    std::string copy = text;
+  const auto expect = [](std::string text, const std::string& bytes) {
     std::int32_t length = -1;
-    EXPECT_EQ(hex_to_bytes(copy.data(), length), 0);
-    EXPECT_EQ(std::string(copy.c_str(), static_cast<std::size_t>(length) + 1), bytes + '\0')
-        << text;
+    EXPECT_EQ(hex_to_bytes(text.data(), length), 0);
+    EXPECT_EQ(std::string(text.c_str(), static_cast<std::size_t>(length) + 1), bytes + '\0');
+  };
+  for (const char* text :
+       {"00-0C-29-3E-5B-01", "00:0c:29:3e:5b:01", "000C293E5B01", "0 c 29 3e 5b 1"}) {
+    expect(text, mac);
   }
+  expect("A0C", "\xA0\x0C");
+  for (const char* text : {"", "--\n:"}) expect(text, "");
   std::string bad = "00.0C";
   std::int32_t length = -1;
   EXPECT_EQ(hex_to_bytes(bad.data(), length), -1);
