@@ -5,37 +5,26 @@
 #include <cstdlib>
 
 #include "tests/support/hosts.h"
+#include "tests/support/memory.h"
 
 namespace {
 
-int blocks = 0;
-std::size_t last_size = 0;
-
-void* counted_allocate(std::size_t size) {
-  ++blocks;
-  last_size = size;
-  return std::malloc(size);
-}
-
-const MemoryOperations COUNTED = {std::calloc, counted_allocate, std::free, std::realloc,
-                                  std::free};
-
 class DynStoreTest : public testing::Test {
  protected:
-  DynStoreTest() { blocks = 0; }
+  DynStoreTest() { memory = {}; }
 
   int append(std::size_t count) { return store_.append_str(std::string(count, 'x').c_str()); }
 
-  DynStore store_{COUNTED};
+  DynStore store_{COUNTED_MEMORY};
 };
 
 TEST_F(DynStoreTest, TheInlineAreaIsFreeOfAllocation) {
   EXPECT_EQ(store_.length(), 0);
   EXPECT_EQ(store_.capacity(), 1024);
   append(1023);
-  EXPECT_EQ(blocks, 0);
+  EXPECT_EQ(memory.allocations, 0);
   append(1);
-  EXPECT_EQ(blocks, 1);
+  EXPECT_EQ(memory.allocations, 1);
   EXPECT_EQ(store_.capacity(), 2048);
   EXPECT_EQ(store_.offset(), 0);
   EXPECT_EQ(store_.str(), std::string(1024, 'x'));
@@ -49,15 +38,15 @@ TEST_F(DynStoreTest, GrowsToTheNeedOrByAStep) {
   EXPECT_EQ(store_.capacity(), 5001);
   append(1);
   EXPECT_EQ(store_.capacity(), 6025);
-  blocks = 0;
-  DynStore back(COUNTED);
+  memory.allocations = 0;
+  DynStore back(COUNTED_MEMORY);
   for (int i = 0; i < 100 * 1024; ++i) EXPECT_EQ(back.append_char('a'), 0);
-  EXPECT_EQ(blocks, 100);
-  blocks = 0;
-  DynStore front(COUNTED);
+  EXPECT_EQ(memory.allocations, 100);
+  memory.allocations = 0;
+  DynStore front(COUNTED_MEMORY);
   for (int i = 0; i < 100 * 1024; ++i) EXPECT_EQ(front.prepend_char('a'), 0);
   EXPECT_EQ(front.length(), 100 * 1024);
-  EXPECT_LE(blocks, 100);
+  EXPECT_LE(memory.allocations, 100);
 }
 
 TEST_F(DynStoreTest, PrependsIntoTheFrontRoomOrMovesTheText) {
@@ -73,7 +62,7 @@ TEST_F(DynStoreTest, PrependsIntoTheFrontRoomOrMovesTheText) {
   EXPECT_EQ(store_.prepend_str(std::string(2000, '-').c_str()), 0);
   EXPECT_EQ(store_.offset(), 2);
   EXPECT_EQ(store_.str(), std::string(2000, '-') + "xyz23456789");
-  EXPECT_EQ(last_size, 2012U + 2002U);
+  EXPECT_EQ(memory.last_size, 2012U + 2002U);
 }
 
 TEST_F(DynStoreTest, TurnsNumbersIntoText) {
@@ -114,12 +103,9 @@ TEST_F(DynStoreTest, Dumps) {
             "  params: offset=1, len=3, alloc=1024\n  str = \"\"\n");
 }
 
-void* no_block(std::size_t /*size*/) { return nullptr; }
-
-TEST(DynStoreDeathTest, EndsWithoutMemory) {
-  const MemoryOperations none = {std::calloc, no_block, std::free, std::realloc, std::free};
-  DynStore store(none);
-  expect_stop([&] { EXPECT_EQ(store.append_str(std::string(1024, 'x').c_str()), 0); },
+TEST_F(DynStoreTest, EndsWithoutMemory) {
+  memory.refusals = 1;
+  expect_stop([this] { append(1024); },
               "\\.\\\\dynstore:[0-9]+: assertion failed - out of memory\n$");
 }
 

@@ -6,6 +6,7 @@
 #include <cstdlib>
 
 #include "tests/support/hosts.h"
+#include "tests/support/memory.h"
 #include "tests/support/program.h"
 
 namespace {
@@ -15,43 +16,6 @@ using testing::ElementsAre;
 const ReportSite SITE = {".\\some\\module", 12};
 
 // ---- Memory that fails -------------------------------------------------------------------------
-
-/// Counts what a log asks of its memory; refuses while `refusals` are left, or until the reserve is
-/// given back.
-struct Memory {
-  int allocations = 0;
-  int refusals = 0;
-  void* reserve = nullptr;
-  bool refuse_until_reserve = false;
-};
-
-Memory memory;
-
-void* counted_allocate(std::size_t size) {
-  ++memory.allocations;
-  void* block = std::malloc(size);
-  if (size == DIAGNOSTIC_RESERVE_SIZE) memory.reserve = block;
-  return block;
-}
-
-void* counted_resize(void* block, std::size_t size) {
-  ++memory.allocations;
-  errno = ENOMEM;
-  if (memory.refuse_until_reserve && memory.reserve != nullptr) return nullptr;
-  if (memory.refusals > 0) {
-    --memory.refusals;
-    return nullptr;
-  }
-  return std::realloc(block, size);
-}
-
-void counted_release(void* block) {
-  if (block == memory.reserve) memory.reserve = nullptr;
-  std::free(block);
-}
-
-const MemoryOperations COUNTED_MEMORY = {std::calloc, counted_allocate, counted_release,
-                                         counted_resize, counted_release};
 
 class LogMemoryTest : public testing::Test {
  protected:
@@ -105,14 +69,10 @@ TEST_F(LogMemoryTest, ASteadyStreamAllocatesNothing) {
   }
 }
 
-void* no_reserve(std::size_t size) {
-  return size == DIAGNOSTIC_RESERVE_SIZE ? nullptr : std::malloc(size);
-}
-
-TEST(LogConstruction, EndsWithoutTheReserve) {
-  const MemoryOperations none = {std::calloc, no_reserve, std::free, std::realloc, std::free};
+TEST_F(LogMemoryTest, EndsWithoutTheReserve) {
+  memory.refusals = 1;
   expect_stop(
-      [&] { MessageLog log(none); },
+      [] { MessageLog log(COUNTED_MEMORY); },
       "^ERROR \\.\\\\vmk_errmsg:[0-9]+: assertion failed - not enough memory for diagnostics\n$");
 }
 
