@@ -36,7 +36,7 @@ TEST(IpHelperBinding, IsAvailableOnlyWhole) {
 }
 
 TEST(IpHelperBinding, ReportsWhatFailedAndWhy) {
-  const Bindings bindings(one_adapter("\"10.0.0.1/255.0.0.0\""));
+  const Bindings bindings(one_adapter("10.0.0.1/8"));
   const auto reported = [](const std::string& failure, const std::string& arguments) {
     EXPECT_THAT(held_lines(), ElementsAre("WARN  @ vmk_iphlpapi:# - " + failure + "\\r",
                                           "      @ vmk_iphlpapi:# - " + arguments));
@@ -86,7 +86,7 @@ TEST(IpHelperBinding, AFunctionThatIsMissingIsNotCalled) {
 }
 
 TEST(DhcpClientBinding, PassesTheBytesOfTheTexts) {
-  const Bindings bindings(one_adapter("\"10.0.0.1/255.0.0.0\"", 9));
+  const Bindings bindings(one_adapter("10.0.0.1/8", 9));
   bindings->keep_diary();
   EXPECT_EQ(dhcpcsvc_notify_config_change("E100B1", 1, "10.1.2.3", "255.255.0.0"), 1);
   EXPECT_EQ(dhcpcsvc_notify_config_change("E100B1", 2, "10.1.2", "300.-1.x"), 1);

@@ -44,7 +44,7 @@ std::ptrdiff_t open_descriptors() {
 class NetshTest : public testing::Test {
  protected:
   NetshTest()
-      : host_(one_adapter("\"10.0.0.1/255.0.0.0\"") +
+      : host_(one_adapter("10.0.0.1/8") +
               "connection = \"Local Area \\\"1\\\" 100%\"\n"
               "[registry.\"SYSTEM\\\\CurrentControlSet\\\\Services\\\\Tcpip6\\\\Parameters\\\\"
               "Interfaces\\\\E100B1\\\\Addresses\\\\2001:db8::7\"]\n") {

@@ -426,7 +426,7 @@ TEST(SimulatedHost, TellsOfAdaptersAsFarAsTheFieldsGo) {
 }
 
 TEST(SimulatedHost, TheServiceKeepsListsAndTableInStep) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\", \"0.0.0.0/0\"", 1));
+  const TestHost host(one_adapter("10.0.0.1/8 0.0.0.0/0", 1));
   const auto change = [&](const char* adapter, DWORD slot, const char* address) {
     return host->change_listed_address(adapter, slot, inet_addr(address), 0xFF);
   };

@@ -321,7 +321,7 @@ TEST_F(DebugConfigurationDeathTest, IsInstalledFromTheSearchPath) {
   static_cast<void>(folder_.write(CONFIGURATION, "system\nsearchpath 1\n"));
   expect_said(
       [] {
-        const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\""));
+        const TestHost host(one_adapter("10.0.0.1/8"));
         EXPECT_EQ(dll_init_debug(), 0);
         EXPECT_FALSE(adapter_debug.is_enabled(1));
         char address[200];

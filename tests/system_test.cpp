@@ -173,7 +173,7 @@ TEST(Discovery, TellsWhetherItsSourceCouldBeRead) {
 }
 
 TEST(Stress, TellsWhetherItWentThrough) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"") +
+  const TestHost host(one_adapter("10.0.0.1/8") +
                       "[[faults]]\nfunction = \"DeleteIPAddress\"\ncode = 5\nskip = 2\ntimes = 9");
   System system;
   for (const auto& [start, result] : {std::pair{"10.0.0.5", 0},
@@ -209,7 +209,7 @@ class ForcedDhcpClient : public testing::Test {
 };
 
 TEST_F(ForcedDhcpClient, ProbesAndPads) {
-  const TestHost host(one_adapter("\"10.0.0.1/255.0.0.0\"", 6));
+  const TestHost host(one_adapter("10.0.0.1/8", 6));
   System* constructed = nullptr;
   written_by([&] { constructed = new System; });
   written_by([&] { EXPECT_EQ(constructed->choose_ip_mechanism(), 0); });
@@ -229,8 +229,7 @@ TEST_F(ForcedDhcpClient, ProbesAndPads) {
 TEST_F(ForcedDhcpClient, RefusesToCutAListShort) {
   std::string addresses;
   for (int i = 0; i < 10011; ++i) {
-    addresses +=
-        "\"10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1) + "/255.0.0.0\",";
+    addresses += "10.0." + std::to_string(i / 250) + "." + std::to_string(i % 250 + 1) + "/8 ";
   }
   const TestHost host(one_adapter(addresses));
   written_by([] {

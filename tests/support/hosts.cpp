@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <sstream>
+
 #include "shared/include/vmk_dhcpcsvc.h"
 #include "shared/include/vmk_iphlpapi.h"
 #include "tests/support/program.h"
@@ -45,6 +47,9 @@ void expect_stop(const std::function<void()>& action, const std::string& report)
 }
 
 std::string one_adapter(const std::string& addresses, int blank_slots) {
-  return "[[adapters]]\nname = \"E100B1\"\ndescription = \"Ethernet\"\nindex = 2\naddresses = [" +
-         addresses + "]\nblank_slots = " + std::to_string(blank_slots) + "\n";
+  std::istringstream words(addresses);
+  std::string list;
+  for (std::string address; words >> address;) list += "'" + address + "',";
+  return "[[adapters]]\nname = 'E100B1'\ndescription = 'Ethernet'\nindex = 2\naddresses = [" +
+         list + "]\nblank_slots = " + std::to_string(blank_slots) + "\n";
 }

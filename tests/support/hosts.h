@@ -45,5 +45,6 @@ std::string written_by(const std::function<void()>& action);
 /// What must end a process with status 3 and one report on standard output, matched by `report`.
 void expect_stop(const std::function<void()>& action, const std::string& report);
 
-/// One adapter with the index 2 whose registry lists and address table hold these addresses.
+/// One adapter with the index 2 whose registry lists and address table hold these addresses, as in
+/// "10.0.0.1/8 10.0.0.9/255.0.0.0".
 std::string one_adapter(const std::string& addresses, int blank_slots = 0);

@@ -33,6 +33,8 @@ std::string run_shell(const std::string& command) {
   return output;
 }
 
-std::vector<std::string> kernel_addresses() {
-  return lines_of(run_shell("ip -o -4 addr show | awk '{ print $2, $4 }' | LC_ALL=C sort"));
+std::string kernel_addresses() {
+  return run_shell(
+      "ip -o -4 addr show | awk '$4 != \"127.0.0.1/8\" { print $2, $4 }' | LC_ALL=C sort | tr '\n' "
+      ",");
 }

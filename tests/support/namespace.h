@@ -2,7 +2,6 @@
 #pragma once
 
 #include <string>
-#include <vector>
 
 /// A network namespace of its own, for this process and its children while the object lives.
 class NetworkNamespace {
@@ -23,6 +22,6 @@ class NetworkNamespace {
 /// Runs a command of the shell and gives what it says; throws when it fails.
 std::string run_shell(const std::string& command);
 
-/// The IPv4 addresses of all interfaces as the system's own tool lists them, each as
-/// "INTERFACE ADDRESS/PREFIX", sorted.
-std::vector<std::string> kernel_addresses();
+/// The IPv4 addresses of all interfaces as the system's own tool lists them, sorted, each as
+/// "INTERFACE ADDRESS/PREFIX,"; without 127.0.0.1/8.
+std::string kernel_addresses();
