@@ -23,6 +23,7 @@
 #include <thread>
 #include <utility>
 
+#include "base/not_copied.h"
 #include "platform/host/adapter_keys.h"
 #include "platform/host/ipv4.h"
 #include "tests/support/hosts.h"
@@ -206,7 +207,7 @@ TEST_F(LinuxHosts, SeeWhatOthersDoHoweverMuch) {
 }
 
 /// Does something again and again beside a test, for as long as it lives.
-class Repetition {
+class Repetition : NotCopied {
  public:
   explicit Repetition(const std::function<void()>& action)
       : thread_([this, action] {
@@ -216,8 +217,6 @@ class Repetition {
     done_ = true;
     thread_.join();
   }
-  Repetition(const Repetition&) = delete;
-  Repetition& operator=(const Repetition&) = delete;
 
  private:
   std::atomic<bool> done_ = false;

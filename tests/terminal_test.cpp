@@ -14,6 +14,7 @@
 #include <string>
 #include <utility>
 
+#include "base/not_copied.h"
 #include "tests/support/folder.h"
 
 namespace {
@@ -34,7 +35,7 @@ struct Start {
   int nowhere = -1;
 };
 
-class Terminal {
+class Terminal : NotCopied {
  public:
   explicit Terminal(const Start& start = {}) {
     const winsize size = {40, 120, 0, 0};
@@ -45,8 +46,6 @@ class Terminal {
     hang_up();
     if (child_ > 0) end();
   }
-  Terminal(const Terminal&) = delete;
-  Terminal& operator=(const Terminal&) = delete;
 
   /// Types a text at the prompt and gives what is shown up to `awaited`.
   std::string type(const std::string& text, const std::string& awaited) {

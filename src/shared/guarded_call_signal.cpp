@@ -3,6 +3,8 @@
 #include <csetjmp>
 #include <csignal>
 
+#include "base/not_copied.h"
+
 namespace {
 
 sigjmp_buf* landing = nullptr;
@@ -10,7 +12,7 @@ sigjmp_buf* landing = nullptr;
 void leave_call(int /*signal*/) { siglongjmp(*landing, 1); }
 
 /// While it lives, a fault of this thread lands in the guarded call.
-class FaultTrap {
+class FaultTrap : NotCopied {
  public:
   FaultTrap() {
     struct sigaction action = {};
@@ -23,8 +25,6 @@ class FaultTrap {
     sigaction(SIGSEGV, &segv_, nullptr);
     sigaction(SIGBUS, &bus_, nullptr);
   }
-  FaultTrap(const FaultTrap&) = delete;
-  FaultTrap& operator=(const FaultTrap&) = delete;
 
  private:
   struct sigaction segv_ = {};

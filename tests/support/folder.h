@@ -6,12 +6,12 @@
 #include <string>
 #include <string_view>
 
-class TestFolder {
+#include "base/not_copied.h"
+
+class TestFolder : NotCopied {
  public:
   TestFolder();
   ~TestFolder();
-  TestFolder(const TestFolder&) = delete;
-  TestFolder& operator=(const TestFolder&) = delete;
 
   [[nodiscard]] std::string path() const { return path_.string(); }
 

@@ -11,16 +11,15 @@
 #include <tuple>
 #include <vector>
 
+#include "base/not_copied.h"
 #include "platform/simulated/simulated_host.h"
 #include "shared/include/vmk_errmsg.h"
 
 /// The host of a description text, behind the layer while the object lives.
-class TestHost {
+class TestHost : NotCopied {
  public:
   explicit TestHost(const std::string& description);
   ~TestHost();
-  TestHost(const TestHost&) = delete;
-  TestHost& operator=(const TestHost&) = delete;
 
   SimulatedHost* operator->() const { return host_; }
 

@@ -3,13 +3,13 @@
 
 #include <string>
 
+#include "base/not_copied.h"
+
 /// A network namespace of its own, for this process and its children while the object lives.
-class NetworkNamespace {
+class NetworkNamespace : NotCopied {
  public:
   NetworkNamespace();
   ~NetworkNamespace();
-  NetworkNamespace(const NetworkNamespace&) = delete;
-  NetworkNamespace& operator=(const NetworkNamespace&) = delete;
 
   /// Empty, or why this machine allows none; then nothing may be changed.
   [[nodiscard]] const std::string& refusal() const { return refusal_; }

@@ -13,6 +13,7 @@
 #include <memory>
 #include <string_view>
 
+#include "base/not_copied.h"
 #include "brenlo/src/address.h"
 
 /// How the host's addresses are changed.
@@ -33,7 +34,7 @@ struct SavedContext {
   std::uint32_t nte_context;
 };
 
-class Adapter {
+class Adapter : NotCopied {
  public:
   /// `text`: the binding name (DHCP client) or the interface description (IP Helper). Reads the
   /// adapter's addresses, gateways and connection name; what cannot be read is reported and
@@ -41,8 +42,6 @@ class Adapter {
   Adapter(const char* text, std::uint32_t index, std::uint32_t type,
           const std::uint8_t (&hardware_address)[6], std::uint32_t mechanism);
   ~Adapter();
-  Adapter(const Adapter&) = delete;
-  Adapter& operator=(const Adapter&) = delete;
 
   [[nodiscard]] std::uint32_t mechanism() const { return mechanism_; }
   /// The system name; empty under the DHCP client mechanism.

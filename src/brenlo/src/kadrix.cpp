@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/not_copied.h"
 #include "base/text.h"
 #include "shared/include/os_identity.h"
 #include "shared/include/utils.h"
@@ -310,12 +311,10 @@ std::atomic<Interruption> interruption = Interruption::IMPOSSIBLE;
 static_assert(std::atomic<Interruption>::is_always_lock_free);
 
 /// While it lives, a stress test can be interrupted.
-class Interruptible {
+class Interruptible : NotCopied {
  public:
   Interruptible() { interruption = Interruption::POSSIBLE; }
   ~Interruptible() { interruption = Interruption::IMPOSSIBLE; }
-  Interruptible(const Interruptible&) = delete;
-  Interruptible& operator=(const Interruptible&) = delete;
 
   [[nodiscard]] bool is_wanted() const { return interruption == Interruption::WANTED; }
 };
@@ -324,15 +323,13 @@ class Interruptible {
 
 /// While it lives, the platform's waits are as exact as it can make them; a millisecond may
 /// otherwise take fifteen. Hosts that lack the library wait as they do.
-class FineWaits {
+class FineWaits : NotCopied {
  public:
   FineWaits() : library_(LoadLibraryA("winmm")) { call("timeBeginPeriod"); }
   ~FineWaits() {
     call("timeEndPeriod");
     if (library_ != nullptr) FreeLibrary(library_);
   }
-  FineWaits(const FineWaits&) = delete;
-  FineWaits& operator=(const FineWaits&) = delete;
 
  private:
   void call(const char* name) const {
@@ -350,15 +347,13 @@ class FineWaits {
 // ---- Progress ---------------------------------------------------------------------------------
 
 /// Tells in the console's title how far a stress test is, and puts the title of before back.
-class Progress {
+class Progress : NotCopied {
  public:
   Progress(std::int32_t iterations, std::int32_t addresses)
       : iterations_(iterations), addresses_(addresses) {}
   ~Progress() {
     if (is_shown_) SetConsoleTitleA(before_);
   }
-  Progress(const Progress&) = delete;
-  Progress& operator=(const Progress&) = delete;
 
   void begin(std::int32_t iteration, const char* work) {
     iteration_ = iteration;

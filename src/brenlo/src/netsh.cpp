@@ -6,6 +6,7 @@
 #include <iterator>
 #include <string_view>
 
+#include "base/not_copied.h"
 #include "shared/include/dynstore.h"
 
 namespace {
@@ -14,7 +15,7 @@ constexpr std::size_t READ_STEP = 256;
 constexpr std::size_t MAX_IPV6_TEXT = 255;
 
 /// An anonymous pipe; closes whichever end is still open.
-class Pipe {
+class Pipe : NotCopied {
  public:
   Pipe() {
     SECURITY_ATTRIBUTES attributes = {};
@@ -27,8 +28,6 @@ class Pipe {
     CloseHandle(read_end_);
     if (write_end_ != nullptr) CloseHandle(write_end_);
   }
-  Pipe(const Pipe&) = delete;
-  Pipe& operator=(const Pipe&) = delete;
 
   [[nodiscard]] bool is_open() const { return is_open_; }
   [[nodiscard]] HANDLE read_end() const { return read_end_; }

@@ -10,6 +10,7 @@
 #include <new>
 #include <string_view>
 
+#include "base/not_copied.h"
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/ip_tables.h"
 #include "brenlo/src/static_state.h"
@@ -433,7 +434,7 @@ IdentitySource identity_source(const OsIdentity& identity) {
 }
 
 /// A UUID's text, given back to the RPC runtime at the end of its scope; null when there is none.
-class UuidText {
+class UuidText : NotCopied {
  public:
   explicit UuidText(UUID& uuid) {
     if (UuidToStringA(&uuid, &text_) != RPC_S_OK) text_ = nullptr;
@@ -441,8 +442,6 @@ class UuidText {
   ~UuidText() {
     if (text_ != nullptr) RpcStringFreeA(&text_);
   }
-  UuidText(const UuidText&) = delete;
-  UuidText& operator=(const UuidText&) = delete;
 
   [[nodiscard]] const char* get() const { return reinterpret_cast<const char*>(text_); }
 

@@ -9,18 +9,17 @@
 #include <cstdint>
 #include <memory>
 
+#include "base/not_copied.h"
 #include "brenlo/src/adapter.h"
 
 constexpr int MAX_ADAPTERS = 32;
 constexpr int ADAPTER_REFRESH_INTERVAL = 1000;
 
-class System {
+class System : NotCopied {
  public:
   /// Binds both platform libraries, chooses the mechanism and discovers the adapters.
   System();
   ~System();
-  System(const System&) = delete;
-  System& operator=(const System&) = delete;
 
   [[nodiscard]] std::int32_t mechanism() const { return mechanism_; }
   [[nodiscard]] std::int32_t adapter_count() const { return adapter_count_; }

@@ -8,6 +8,7 @@
 #include <memory>
 #include <new>
 
+#include "base/not_copied.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {
@@ -17,7 +18,7 @@ constexpr int LIST_SIZE = 200200;
 ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
 
 /// An open key under HKEY_LOCAL_MACHINE, closed at the end of its scope.
-class RegistryKey {
+class RegistryKey : NotCopied {
  public:
   RegistryKey(const char* path, REGSAM access) {
     if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key_) != ERROR_SUCCESS) key_ = nullptr;
@@ -25,8 +26,6 @@ class RegistryKey {
   ~RegistryKey() {
     if (key_ != nullptr) RegCloseKey(key_);
   }
-  RegistryKey(const RegistryKey&) = delete;
-  RegistryKey& operator=(const RegistryKey&) = delete;
 
   [[nodiscard]] bool is_open() const { return key_ != nullptr; }
   [[nodiscard]] HKEY get() const { return key_; }

@@ -14,6 +14,7 @@
 
 #include <iphlpapi.h>
 
+#include "base/not_copied.h"
 #include "platform/host/generation.h"
 
 struct HostVersion {
@@ -62,12 +63,9 @@ struct ScriptedFault {
 };
 
 /// A machine. What most machines answer alike need not be said by each.
-class Host {
+class Host : NotCopied {
  public:
-  Host() = default;
   virtual ~Host() = default;
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
 
   /// What the operator calls it: "simulated host" or "this machine".
   [[nodiscard]] virtual std::string_view kind() const = 0;

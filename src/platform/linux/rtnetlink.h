@@ -13,16 +13,16 @@
 #include <cstdint>
 #include <string_view>
 
+#include "base/not_copied.h"
+
 /// A request in the making: the part that its type calls for, then attributes, in order.
-class RtRequest {
+class RtRequest : NotCopied {
  public:
   explicit RtRequest(std::uint16_t type, unsigned flags = 0)
       : message_(mnl_nlmsg_put_header(buffer_)) {
     message_->nlmsg_type = type;
     message_->nlmsg_flags = static_cast<std::uint16_t>(NLM_F_REQUEST | flags);
   }
-  RtRequest(const RtRequest&) = delete;
-  RtRequest& operator=(const RtRequest&) = delete;
 
   /// The part that follows the header, zeroed.
   template <typename Part>
@@ -106,12 +106,9 @@ template <std::size_t MAX>
 constexpr std::size_t MAX_DATAGRAM = 131072;
 
 /// A socket with room for one datagram of the kernel.
-class RtSocket {
+class RtSocket : NotCopied {
  public:
-  RtSocket() = default;
   ~RtSocket() { close(); }
-  RtSocket(const RtSocket&) = delete;
-  RtSocket& operator=(const RtSocket&) = delete;
 
   [[nodiscard]] bool is_open() const { return socket_ != nullptr; }
   void close();

@@ -19,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "base/not_copied.h"
 #include "base/text.h"
 
 namespace {
@@ -154,7 +155,7 @@ sigset_t signals_outside;
 
 /// While it lives, the signals after which a line is begun anew wait until a key is waited for, as
 /// only then they are noticed.
-class HeldSignals {
+class HeldSignals : NotCopied {
  public:
   HeldSignals() {
     sigset_t held;
@@ -163,8 +164,6 @@ class HeldSignals {
     sigprocmask(SIG_BLOCK, &held, &signals_outside);
   }
   ~HeldSignals() { sigprocmask(SIG_SETMASK, &signals_outside, nullptr); }
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
 };
 
 /// What is typed, a character at a time. Keys that send sequences of characters become the control

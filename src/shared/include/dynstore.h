@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/not_copied.h"
 #include "shared/include/vmk_errmsg.h"
 
 constexpr int DYNSTORE_INLINE_SIZE = 1024;
@@ -13,13 +14,11 @@ constexpr int DYNSTORE_FORMAT_SIZE = 16384;
 /// The text is always NUL-terminated. Results are 0 for success and -1 for a refused request, which
 /// changes nothing. When memory runs out the process ends with an assertion report. Texts handed in
 /// must not lie inside the store.
-class DynStore {
+class DynStore : NotCopied {
  public:
   /// An empty text. Blocks come from the `allocate` of `memory` and go to its `release`.
   explicit DynStore(const MemoryOperations& memory = STANDARD_MEMORY);
   ~DynStore();
-  DynStore(const DynStore&) = delete;
-  DynStore& operator=(const DynStore&) = delete;
 
   /// Empties the text and keeps the buffer.
   void clear();

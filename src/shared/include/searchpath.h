@@ -7,6 +7,7 @@
 
 #include <memory>
 
+#include "base/not_copied.h"
 #include "shared/include/text_block.h"
 
 // The platform's headers may define the name of a function of theirs, which the class hides.
@@ -23,25 +24,21 @@ struct ListingBuffer {
 };
 
 /// A directory being listed; owned by the caller from open_listing to close_listing.
-struct DirectoryListing {
+struct DirectoryListing : NotCopied {
   DirectoryListing() = default;
   ~DirectoryListing();
-  DirectoryListing(const DirectoryListing&) = delete;
-  DirectoryListing& operator=(const DirectoryListing&) = delete;
 
   HANDLE find_handle = INVALID_HANDLE_VALUE;
   char directory[PATH_BUFFER_SIZE] = "";
   SearchMode mode = SEARCH_ALL;
 };
 
-class SearchPath {
+class SearchPath : NotCopied {
  public:
   /// Fixes the private directory: the one given (or null), or the one that the environment names.
   /// Without memory for it the process ends with an assertion report.
   explicit SearchPath(const char* directory = nullptr);
   ~SearchPath();
-  SearchPath(const SearchPath&) = delete;
-  SearchPath& operator=(const SearchPath&) = delete;
 
   /// In small letters, with slashes, ending in one.
   [[nodiscard]] const char* private_directory() const { return private_directory_.get(); }

@@ -2,16 +2,15 @@
 // debug records.
 #pragma once
 
+#include "base/not_copied.h"
 #include "shared/include/searchpath.h"
 #include "shared/include/vmk_debug.h"
 #include "shared/include/vmk_errmsg.h"
 
 /// Made once, before anything reports; its parts are made in this order and destroyed in the
 /// reverse one. The modules reach them through `message_log`, `search_path` and the pointers below.
-struct SharedState {
+struct SharedState : NotCopied {
   SharedState();
-  SharedState(const SharedState&) = delete;
-  SharedState& operator=(const SharedState&) = delete;
 
   MessageLog log;
   DebugModule searchpath_record;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 
+#include "base/not_copied.h"
 #include "shared/include/text_block.h"
 
 /// The question that an installed table answers: are the debug sites of this module at this line
@@ -14,14 +15,12 @@ using DebugQuestion = bool (*)(const char* module, std::int32_t line);
 void install_debug_table(DebugQuestion question);
 
 /// The record of one source module. Owns a copy of the module's name.
-class DebugModule {
+class DebugModule : NotCopied {
  public:
   /// `source_path`: the module's own path; the part after its last backslash is its name.
   /// Without memory for the name the process ends with an assertion report.
   explicit DebugModule(const char* source_path);
   ~DebugModule() = default;
-  DebugModule(const DebugModule&) = delete;
-  DebugModule& operator=(const DebugModule&) = delete;
 
   [[nodiscard]] bool is_enabled(std::int32_t line) const;
   [[nodiscard]] const char* name() const { return name_.get(); }

@@ -10,17 +10,16 @@
 #include <list>
 #include <memory>
 
+#include "base/not_copied.h"
 #include "shared/include/text_block.h"
 
 /// The wildcard among line numbers.
 constexpr std::int32_t ALL_LINES = -1;
 
-class DebugObject {
+class DebugObject : NotCopied {
  public:
   DebugObject() = default;
   virtual ~DebugObject() { magic_ = 0; }
-  DebugObject(const DebugObject&) = delete;
-  DebugObject& operator=(const DebugObject&) = delete;
 
   /// True from construction until destruction.
   [[nodiscard]] virtual bool is_valid() const { return magic_ == VALID; }

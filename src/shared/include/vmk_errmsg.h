@@ -8,6 +8,8 @@
 #include <cstddef>
 #include <cstdint>
 
+#include "base/not_copied.h"
+
 constexpr int MAX_MESSAGE_PIECES = 64;
 constexpr int DIAGNOSTIC_RESERVE_SIZE = 4096;
 constexpr int REPORT_BUFFER_SIZE = 16384;
@@ -33,14 +35,12 @@ struct MessagePiece {
 
 /// Holds the pieces of one message and composes them. Owns its blocks; not copyable. The blocks
 /// that the texts start with are part of the log, so that short messages never wait for memory.
-class MessageLog {
+class MessageLog : NotCopied {
  public:
   /// Allocates the reserve; without it the process ends with an assertion report.
   /// `memory` must outlive the log.
   explicit MessageLog(const MemoryOperations& memory);
   ~MessageLog();
-  MessageLog(const MessageLog&) = delete;
-  MessageLog& operator=(const MessageLog&) = delete;
 
   /// Starts a new message, unless the enable counter is 0.
   void begin();

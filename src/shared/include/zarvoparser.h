@@ -16,6 +16,7 @@
 #include <unordered_map>
 #include <vector>
 
+#include "base/not_copied.h"
 #include "shared/include/text_block.h"
 
 /// A key and its value. Both texts lie in one block: the key, a NUL, the value, a NUL.
@@ -40,12 +41,10 @@ using PairIndex = std::unordered_map<std::string, std::size_t>;
 
 /// A named block: its pairs in the order in which each key first appeared, and its nested blocks.
 /// Keys are unique without regard to the case of ASCII letters.
-class ConfigBlock {
+class ConfigBlock : NotCopied {
  public:
   explicit ConfigBlock(const char* name);
   ~ConfigBlock();
-  ConfigBlock(const ConfigBlock&) = delete;
-  ConfigBlock& operator=(const ConfigBlock&) = delete;
 
   [[nodiscard]] const char* name() const { return name_.get(); }
 
@@ -78,12 +77,9 @@ class ConfigBlock {
   std::unique_ptr<PairIndex> index_;  ///< null while the pairs are few
 };
 
-class ConfigFile {
+class ConfigFile : NotCopied {
  public:
-  ConfigFile() = default;
   ~ConfigFile() { clear(); }
-  ConfigFile(const ConfigFile&) = delete;
-  ConfigFile& operator=(const ConfigFile&) = delete;
 
   /// Reads a stream opened in text mode, in place of what the object holds. 0, or -1 at the first
   /// line in error; the blocks completed before it stay.
