@@ -215,10 +215,7 @@ class ShortcutFile {
 
   Following read_all(std::FILE* stream) {
     for (std::size_t capacity = 4096; capacity <= MAX_SHORTCUT_SIZE; capacity *= 2) {
-      void* grown = std::realloc(bytes_.get(), capacity);
-      if (grown == nullptr) return Following::OUT_OF_MEMORY;
-      static_cast<void>(bytes_.release());
-      bytes_.reset(static_cast<char*>(grown));
+      if (!resize(bytes_, capacity)) return Following::OUT_OF_MEMORY;
       size_ += std::fread(bytes_.get() + size_, 1, capacity - size_, stream);
       if (std::ferror(stream) != 0) return Following::LEADS_NOWHERE;
       if (size_ < capacity) return Following::FOLLOWED;

@@ -9,3 +9,11 @@ TextBlock copy_or_stop(const char* text, ReportSite site, const char* reason) {
   std::memcpy(copy.get(), text, size);
   return copy;
 }
+
+bool resize(TextBlock& block, std::size_t size) {
+  void* const resized = std::realloc(block.get(), size);
+  if (resized == nullptr) return false;
+  static_cast<void>(block.release());
+  block.reset(static_cast<char*>(resized));
+  return true;
+}

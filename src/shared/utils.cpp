@@ -350,17 +350,11 @@ bool reports_failure(ReportSite site, std::FILE* stream) {
 }
 
 bool grow_line(TextBlock& block, std::size_t size) {
-  void* grown = std::realloc(block.get(), size);
-  if (grown == nullptr) {
-    report(BEGIN_ERROR, here(), "out of memory for %d bytes.", static_cast<int>(size));
-    return false;
-  }
-  static_cast<void>(block.release());
-  block.reset(static_cast<char*>(grown));
-  return true;
+  if (resize(block, size)) return true;
+  report(BEGIN_ERROR, here(), "out of memory for %d bytes.", static_cast<int>(size));
+  return false;
 }
 
-/// Goes on with a line whose first `used` characters filled the caller's buffer.
 FileLine read_long_line(std::FILE* stream, const char* start, std::size_t used) {
   FileLine line;
   std::size_t size = used + LINE_STEP;

@@ -60,10 +60,7 @@ ConfigPair::ConfigPair(const char* key, const char* value) {
 
 void ConfigPair::join(const char* value) {
   const std::size_t added = std::strlen(value) + 1;
-  void* grown = size_ + added <= UINT32_MAX ? std::realloc(texts_.get(), size_ + added) : nullptr;
-  if (grown == nullptr) stop_without_memory(here());
-  static_cast<void>(texts_.release());
-  texts_.reset(static_cast<char*>(grown));
+  if (size_ + added > UINT32_MAX || !resize(texts_, size_ + added)) stop_without_memory(here());
   // The line feed takes the place of the NUL.
   texts_[size_ - 1] = '\n';
   std::memcpy(texts_.get() + size_, value, added);

@@ -15,3 +15,7 @@ using TextBlock = std::unique_ptr<char[], FreeBlock>;
 /// A new copy of `text`, owned by the caller. Without memory for it the process ends with an
 /// assertion report of the site and the reason.
 [[nodiscard]] TextBlock copy_or_stop(const char* text, ReportSite site, const char* reason);
+
+/// Gives a block another size in bytes, and keeps what fits of its text. False without memory for
+/// it; the block then stays as it was.
+[[nodiscard]] bool resize(TextBlock& block, std::size_t size);
