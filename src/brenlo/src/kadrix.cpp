@@ -74,9 +74,9 @@ struct Request {
 
 struct Command {
   const char* words[3];
-  const char* help;   ///< its line of the help, or null
-  const char* usage;  ///< null for a command without arguments
-  int required;       ///< the number of words it needs
+  const char* help;       ///< how its line of the help begins; null for none
+  const char* arguments;  ///< how that line goes on; with the word before them, the usage
+  int required;           ///< the number of words it needs
   void (*run)(Prompt& prompt, const Request& request);
 };
 
@@ -97,23 +97,18 @@ void add(Prompt& prompt, const Request& request) {
   }
 }
 
-void report_removal(ReportSite site, int result, const char* address) {
-  if (result == 0) {
+template <int (System::*REMOVE)(const char* name, const char* address)>
+void remove(Prompt& prompt, const Request& request) {
+  const char* address = request.words[0];
+  if ((prompt.system.*REMOVE)(request.adapter, address) == 0) {
     write_info("success.");
   } else {
-    report(CLOSE_ERROR, site, "error deleting address %s", address);
+    report(CLOSE_ERROR, here(), "error deleting address %s", address);
   }
 }
 
-void del(Prompt& prompt, const Request& request) {
-  const char* address = request.words[0];
-  report_removal(here(), prompt.system.delete_address(request.adapter, address), address);
-}
-
-void purge(Prompt& prompt, const Request& request) {
-  const char* address = request.words[0];
-  report_removal(here(), prompt.system.purge_address(request.adapter, address), address);
-}
+constexpr auto DEL = remove<&System::delete_address>;
+constexpr auto PURGE = remove<&System::purge_address>;
 
 void stress(Prompt& prompt, const Request& request) {
   const auto& [iterations, addresses, start, mask] = request.words;
@@ -128,32 +123,25 @@ void show_help(Prompt& prompt, const Request& request);
 
 /// Every command, in the order of the help.
 constexpr Command COMMANDS[] = {
-    {{"help", "?"}, "help or ?", nullptr, 0, show_help},
-    {{"print"}, "print", nullptr, 0, print},
-    {{"add"},
-     "add  <ip-address> <subnet-mask> [<adapter-name>]",
-     "add <ip-address> <subnet-mask> [<adapter-name>]",
-     2,
-     add},
-    {{"del"}, "del  <ip-address> [<adapter-name>]", "del <ip-address> [<adapter-name>]", 1, del},
-    {{"purge"},
-     "purge <ip-address> [<adapter-name>]",
-     "purge <ip-address> [<adapter-name>]",
-     1,
-     purge},
-    {{"quit", "exit", "."}, "quit or exit or .", nullptr, 0, quit},
+    {{"help", "?"}, "help or ?", "", 0, show_help},
+    {{"print"}, "print", "", 0, print},
+    {{"add"}, "add  ", "<ip-address> <subnet-mask> [<adapter-name>]", 2, add},
+    {{"del"}, "del  ", "<ip-address> [<adapter-name>]", 1, DEL},
+    {{"purge"}, "purge ", "<ip-address> [<adapter-name>]", 1, PURGE},
+    {{"quit", "exit", "."}, "quit or exit or .", "", 0, quit},
     {{"stress"},
      nullptr,
-     "stress <num-iterations> <num-addresses> <start-address> <subnet-mask> [<adapter-name>]",
+     "<num-iterations> <num-addresses> <start-address> <subnet-mask> [<adapter-name>]",
      4,
      stress},
 };
 
-bool is_offered(const Command& command) { return command.run != purge || purge_available; }
+bool is_offered(const Command& command) { return command.run != PURGE || purge_available; }
 
 void show_help(Prompt& /*prompt*/, const Request& /*request*/) {
   for (const Command& command : COMMANDS) {
-    if (command.help != nullptr && is_offered(command)) write_info("%s", command.help);
+    if (command.help == nullptr || !is_offered(command)) continue;
+    write_info("%s%s", command.help, command.arguments);
   }
 }
 
@@ -174,7 +162,7 @@ bool cut_arguments(const Command& command, char*& line, Request& request) {
   for (int i = 0; i < command.required; ++i) {
     request.words[i] = cut_word(line);
     if (request.words[i] != nullptr) continue;
-    report(BEGIN_ERROR, here(), "%s", command.usage);
+    report(BEGIN_ERROR, here(), "%s %s", command.words[0], command.arguments);
     report(CLOSE_ERROR, here(), "insufficient number of parameters.");
     return false;
   }
