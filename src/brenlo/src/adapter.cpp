@@ -354,10 +354,8 @@ int read_connection_name(const char* system_name, char* buffer, std::uint32_t ca
       "SYSTEM\\CurrentControlSet\\Control\\Network\\{4D36E972-E325-11CE-BFC1-08002BE10318}"
       "\\%s\\Connection",
       system_name);
-  HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.text, 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
-    return -1;
-  }
+  const RegistryKey key = open_key(path.text, KEY_QUERY_VALUE);
+  if (key == nullptr) return -1;
   // One byte more than a read may fill, so that a value without its NUL ends there.
   const ErrnoKeeper kept;
   const std::size_t room = std::size_t{capacity} + 1;
@@ -365,9 +363,8 @@ int read_connection_name(const char* system_name, char* buffer, std::uint32_t ca
   DWORD size = capacity;
   const LSTATUS status = text == nullptr
                              ? ERROR_NOT_ENOUGH_MEMORY
-                             : RegQueryValueExA(key, "Name", nullptr, nullptr,
+                             : RegQueryValueExA(key.get(), "Name", nullptr, nullptr,
                                                 reinterpret_cast<BYTE*>(text.get()), &size);
-  RegCloseKey(key);
   if (status != ERROR_SUCCESS || capacity == 0) return -1;
   copy_cut(buffer, capacity, text.get());
   return 0;
@@ -526,19 +523,15 @@ int Adapter::insert_added(std::uint32_t address, std::uint32_t mask, std::uint32
 // ---- Deleting and purging ---------------------------------------------------------------------
 
 int Adapter::delete_address(const char* address_text) {
-  switch (mechanism_) {
-    case MECHANISM_DHCP_CLIENT: return delete_through_service(address_text);
-    case MECHANISM_IP_HELPER: return delete_from_interface(address_text, false);
-    default: return -1;
-  }
+  return remove_address(address_text, false);
 }
 
-int Adapter::purge_address(const char* address_text) {
-  switch (mechanism_) {
-    case MECHANISM_DHCP_CLIENT: return delete_through_service(address_text);
-    case MECHANISM_IP_HELPER: return delete_from_interface(address_text, true);
-    default: return -1;
-  }
+int Adapter::purge_address(const char* address_text) { return remove_address(address_text, true); }
+
+int Adapter::remove_address(const char* address_text, bool any_owner) {
+  if (mechanism_ == MECHANISM_DHCP_CLIENT) return delete_through_service(address_text);
+  if (mechanism_ == MECHANISM_IP_HELPER) return delete_from_interface(address_text, any_owner);
+  return -1;
 }
 
 int Adapter::delete_through_service(const char* address_text) {
@@ -605,12 +598,7 @@ bool Adapter::has_ipv6_key(const char* address_text) const {
                             static_cast<const char*>(name_), "\\Addresses\\", address_text}) {
     path.append_str(piece);
   }
-  HKEY key = nullptr;
-  if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path.str(), 0, KEY_QUERY_VALUE, &key) != ERROR_SUCCESS) {
-    return false;
-  }
-  RegCloseKey(key);
-  return true;
+  return open_key(path.str(), KEY_QUERY_VALUE) != nullptr;
 }
 
 int Adapter::add_ipv6_address(const char* address_text) {

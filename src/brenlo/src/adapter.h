@@ -147,6 +147,7 @@ class Adapter : NotCopied {
   [[nodiscard]] int add_to_interface(const char* address_text, const char* effective_mask);
   [[nodiscard]] int insert_added(std::uint32_t address, std::uint32_t mask,
                                  std::uint32_t nte_context);
+  [[nodiscard]] int remove_address(const char* address_text, bool any_owner);
   [[nodiscard]] int delete_through_service(const char* address_text);
   [[nodiscard]] int delete_from_interface(const char* address_text, bool any_owner);
   [[nodiscard]] bool has_ipv6_key(const char* address_text) const;

@@ -4,9 +4,9 @@
 #include <cstdlib>
 #include <cstring>
 #include <iterator>
+#include <memory>
 #include <string_view>
 
-#include "base/not_copied.h"
 #include "shared/include/dynstore.h"
 
 namespace {
@@ -14,36 +14,26 @@ namespace {
 constexpr std::size_t READ_STEP = 256;
 constexpr std::size_t MAX_IPV6_TEXT = 255;
 
-/// An anonymous pipe; closes whichever end is still open.
-class Pipe : NotCopied {
- public:
+struct HandleCloser {
+  void operator()(HANDLE handle) const { CloseHandle(handle); }
+};
+using Handle = std::unique_ptr<void, HandleCloser>;
+
+/// An anonymous pipe; without ends where none could be made.
+struct Pipe {
   Pipe() {
     SECURITY_ATTRIBUTES attributes = {};
     attributes.nLength = sizeof attributes;
     attributes.bInheritHandle = TRUE;
-    is_open_ = CreatePipe(&read_end_, &write_end_, &attributes, 0) != FALSE;
-  }
-  ~Pipe() {
-    if (!is_open_) return;
-    CloseHandle(read_end_);
-    if (write_end_ != nullptr) CloseHandle(write_end_);
-  }
-
-  [[nodiscard]] bool is_open() const { return is_open_; }
-  [[nodiscard]] HANDLE read_end() const { return read_end_; }
-  [[nodiscard]] HANDLE write_end() const { return write_end_; }
-
-  /// Gives the write end away.
-  HANDLE release_write_end() {
-    HANDLE end = write_end_;
-    write_end_ = nullptr;
-    return end;
+    HANDLE read = nullptr;
+    HANDLE write = nullptr;
+    if (CreatePipe(&read, &write, &attributes, 0) == FALSE) return;
+    read_end.reset(read);
+    write_end.reset(write);
   }
 
- private:
-  HANDLE read_end_ = nullptr;
-  HANDLE write_end_ = nullptr;
-  bool is_open_ = false;
+  Handle write_end;
+  Handle read_end;
 };
 
 /// The low 16 bits of the number that the leading hexadecimal digits give, behind an optional 0x.
@@ -105,10 +95,7 @@ TextBlock read_pipe_output(std::size_t& length, HANDLE write_end, HANDLE read_en
     if (length + size + 1 > capacity) {
       // By a step at first; a child that prints megabytes must not have them copied each time.
       capacity += std::max(READ_STEP, capacity / 2);
-      void* const grown = std::realloc(text.get(), capacity);
-      if (grown == nullptr) return nullptr;
-      static_cast<void>(text.release());
-      text.reset(static_cast<char*>(grown));
+      if (!resize(text, capacity)) return nullptr;
     }
     std::memcpy(text.get() + length, chunk, size);
     length += size;
@@ -127,13 +114,14 @@ CommandResult run_netsh(const char* verb, const char* connection, const char* ad
   }
   Pipe output;
   Pipe input;
-  if (!output.is_open() || !input.is_open()) return CommandResult::NOT_STARTED;
-  SetHandleInformation(input.write_end(), HANDLE_FLAG_INHERIT, 0);
-  if (run_hidden_process(line.str(), output.write_end(), input.read_end()) == 0) {
+  if (output.read_end == nullptr || input.read_end == nullptr) return CommandResult::NOT_STARTED;
+  SetHandleInformation(input.write_end.get(), HANDLE_FLAG_INHERIT, 0);
+  if (run_hidden_process(line.str(), output.write_end.get(), input.read_end.get()) == 0) {
     return CommandResult::NOT_STARTED;
   }
   std::size_t length = 0;
-  const TextBlock text = read_pipe_output(length, output.release_write_end(), output.read_end());
+  const TextBlock text =
+      read_pipe_output(length, output.write_end.release(), output.read_end.get());
   const bool succeeded =
       text != nullptr && std::string_view(text.get(), length).find("Ok.") != std::string_view::npos;
   return succeeded ? CommandResult::SUCCEEDED : CommandResult::FAILED;

@@ -10,7 +10,6 @@
 #include <new>
 #include <string_view>
 
-#include "base/not_copied.h"
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/ip_tables.h"
 #include "brenlo/src/static_state.h"
@@ -433,21 +432,14 @@ IdentitySource identity_source(const OsIdentity& identity) {
   return IdentitySource::NONE;
 }
 
-/// A UUID's text, given back to the RPC runtime at the end of its scope; null when there is none.
-class UuidText : NotCopied {
- public:
-  explicit UuidText(UUID& uuid) {
-    if (UuidToStringA(&uuid, &text_) != RPC_S_OK) text_ = nullptr;
-  }
-  ~UuidText() {
-    if (text_ != nullptr) RpcStringFreeA(&text_);
-  }
-
-  [[nodiscard]] const char* get() const { return reinterpret_cast<const char*>(text_); }
-
- private:
-  RPC_CSTR text_ = nullptr;
-};
+/// Writes a UUID as text; false when the platform gives none.
+bool write_uuid(UUID& uuid, char (&text)[128]) {
+  RPC_CSTR own = nullptr;
+  if (UuidToStringA(&uuid, &own) != RPC_S_OK) return false;
+  copy_cut(text, reinterpret_cast<const char*>(own));
+  RpcStringFreeA(&own);
+  return true;
+}
 
 }  // namespace
 
@@ -458,14 +450,14 @@ int make_uuid_hardware_address(const std::uint8_t*& address) {
     report(BEGIN_ERROR, here(), "UuidCreate failed.");
     return -1;
   }
-  const UuidText text(uuid);
-  if (text.get() == nullptr) {
+  char text[128];
+  if (!write_uuid(uuid, text)) {
     report(BEGIN_ERROR, here(), "UuidToString failed.");
     return -1;
   }
-  const char* digits = std::strrchr(text.get(), '-');
+  const char* digits = std::strrchr(text, '-');
   if (digits == nullptr) {
-    report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text.get());
+    report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text);
     return -1;
   }
   ++digits;

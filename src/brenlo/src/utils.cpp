@@ -8,7 +8,6 @@
 #include <memory>
 #include <new>
 
-#include "base/not_copied.h"
 #include "shared/include/vmk_errmsg.h"
 
 namespace {
@@ -16,23 +15,6 @@ namespace {
 constexpr int LIST_SIZE = 200200;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
-
-/// An open key under HKEY_LOCAL_MACHINE, closed at the end of its scope.
-class RegistryKey : NotCopied {
- public:
-  RegistryKey(const char* path, REGSAM access) {
-    if (RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key_) != ERROR_SUCCESS) key_ = nullptr;
-  }
-  ~RegistryKey() {
-    if (key_ != nullptr) RegCloseKey(key_);
-  }
-
-  [[nodiscard]] bool is_open() const { return key_ != nullptr; }
-  [[nodiscard]] HKEY get() const { return key_; }
-
- private:
-  HKEY key_ = nullptr;
-};
 
 int fail_open(ReportSite site, const char* key_path) {
   report(BEGIN_ERROR, site, "Cannot open key <%s>", key_path);
@@ -65,12 +47,9 @@ std::unique_ptr<BYTE[]> read_bytes(const RegistryKey& key, const char* key_path,
 
 bool create_key(const char* path) {
   HKEY key = nullptr;
-  if (RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_NON_VOLATILE, KEY_ALL_ACCESS,
-                      nullptr, &key, nullptr) != ERROR_SUCCESS) {
-    return false;
-  }
-  RegCloseKey(key);
-  return true;
+  return RegCreateKeyExA(HKEY_LOCAL_MACHINE, path, 0, nullptr, REG_OPTION_NON_VOLATILE,
+                         KEY_ALL_ACCESS, nullptr, &key, nullptr) == ERROR_SUCCESS &&
+         RegistryKey(key) != nullptr;
 }
 
 int set_multi_sz(const RegistryKey& key, const char* key_path, const char* value_name,
@@ -85,10 +64,16 @@ int set_multi_sz(const RegistryKey& key, const char* key_path, const char* value
 
 }  // namespace
 
+RegistryKey open_key(const char* path, REGSAM access) {
+  HKEY key = nullptr;
+  const bool opened = RegOpenKeyExA(HKEY_LOCAL_MACHINE, path, 0, access, &key) == ERROR_SUCCESS;
+  return RegistryKey(opened ? key : nullptr);
+}
+
 int read_registry_value(const char* key_path, const char* value_name, void* buffer,
                         std::int32_t* capacity) {
-  const RegistryKey key(key_path, KEY_QUERY_VALUE);
-  if (!key.is_open()) return fail_open(here(), key_path);
+  const RegistryKey key = open_key(key_path, KEY_QUERY_VALUE);
+  if (key == nullptr) return fail_open(here(), key_path);
   DWORD size = 0;
   if (RegQueryValueExA(key.get(), value_name, nullptr, nullptr, nullptr, &size) != ERROR_SUCCESS) {
     size = 0;
@@ -108,8 +93,8 @@ int read_registry_value(const char* key_path, const char* value_name, void* buff
 
 int read_first_multi_sz(const char* key_path, const char* value_name, char* buffer,
                         std::uint32_t* capacity) {
-  const RegistryKey key(key_path, KEY_QUERY_VALUE);
-  if (!key.is_open()) return fail_open(here(), key_path);
+  const RegistryKey key = open_key(key_path, KEY_QUERY_VALUE);
+  if (key == nullptr) return fail_open(here(), key_path);
   DWORD type = REG_NONE;
   DWORD size = 0;
   if (RegQueryValueExA(key.get(), value_name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
@@ -133,16 +118,13 @@ int read_first_multi_sz(const char* key_path, const char* value_name, char* buff
 
 int write_multi_sz_value(const char* key_path, const char* value_name, const void* data,
                          std::uint32_t size) {
-  {
-    const RegistryKey key(key_path, KEY_SET_VALUE);
-    if (key.is_open()) return set_multi_sz(key, key_path, value_name, data, size);
-  }
-  if (!create_key(key_path)) {
+  RegistryKey key = open_key(key_path, KEY_SET_VALUE);
+  if (key == nullptr && !create_key(key_path)) {
     report(BEGIN_ERROR, here(), "Cannot create key <%s>", key_path);
     return -1;
   }
-  const RegistryKey key(key_path, KEY_SET_VALUE);
-  if (!key.is_open()) return fail_open(here(), key_path);
+  if (key == nullptr) key = open_key(key_path, KEY_SET_VALUE);
+  if (key == nullptr) return fail_open(here(), key_path);
   return set_multi_sz(key, key_path, value_name, data, size);
 }
 

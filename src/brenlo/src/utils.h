@@ -3,9 +3,13 @@
 // closed in every case.
 #pragma once
 
+#include <windows.h>
+
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <memory>
+#include <type_traits>
 
 #include "shared/include/text_block.h"
 
@@ -24,6 +28,14 @@
 /// when it does not exist.
 [[nodiscard]] int write_multi_sz_value(const char* key_path, const char* value_name,
                                        const void* data, std::uint32_t size);
+
+struct KeyCloser {
+  void operator()(HKEY key) const { RegCloseKey(key); }
+};
+using RegistryKey = std::unique_ptr<std::remove_pointer_t<HKEY>, KeyCloser>;
+
+/// Opens a key; null, unreported, when it cannot be opened.
+[[nodiscard]] RegistryKey open_key(const char* path, REGSAM access);
 
 /// A registry key path made by a format; printf conventions. Cut to 2,047 characters.
 struct KeyPath {
