@@ -112,37 +112,17 @@ int DynStore::prepend(const void* bytes, std::int32_t count) {
 
 int DynStore::append_str(const char* text) { return append(text, text_length(text)); }
 
-int DynStore::append_int(std::int32_t number) { return append_int64(number); }
-
-int DynStore::append_uint(std::uint32_t number) { return append_int64(number); }
-
-int DynStore::append_long(std::int32_t number) { return append_int64(number); }
-
-int DynStore::append_ulong(std::uint32_t number) { return append_int64(number); }
-
 int DynStore::append_int64(std::int64_t number) {
   const Digits digits(number);
   return append(digits.text, digits.length);
 }
 
-int DynStore::append_char(char c) { return append(&c, 1); }
-
 int DynStore::prepend_str(const char* text) { return prepend(text, text_length(text)); }
-
-int DynStore::prepend_int(std::int32_t number) { return prepend_int64(number); }
-
-int DynStore::prepend_uint(std::uint32_t number) { return prepend_int64(number); }
-
-int DynStore::prepend_long(std::int32_t number) { return prepend_int64(number); }
-
-int DynStore::prepend_ulong(std::uint32_t number) { return prepend_int64(number); }
 
 int DynStore::prepend_int64(std::int64_t number) {
   const Digits digits(number);
   return prepend(digits.text, digits.length);
 }
-
-int DynStore::prepend_char(char c) { return prepend(&c, 1); }
 
 // ---- Removing ---------------------------------------------------------------------------------
 

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <optional>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -90,61 +91,20 @@ struct InformationTables {
 
 bool is_listed(const HostAdapter& adapter) { return adapter.row.dwType != MIB_IF_TYPE_LOOPBACK; }
 
-/// The address list of each entry, by interface index.
-class AddressLists {
- public:
-  struct List {
-    DWORD interface_index;
-    IP_ADDR_STRING* last;  ///< null while the entry's own node is free
-    std::size_t count;
-    IP_ADAPTER_INFO* entry;
-  };
-
-  explicit AddressLists(const std::vector<HostAdapter>& adapters) {
-    lists_.reserve(adapters.size());
-    for (const HostAdapter& adapter : adapters) {
-      if (is_listed(adapter)) lists_.push_back({adapter.row.dwIndex, nullptr, 0, nullptr});
-    }
-    std::sort(lists_.begin(), lists_.end(), by_index);
-  }
-
-  /// The list of an interface; null when it is not listed.
-  [[nodiscard]] List* find(DWORD interface_index) {
-    // In the order of addresses, runs of one interface are long.
-    if (last_found_ == nullptr || last_found_->interface_index != interface_index) {
-      const auto found = std::lower_bound(lists_.begin(), lists_.end(),
-                                          List{interface_index, nullptr, 0, nullptr}, by_index);
-      const bool is_there = found != lists_.end() && found->interface_index == interface_index;
-      if (!is_there) return nullptr;
-      last_found_ = &*found;
-    }
-    return last_found_;
-  }
-
- private:
-  static bool by_index(const List& a, const List& b) {
-    return a.interface_index < b.interface_index;
-  }
-
-  std::vector<List> lists_;
-  List* last_found_ = nullptr;
-};
-
 /// In bytes: the entries, and a node for each address and gateway but the first of its list.
 std::size_t size_of_information(const InformationTables& tables) {
-  std::size_t entries = 0;
+  std::unordered_map<DWORD, std::size_t> address_counts;
   std::size_t nodes = 0;
   for (const HostAdapter& adapter : *tables.adapters.rows) {
     if (!is_listed(adapter)) continue;
-    ++entries;
+    address_counts.emplace(adapter.row.dwIndex, 0);
     nodes += std::max<std::size_t>(adapter.gateways.size(), 1) - 1;
   }
-  AddressLists lists(*tables.adapters.rows);
   for (const HostAddress& address : *tables.addresses.rows) {
-    AddressLists::List* const list = lists.find(address.interface_index);
-    if (list != nullptr && list->count++ != 0) ++nodes;
+    const auto count = address_counts.find(address.interface_index);
+    if (count != address_counts.end() && count->second++ != 0) ++nodes;
   }
-  return entries * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
+  return address_counts.size() * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
 }
 
 /// Lays the adapter-information list out in the caller's buffer: the entries, then the further
@@ -152,7 +112,7 @@ std::size_t size_of_information(const InformationTables& tables) {
 class InformationWriter {
  public:
   InformationWriter(IP_ADAPTER_INFO* list, const InformationTables& tables)
-      : tables_(tables), lists_(*tables.adapters.rows), entry_(list) {}
+      : tables_(tables), entry_(list) {}
 
   void write() {
     const IP_ADAPTER_INFO* const list = entry_;
@@ -188,17 +148,18 @@ class InformationWriter {
       gateway = gateway != nullptr ? append(*gateway) : &entry.GatewayList;
       copy_cut(gateway->IpAddress.String, text);
     }
-    lists_.find(entry.Index)->entry = &entry;
+    lists_[entry.Index].entry = &entry;
   }
 
   void write_address(const HostAddress& address) {
-    AddressLists::List* const list = lists_.find(address.interface_index);
-    if (list == nullptr) return;
-    list->last = list->last != nullptr ? append(*list->last) : &list->entry->IpAddressList;
-    write_dotted(list->last->IpAddress.String, address.address);
+    const auto found = lists_.find(address.interface_index);
+    if (found == lists_.end()) return;
+    auto& [entry, last] = found->second;
+    last = last != nullptr ? append(*last) : &entry->IpAddressList;
+    write_dotted(last->IpAddress.String, address.address);
     if (address.mask != mask_) write_dotted(mask_text_, mask_ = address.mask);
-    std::memcpy(list->last->IpMask.String, mask_text_, sizeof mask_text_);
-    list->last->Context = address.context;
+    std::memcpy(last->IpMask.String, mask_text_, sizeof mask_text_);
+    last->Context = address.context;
   }
 
   IP_ADDR_STRING* append(IP_ADDR_STRING& last) {
@@ -207,8 +168,13 @@ class InformationWriter {
     return last.Next;
   }
 
+  struct AddressList {
+    IP_ADAPTER_INFO* entry = nullptr;
+    IP_ADDR_STRING* last = nullptr;  ///< null while the entry's own node is free
+  };
+
   const InformationTables& tables_;
-  AddressLists lists_;
+  std::unordered_map<DWORD, AddressList> lists_;  ///< by interface index
   IP_ADAPTER_INFO* entry_;
   IP_ADDR_STRING* node_ = nullptr;
   // Those of the last address, as most have the same.

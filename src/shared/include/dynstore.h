@@ -33,21 +33,21 @@ class DynStore : NotCopied {
 
   int append(const void* bytes, std::int32_t count);
   int append_str(const char* text);
-  int append_int(std::int32_t number);
-  int append_uint(std::uint32_t number);
-  int append_long(std::int32_t number);
-  int append_ulong(std::uint32_t number);
+  int append_int(std::int32_t number) { return append_int64(number); }
+  int append_uint(std::uint32_t number) { return append_int64(number); }
+  int append_long(std::int32_t number) { return append_int64(number); }
+  int append_ulong(std::uint32_t number) { return append_int64(number); }
   int append_int64(std::int64_t number);
-  int append_char(char c);
+  int append_char(char c) { return append(&c, 1); }
 
   int prepend(const void* bytes, std::int32_t count);
   int prepend_str(const char* text);
-  int prepend_int(std::int32_t number);
-  int prepend_uint(std::uint32_t number);
-  int prepend_long(std::int32_t number);
-  int prepend_ulong(std::uint32_t number);
+  int prepend_int(std::int32_t number) { return prepend_int64(number); }
+  int prepend_uint(std::uint32_t number) { return prepend_int64(number); }
+  int prepend_long(std::int32_t number) { return prepend_int64(number); }
+  int prepend_ulong(std::uint32_t number) { return prepend_int64(number); }
   int prepend_int64(std::int64_t number);
-  int prepend_char(char c);
+  int prepend_char(char c) { return prepend(&c, 1); }
 
   /// Remove `count` characters: from `position` on, from the front, from the end. Refused when the
   /// text has not that many there.
