@@ -8,6 +8,7 @@
 #include <cstring>
 #include <limits>
 
+#include "base/find.h"
 #include "shared/include/os_identity.h"
 #include "shared/include/vmk_errmsg.h"
 
@@ -82,10 +83,8 @@ constexpr Section SECTIONS[] = {
 };
 
 const Section* find_section(char c, unsigned flags) {
-  const auto* section =
-      std::find_if(std::begin(SECTIONS), std::end(SECTIONS),
-                   [=](const Section& it) { return (flags & it.flag) != 0 && it.open == c; });
-  return section != std::end(SECTIONS) ? section : nullptr;
+  return find_where(SECTIONS,
+                    [=](const Section& it) { return (flags & it.flag) != 0 && it.open == c; });
 }
 
 /// Copies a section from its opening character to its closing one, or to the end of the text.

@@ -39,9 +39,8 @@ void DebugModuleEntry::dump() const {
 }
 
 bool DebugModuleEntry::has_line(std::int32_t line) const {
-  return std::any_of(lines_.begin(), lines_.end(), [this, line](std::int32_t enabled) {
-    return enabled == wildcard_line_ || enabled == line;
-  });
+  return std::ranges::any_of(
+      lines_, [=, this](std::int32_t it) { return it == wildcard_line_ || it == line; });
 }
 
 void DebugModuleEntry::add_line(std::int32_t line) {
@@ -61,16 +60,15 @@ void DebugModuleTable::dump() const {
 }
 
 bool DebugModuleTable::is_enabled(const char* module, std::int32_t line) const {
-  return std::any_of(entries_.begin(), entries_.end(), [=](const auto& entry) {
+  return std::ranges::any_of(entries_, [=](const auto& entry) {
     return std::strcmp(entry->name(), module) == 0 && entry->has_line(line);
   });
 }
 
 DebugModuleEntry& DebugModuleTable::entry_of(const char* module) {
-  const auto found = std::find_if(entries_.begin(), entries_.end(), [=](const auto& entry) {
-    return std::strcmp(entry->name(), module) == 0;
-  });
-  if (found != entries_.end()) return **found;
+  for (const auto& entry : entries_) {
+    if (std::strcmp(entry->name(), module) == 0) return *entry;
+  }
   with_memory(here(), [&] { entries_.push_back(std::make_unique<DebugModuleEntry>(module)); });
   return *entries_.back();
 }

@@ -99,9 +99,8 @@ std::size_t ConfigBlock::find_pair(const char* key) const {
     });
     return position;
   }
-  const auto found = std::find_if(pairs_.begin(), pairs_.end(), [=](const ConfigPair& pair) {
-    return equals_ignoring_case(pair.key(), key);
-  });
+  const auto is_wanted = [=](const auto& pair) { return equals_ignoring_case(pair.key(), key); };
+  const auto found = std::ranges::find_if(pairs_, is_wanted);
   return found != pairs_.end() ? static_cast<std::size_t>(found - pairs_.begin()) : NOT_FOUND;
 }
 

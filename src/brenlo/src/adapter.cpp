@@ -7,6 +7,7 @@
 #include <iterator>
 #include <new>
 
+#include "base/find.h"
 #include "brenlo/src/ip_tables.h"
 #include "brenlo/src/netsh.h"
 #include "brenlo/src/utils.h"
@@ -150,10 +151,10 @@ int Adapter::read_registry_addresses() {
     return -1;
   }
   const ParameterKeys keys(description_);
-  const auto* key = std::find_if(
-      std::begin(keys.choices), std::end(keys.choices),
-      [&](const KeyPath& choice) { return addresses.read(choice.text, "IPAddress") == 0; });
-  if (key == std::end(keys.choices)) {
+  const auto* const key = find_where(keys.choices, [&](const KeyPath& choice) {
+    return addresses.read(choice.text, "IPAddress") == 0;
+  });
+  if (key == nullptr) {
     report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
     return -1;
   }
@@ -219,15 +220,12 @@ int Adapter::write_tcpip_settings(std::int32_t blank_count) {
     static_cast<void>(masks.add(blank_mask(written + i)));
   }
   const ParameterKeys keys(description_);
-  const auto* key =
-      std::find_if(std::begin(keys.choices), std::end(keys.choices), [&](const KeyPath& choice) {
-        return write_multi_sz_value(choice.text, "IPAddress", addresses.data(), addresses.size()) ==
-               0;
-      });
-  if (key == std::end(keys.choices)) return fail(here());
-  if (write_multi_sz_value(key->text, "SubnetMask", masks.data(), masks.size()) != 0) {
-    return fail(here());
-  }
+  const auto write = [](const KeyPath& key, const char* value, const StringList& list) {
+    return write_multi_sz_value(key.text, value, list.data(), list.size()) == 0;
+  };
+  const auto* const key = find_where(
+      keys.choices, [&](const KeyPath& choice) { return write(choice, "IPAddress", addresses); });
+  if (key == nullptr || !write(*key, "SubnetMask", masks)) return fail(here());
   return read_tcpip_settings();
 }
 

@@ -18,10 +18,7 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\brenlocfg", line}; }
 
 template <typename Match>
 int ExclusionList::any(Match match) const {
-  return std::any_of(entries_.begin(), entries_.end(),
-                     [&](const auto& entry) { return match(*entry); })
-             ? 1
-             : 0;
+  return std::ranges::any_of(entries_, [&](const auto& it) { return match(*it); }) ? 1 : 0;
 }
 
 int ExclusionList::excludes_name(const char* name) const {

@@ -7,6 +7,7 @@
 #include <chrono>
 #include <cstdio>
 
+#include "base/find.h"
 #include "base/not_copied.h"
 #include "base/text.h"
 #include "shared/include/os_identity.h"
@@ -149,12 +150,9 @@ const Command* find_command(const char* word) {
   const auto answers_to = [=](const char* own) {
     return own != nullptr && equals_ignoring_case(own, word);
   };
-  const auto* command =
-      std::find_if(std::begin(COMMANDS), std::end(COMMANDS), [&](const Command& candidate) {
-        return is_offered(candidate) &&
-               std::any_of(std::begin(candidate.words), std::end(candidate.words), answers_to);
-      });
-  return command != std::end(COMMANDS) ? command : nullptr;
+  return find_where(COMMANDS, [&](const Command& candidate) {
+    return is_offered(candidate) && std::ranges::any_of(candidate.words, answers_to);
+  });
 }
 
 /// Cuts the words that the command needs; false, after a report, when one is missing.

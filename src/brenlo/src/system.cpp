@@ -10,6 +10,7 @@
 #include <new>
 #include <string_view>
 
+#include "base/find.h"
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/ip_tables.h"
 #include "brenlo/src/static_state.h"
@@ -140,9 +141,8 @@ bool drops_unaddressed() {
 }
 
 bool is_unaddressed(std::span<const MIB_IPADDRROW> addresses, DWORD index) {
-  const auto row = std::find_if(addresses.begin(), addresses.end(),
-                                [=](const MIB_IPADDRROW& it) { return it.dwIndex == index; });
-  return row != addresses.end() && row->dwAddr == 0;
+  const auto* const row = find_with(addresses, index, &MIB_IPADDRROW::dwIndex);
+  return row != nullptr && row->dwAddr == 0;
 }
 
 std::unique_ptr<Adapter> make_interface_adapter(const MIB_IFROW& row) {

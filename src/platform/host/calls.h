@@ -13,6 +13,7 @@
 #include <iphlpapi.h>
 
 #include "base/errno_keeper.h"
+#include "base/find.h"
 
 struct addrinfo;
 struct sockaddr;
@@ -96,9 +97,7 @@ inline constexpr Function FUNCTIONS[] = {
 
 /// The function of a name; null when the layer has none.
 [[nodiscard]] constexpr const Function* find_function(std::string_view name) {
-  const auto* found = std::find_if(std::begin(FUNCTIONS), std::end(FUNCTIONS),
-                                   [=](const Function& it) { return it.name == name; });
-  return found != std::end(FUNCTIONS) ? found : nullptr;
+  return find_with(FUNCTIONS, name, &Function::name);
 }
 
 /// A call of a function. A name that is none of the functions' does not compile.

@@ -1,7 +1,6 @@
 #include "platform/libraries/error_texts.h"
 
-#include <algorithm>
-#include <iterator>
+#include "base/find.h"
 
 namespace {
 
@@ -82,13 +81,9 @@ constexpr ErrorText ERROR_TEXTS[] = {
     {10050, "A socket operation encountered a dead network."},
 };
 
-constexpr bool by_code(const ErrorText& a, const ErrorText& b) { return a.code < b.code; }
-static_assert(std::is_sorted(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS), by_code));
-
 }  // namespace
 
 const char* error_text(DWORD code) {
-  const auto* found = std::lower_bound(std::begin(ERROR_TEXTS), std::end(ERROR_TEXTS),
-                                       ErrorText{code, nullptr}, by_code);
-  return found != std::end(ERROR_TEXTS) && found->code == code ? found->text : nullptr;
+  const auto* const found = find_with(ERROR_TEXTS, code, &ErrorText::code);
+  return found != nullptr ? found->text : nullptr;
 }

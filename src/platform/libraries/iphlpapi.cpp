@@ -8,12 +8,13 @@
 #include <cstring>
 #include <iterator>
 #include <optional>
+#include <span>
 #include <string_view>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 #include "base/dotted.h"
+#include "base/find.h"
 #include "base/text.h"
 #include "platform/host/calls.h"
 #include "platform/host/host.h"
@@ -91,20 +92,53 @@ struct InformationTables {
 
 bool is_listed(const HostAdapter& adapter) { return adapter.row.dwType != MIB_IF_TYPE_LOOPBACK; }
 
+/// The address list of each entry, by interface index.
+class AddressLists {
+ public:
+  struct List {
+    DWORD interface_index;
+    std::size_t count = 0;
+    IP_ADAPTER_INFO* entry = nullptr;
+    IP_ADDR_STRING* last = nullptr;  ///< null while the entry's own node is free
+  };
+
+  explicit AddressLists(const std::vector<HostAdapter>& adapters) {
+    lists_.reserve(adapters.size());
+    for (const HostAdapter& adapter : adapters) {
+      if (is_listed(adapter)) lists_.push_back({adapter.row.dwIndex});
+    }
+    std::ranges::sort(lists_, {}, &List::interface_index);
+  }
+
+  [[nodiscard]] std::size_t size() const { return lists_.size(); }
+
+  /// The list of an interface; null when it is not listed.
+  [[nodiscard]] List* find(DWORD interface_index) {
+    // In the order of addresses, runs of one interface are long.
+    if (last_ != nullptr && last_->interface_index == interface_index) return last_;
+    const auto found =
+        std::ranges::lower_bound(lists_, interface_index, {}, &List::interface_index);
+    const bool is_there = found != lists_.end() && found->interface_index == interface_index;
+    return last_ = is_there ? &*found : nullptr;
+  }
+
+ private:
+  std::vector<List> lists_;
+  List* last_ = nullptr;  ///< that was found
+};
+
 /// In bytes: the entries, and a node for each address and gateway but the first of its list.
 std::size_t size_of_information(const InformationTables& tables) {
-  std::unordered_map<DWORD, std::size_t> address_counts;
+  AddressLists lists(*tables.adapters.rows);
   std::size_t nodes = 0;
   for (const HostAdapter& adapter : *tables.adapters.rows) {
-    if (!is_listed(adapter)) continue;
-    address_counts.emplace(adapter.row.dwIndex, 0);
-    nodes += std::max<std::size_t>(adapter.gateways.size(), 1) - 1;
+    if (is_listed(adapter)) nodes += std::max<std::size_t>(adapter.gateways.size(), 1) - 1;
   }
   for (const HostAddress& address : *tables.addresses.rows) {
-    const auto count = address_counts.find(address.interface_index);
-    if (count != address_counts.end() && count->second++ != 0) ++nodes;
+    AddressLists::List* const list = lists.find(address.interface_index);
+    if (list != nullptr && list->count++ != 0) ++nodes;
   }
-  return address_counts.size() * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
+  return lists.size() * sizeof(IP_ADAPTER_INFO) + nodes * sizeof(IP_ADDR_STRING);
 }
 
 /// Lays the adapter-information list out in the caller's buffer: the entries, then the further
@@ -112,7 +146,7 @@ std::size_t size_of_information(const InformationTables& tables) {
 class InformationWriter {
  public:
   InformationWriter(IP_ADAPTER_INFO* list, const InformationTables& tables)
-      : tables_(tables), entry_(list) {}
+      : tables_(tables), lists_(*tables.adapters.rows), entry_(list) {}
 
   void write() {
     const IP_ADAPTER_INFO* const list = entry_;
@@ -148,14 +182,14 @@ class InformationWriter {
       gateway = gateway != nullptr ? append(*gateway) : &entry.GatewayList;
       copy_cut(gateway->IpAddress.String, text);
     }
-    lists_[entry.Index].entry = &entry;
+    lists_.find(entry.Index)->entry = &entry;
   }
 
   void write_address(const HostAddress& address) {
-    const auto found = lists_.find(address.interface_index);
-    if (found == lists_.end()) return;
-    auto& [entry, last] = found->second;
-    last = last != nullptr ? append(*last) : &entry->IpAddressList;
+    AddressLists::List* const list = lists_.find(address.interface_index);
+    if (list == nullptr) return;
+    IP_ADDR_STRING*& last = list->last;
+    last = last != nullptr ? append(*last) : &list->entry->IpAddressList;
     write_dotted(last->IpAddress.String, address.address);
     if (address.mask != mask_) write_dotted(mask_text_, mask_ = address.mask);
     std::memcpy(last->IpMask.String, mask_text_, sizeof mask_text_);
@@ -168,13 +202,8 @@ class InformationWriter {
     return last.Next;
   }
 
-  struct AddressList {
-    IP_ADAPTER_INFO* entry = nullptr;
-    IP_ADDR_STRING* last = nullptr;  ///< null while the entry's own node is free
-  };
-
   const InformationTables& tables_;
-  std::unordered_map<DWORD, AddressList> lists_;  ///< by interface index
+  AddressLists lists_;
   IP_ADAPTER_INFO* entry_;
   IP_ADDR_STRING* node_ = nullptr;
   // Those of the last address, as most have the same.
@@ -240,8 +269,7 @@ DWORD WINAPI GetIfTable(PMIB_IFTABLE table, PULONG size, BOOL order) {
     const DWORD code = give_rows(kept().interfaces, table, size, &Host::read_adapters,
                                  [](const HostAdapter& it, MIB_IFROW& row) { row = it.row; });
     if (code == NO_ERROR && order != FALSE) {
-      std::sort(table->table, table->table + table->dwNumEntries,
-                [](const MIB_IFROW& a, const MIB_IFROW& b) { return a.dwIndex < b.dwIndex; });
+      std::ranges::sort(std::span(table->table, table->dwNumEntries), {}, &MIB_IFROW::dwIndex);
     }
     return code;
   });
@@ -285,10 +313,9 @@ DWORD WINAPI GetIfEntry(PMIB_IFROW row) {
   return run_returning_code("GetIfEntry", [=]() -> DWORD {
     HostTable<HostAdapter> adapters;
     if (const DWORD code = current_host().read_adapters(adapters); code != NO_ERROR) return code;
-    const auto found =
-        std::find_if(adapters.rows->begin(), adapters.rows->end(),
-                     [=](const HostAdapter& it) { return it.row.dwIndex == row->dwIndex; });
-    if (found == adapters.rows->end()) return ERROR_INVALID_DATA;
+    const auto* const found = find_where(
+        *adapters.rows, [=](const HostAdapter& it) { return it.row.dwIndex == row->dwIndex; });
+    if (found == nullptr) return ERROR_INVALID_DATA;
     *row = found->row;
     return NO_ERROR;
   });

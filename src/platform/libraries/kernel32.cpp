@@ -6,6 +6,7 @@
 #include <cstring>
 #include <string>
 
+#include "base/find.h"
 #include "base/text.h"
 #include "platform/host/calls.h"
 #include "platform/host/host.h"
@@ -56,9 +57,8 @@ DWORD WINAPI FormatMessageA(DWORD flags, LPCVOID /*source*/, DWORD message_id,
 HMODULE WINAPI LoadLibraryA(LPCSTR name) {
   return run_setting_last_error<HMODULE>("LoadLibraryA", [=]() -> HMODULE {
     const std::string plain = plain_library_name(name);
-    auto* const found = std::find_if(std::begin(libraries), std::end(libraries),
-                                     [&](const LoadableLibrary& it) { return it.name == plain; });
-    if (found == std::end(libraries) || !current_host().has_library(plain)) {
+    auto* const found = find_with(libraries, plain, &LoadableLibrary::name);
+    if (found == nullptr || !current_host().has_library(plain)) {
       return set_last_error<HMODULE>(ERROR_MOD_NOT_FOUND);
     }
     return reinterpret_cast<HMODULE>(found);

@@ -16,6 +16,7 @@
 #include <memory>
 
 #include "base/dotted.h"
+#include "base/find.h"
 #include "base/text.h"
 #include "platform/host/adapter_keys.h"
 #include "platform/host/exact_wait.h"
@@ -58,9 +59,8 @@ constexpr CodeOfError CODES[] = {
 };
 
 DWORD code_of(int error) {
-  const auto* found = std::find_if(std::begin(CODES), std::end(CODES),
-                                   [=](const CodeOfError& row) { return row.error == error; });
-  return found != std::end(CODES) ? found->code : ERROR_UNEXP_NET_ERR;
+  const auto* const found = find_with(CODES, error, &CodeOfError::error);
+  return found != nullptr ? found->code : ERROR_UNEXP_NET_ERR;
 }
 
 /// The name that the machine's own list has for the effective user, or its number. Not asked of the
@@ -308,11 +308,8 @@ void LinuxHost::set_address_lists(const HostAdapter& adapter) {
   for (auto it = network_.addresses().begin(); held.size() < count; ++it) {
     if (it->interface_index == index) held.push_back(*it);
   }
-  const auto came_before = [](const HostAddress& a, const HostAddress& b) {
-    return a.context < b.context;
-  };
-  if (!std::is_sorted(held.begin(), held.end(), came_before)) {
-    std::sort(held.begin(), held.end(), came_before);
+  if (!std::ranges::is_sorted(held, {}, &HostAddress::context)) {
+    std::ranges::sort(held, {}, &HostAddress::context);
   }
   // An interface without an address has one 0.0.0.0.
   if (held.empty()) held.emplace_back();
@@ -339,16 +336,14 @@ DWORD LinuxHost::update_lists(std::string_view adapter, std::string_view value) 
   if (equals_ignoring_case(value, "DefaultGateway")) {
     HostTable<HostAdapter> adapters;
     if (const DWORD code = read_adapters(adapters); code != NO_ERROR) return code;
-    const auto found = std::find_if(adapters.rows->begin(), adapters.rows->end(), is_adapter);
-    if (found != adapters.rows->end()) {
+    if (const auto* found = find_where(*adapters.rows, is_adapter)) {
       set_gateways(registry_.key(interface_key(found->name)), found->gateways);
     }
     return NO_ERROR;
   }
-  const auto found =
-      std::find_if(network_.links().begin(), network_.links().end(),
-                   [&](const auto& link) { return is_adapter(link.second.adapter); });
-  if (found == network_.links().end()) return NO_ERROR;
+  const auto* const found = find_where(
+      network_.links(), [&](const auto& link) { return is_adapter(link.second.adapter); });
+  if (found == nullptr) return NO_ERROR;
   const auto& [index, link] = *found;
   const Generation generation = network_.generation_of(index);
   if (lists_interface_ == index && lists_from_ == generation) return NO_ERROR;

@@ -16,6 +16,7 @@
 #include <tuple>
 #include <utility>
 
+#include "base/find.h"
 #include "platform/host/ipv4.h"
 
 namespace {
@@ -66,9 +67,8 @@ bool is_wireless(const std::string& name, int index) {
 }
 
 DWORD interface_type(const ifinfomsg& link, const std::string& name) {
-  const auto* found = std::find_if(std::begin(TYPES), std::end(TYPES),
-                                   [&](const auto& row) { return row.hardware == link.ifi_type; });
-  if (found == std::end(TYPES)) {
+  const auto* const found = find_with(TYPES, link.ifi_type, &TypeOfHardware::hardware);
+  if (found == nullptr) {
     return (link.ifi_flags & IFF_POINTOPOINT) != 0 ? TYPE_POINT_TO_POINT : TYPE_OTHER;
   }
   if (found->type == MIB_IF_TYPE_ETHERNET && is_wireless(name, link.ifi_index)) {
@@ -304,9 +304,7 @@ void LinuxNetwork::note_link_change() {
 
 /// Takes over what a dump showed. An entry that stands already keeps its context.
 void LinuxNetwork::merge(Entries& dumped) {
-  if (!std::is_sorted(dumped.begin(), dumped.end(), precedes)) {
-    std::stable_sort(dumped.begin(), dumped.end(), precedes);
-  }
+  if (!std::ranges::is_sorted(dumped, precedes)) std::ranges::stable_sort(dumped, precedes);
   dumped.erase(std::unique(dumped.begin(), dumped.end(), same_place), dumped.end());
   std::erase_if(dumped, [this](const Entry& entry) { return confirm(entry, true); });
   // What may ask for memory comes first: what is counted stands.
@@ -398,16 +396,13 @@ DWORD LinuxNetwork::new_context() {
 }
 
 bool LinuxNetwork::has_address(DWORD address) const {
-  const auto found = std::lower_bound(
-      addresses_.begin(), addresses_.end(), ntohl(address),
-      [](const Entry& entry, std::uint32_t wanted) { return ntohl(entry.address) < wanted; });
+  const auto found = std::ranges::lower_bound(addresses_, ntohl(address), {},
+                                              [](const Entry& it) { return ntohl(it.address); });
   return found != addresses_.end() && found->address == address;
 }
 
 const LinuxNetwork::Entry* LinuxNetwork::find_context(DWORD context) const {
-  const auto found = std::find_if(addresses_.begin(), addresses_.end(),
-                                  [=](const Entry& entry) { return entry.context == context; });
-  return found != addresses_.end() ? &*found : nullptr;
+  return find_with(addresses_, context, &Entry::context);
 }
 
 LinuxNetwork::Entry LinuxNetwork::add_unconfirmed(const HostAddress& address) {

@@ -77,7 +77,7 @@ int read_default_routes(RtRequests& requests, DefaultRoutes& routes) {
 
 void add_gateway(std::vector<DefaultGateway>& gateways, const DefaultGateway& gateway) {
   // Routes of several metrics may go by the same gateway.
-  const bool known = std::find(gateways.begin(), gateways.end(), gateway) != gateways.end();
+  const bool known = std::ranges::find(gateways, gateway) != gateways.end();
   if (gateway.gateway != 0 && !known) gateways.push_back(gateway);
 }
 

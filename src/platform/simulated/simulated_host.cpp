@@ -6,6 +6,7 @@
 #include <cstring>
 #include <new>
 
+#include "base/find.h"
 #include "base/text.h"
 #include "platform/host/adapter_keys.h"
 #include "platform/host/exact_wait.h"
@@ -90,11 +91,10 @@ void SimulatedHost::describe_adapter(AdapterDescription& adapter) {
 
 void SimulatedHost::describe_registry(HostDescription& description) {
   if (version_.platform_id == VER_PLATFORM_WIN32_WINDOWS) {
-    const auto bound = std::find_if(
-        description.adapters.begin(), description.adapters.end(), [](const AdapterDescription& it) {
-          return it.bound && it.type != MIB_IF_TYPE_LOOPBACK && !it.addresses.empty();
-        });
-    if (bound != description.adapters.end()) {
+    const auto is_bound = [](const AdapterDescription& it) {
+      return it.bound && it.type != MIB_IF_TYPE_LOOPBACK && !it.addresses.empty();
+    };
+    if (const auto* bound = find_where(description.adapters, is_bound)) {
       registry_.key(NET_TRANS_KEY)
           .set("IpAddress", text_value(dotted(bound->addresses.front().address)));
     }
@@ -119,16 +119,14 @@ void SimulatedHost::describe_registry(HostDescription& description) {
 // ---- Looking ----------------------------------------------------------------------------------
 
 bool SimulatedHost::has_library(std::string_view library) const {
-  return std::none_of(libraries_.begin(), libraries_.end(), [=](const auto& described) {
-    return described.name == library && !described.present;
-  });
+  return std::ranges::none_of(libraries_,
+                              [=](const auto& it) { return it.name == library && !it.present; });
 }
 
 bool SimulatedHost::has_function(std::string_view library, std::string_view function) const {
   for (const auto& described : libraries_) {
     if (described.name != library || !described.functions) continue;
-    return std::find(described.functions->begin(), described.functions->end(), function) !=
-           described.functions->end();
+    return std::ranges::count(*described.functions, function) != 0;
   }
   return true;
 }
@@ -160,10 +158,7 @@ DWORD SimulatedHost::find_value(std::string_view path, std::string_view name,
 }
 
 HostAdapter* SimulatedHost::find_adapter(DWORD interface_index) {
-  const auto found = std::find_if(adapters_.begin(), adapters_.end(), [=](const auto& adapter) {
-    return adapter.row.dwIndex == interface_index;
-  });
-  return found != adapters_.end() ? &*found : nullptr;
+  return find_where(adapters_, [=](const auto& it) { return it.row.dwIndex == interface_index; });
 }
 
 // ---- Changing ---------------------------------------------------------------------------------
@@ -228,10 +223,9 @@ DWORD SimulatedHost::change_listed_address(std::string_view adapter, DWORD posit
     note("slot " + std::to_string(position) + " of " + std::string(adapter) + " = " +
          dotted(address) + "/" + dotted(mask));
   }
-  const auto described = std::find_if(adapters_.begin(), adapters_.end(), [=](const auto& it) {
-    return equals_ignoring_case(it.name, adapter);
-  });
-  if (described == adapters_.end()) return ERROR_FILE_NOT_FOUND;
+  const auto* const described =
+      find_where(adapters_, [=](const auto& it) { return equals_ignoring_case(it.name, adapter); });
+  if (described == nullptr) return ERROR_FILE_NOT_FOUND;
   const RegistryValue* addresses = nullptr;
   const RegistryValue* masks = nullptr;
   std::string key = interface_key(described->name);

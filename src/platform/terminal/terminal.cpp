@@ -19,6 +19,7 @@
 #include <string>
 #include <utility>
 
+#include "base/find.h"
 #include "base/not_copied.h"
 #include "base/text.h"
 
@@ -63,10 +64,9 @@ constexpr CharacterRange FORMAT_CHARACTERS[] = {
 
 bool is_shown(wchar_t c) {
   const auto code = static_cast<char32_t>(c);
-  const bool formats =
-      std::any_of(std::begin(FORMAT_CHARACTERS), std::end(FORMAT_CHARACTERS),
-                  [=](const auto& range) { return code >= range.first && code <= range.last; });
-  return !formats && std::iswprint(static_cast<std::wint_t>(c)) != 0;
+  const auto holds = [=](const auto& range) { return code >= range.first && code <= range.last; };
+  return std::ranges::none_of(FORMAT_CHARACTERS, holds) &&
+         std::iswprint(static_cast<std::wint_t>(c)) != 0;
 }
 
 /// The length in bytes of the character, or the end of a line, that a text begins with and a
@@ -237,10 +237,8 @@ class Keyboard {
       while (result == 1 && is_control_sequence && byte >= 0x20 && byte < 0x40) result = add(byte);
     }
     if (result != 1) return result == 0 ? -1 : result;
-    const auto* const key =
-        std::find_if(std::begin(KEYS), std::end(KEYS),
-                     [&](const KeySequence& it) { return it.sequence == sequence; });
-    if (key == std::end(KEYS)) return 0;
+    const auto* const key = find_with(KEYS, sequence, &KeySequence::sequence);
+    if (key == nullptr) return 0;
     c = key->letter & 31;
     return 1;
   }
