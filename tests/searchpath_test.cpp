@@ -280,70 +280,51 @@ struct EarlyCalls {
 };
 [[gnu::init_priority(101)]] const EarlyCalls early_calls;
 
-/// The process-wide search path's private directory is fixed before main, so these run in processes
-/// of their own, which the environment leads to the folder.
-class DebugConfigurationDeathTest : public testing::Test {
- protected:
-  DebugConfigurationDeathTest() {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    setenv("ZARVO_PRIV_DIR", folder_.path().c_str(), 1);
-  }
-  ~DebugConfigurationDeathTest() override {
-    unsetenv("ZARVO_PRIV_DIR");
-    GTEST_FLAG_SET(death_test_style, "fast");
-  }
-
-  /// Expects the action to say something that matches.
-  static void expect_said(void (*action)(), const char* said) {
-    const auto act = [action] {
-      action();
-      std::exit(testing::Test::HasFailure() ? 1 : 0);
-    };
-    EXPECT_EXIT(act(), testing::ExitedWithCode(0), said);
-  }
-
-  TestFolder folder_;
-};
-
-constexpr char CONFIGURATION[] = "config/debug.cfg";
-
-TEST_F(DebugConfigurationDeathTest, IsInstalledFromTheSearchPath) {
+TEST(DebugConfiguration, IsInstalledFromTheSearchPath) {
   EXPECT_EQ(early_calls.result, 0);
-  const auto load = [] { EXPECT_EQ(dll_init_debug(), 0); };
-  expect_said(
-      [] {
-        errmsg_push("left over");
-        EXPECT_EQ(dll_init_debug(), 0);
-        EXPECT_FALSE(system_debug.is_enabled(1));
-        errmsg_flush();
-      },
-      "^ERROR [^ ]+ searchpath:[0-9]+ - config/debug.cfg not in search path\n$");
-  static_cast<void>(folder_.write(CONFIGURATION, "system\nsearchpath 1\n"));
-  expect_said(
-      [] {
-        const TestHost host(one_adapter("10.0.0.1/8"));
-        EXPECT_EQ(dll_init_debug(), 0);
-        EXPECT_FALSE(adapter_debug.is_enabled(1));
-        char address[200];
-        EXPECT_EQ(get_host_address_from_bindings(address), 0);
-      },
-      "DEBUG [^ ]+ system:[0-9]+ - adapter = \"E100B1\"");
-  static_cast<void>(folder_.write(CONFIGURATION, "searchpath\n\n"));
-  expect_said(
-      [] {
-        EXPECT_EQ(dll_init_debug(), 0);
-        EXPECT_EQ(dll_init_debug(), 0);
-      },
-      "ERROR [^ ]+ vmk_debug:[0-9]+ - error loading runtime debugging, continuing...\n"
-      " +[^ ]+ vmk_debug:[0-9]+ - error at line 2\n"
-      "DEBUG [^ ]+ searchpath:[0-9]+ - searching for config/debug.cfg\n"
-      "DEBUG [^ ]+ searchpath:[0-9]+ -     looking in .*\n"
-      "DEBUG [^ ]+ searchpath:[0-9]+ -     found.\n");
-  std::filesystem::remove(folder_.path() + "/" + CONFIGURATION);
-  std::filesystem::create_directory(folder_.path() + "/" + CONFIGURATION);
-  expect_said(load,
-              "^fopen failed: Permission denied\n"
-              "ERROR [^ ]+ vmk_debug:[0-9]+ - debugging disabled, continuing...\n$");
+  const TestFolder folder;
+  const Environment environment;
+  Environment::set("ZARVO_DIR", folder.path().c_str());
+  EXPECT_EQ(dll_init_searchpath(), 0);
+  const auto init_with = [&](const char* configuration) {
+    static_cast<void>(folder.write("config/debug.cfg", configuration));
+    return written_by([] { EXPECT_EQ(dll_init_debug(), 0); });
+  };
+  errmsg_push("left over");
+  EXPECT_EQ(dll_init_debug(), 0);
+  EXPECT_THAT(held_lines(),
+              ElementsAre("ERROR @ searchpath:# - config/debug.cfg not in search path"));
+  EXPECT_FALSE(system_debug.is_enabled(1));
+  EXPECT_EQ(init_with("system\nsearchpath 1\n"), "");
+  EXPECT_FALSE(adapter_debug.is_enabled(1));
+  {
+    const TestHost host(one_adapter("10.0.0.1/8"));
+    char address[200];
+    EXPECT_EQ(written_by([&] { EXPECT_EQ(get_host_address_from_bindings(address), 0); }),
+              "DEBUG @ system:# - adapter = \"E100B1\"\n");
+  }
+  const std::string error =
+      "ERROR @ vmk_debug:# - error loading runtime debugging, continuing...\n"
+      "      @ vmk_debug:# - error at line 2\n";
+  EXPECT_EQ(init_with("searchpath\n\n"), error);
+  EXPECT_EQ(init_with("searchpath\n\n"),
+            "DEBUG @ searchpath:# - searching for config/debug.cfg\n"
+            "DEBUG @ searchpath:# -     looking in c:/zarvo/\n"
+            "DEBUG @ searchpath:# -     not found.\n"
+            "DEBUG @ searchpath:# -     looking in " +
+                folder.path() +
+                "/\n"
+                "DEBUG @ searchpath:# -     found.\n" +
+                error);
+  std::filesystem::remove(folder.path() + "/config/debug.cfg");
+  std::filesystem::create_directory(folder.path() + "/config/debug.cfg");
+  install_debug_table(nullptr);
+  EXPECT_EQ(written_by([] { EXPECT_EQ(dll_init_debug(), 0); }),
+            "fopen failed: Permission denied\n"
+            "ERROR @ vmk_debug:# - debugging disabled, continuing...\n");
+  install_debug_table(nullptr);
+  unsetenv("ZARVO_DIR");
+  EXPECT_EQ(dll_init_searchpath(), 0);
 }
 
 }  // namespace
