@@ -10,29 +10,17 @@
 #include <sstream>
 #include <stdexcept>
 
-#include "shared/include/utils.h"
+#include "tests/support/folder.h"
 
 namespace {
 
-File temporary_file() {
-  File file(std::tmpfile(), std::fclose);
-  if (file == nullptr) throw std::runtime_error("no temporary file");
-  return file;
-}
-
-std::string contents(const File& file) {
-  std::rewind(file.get());
-  std::string text;
-  char piece[65536];
-  std::size_t length = 0;
-  while ((length = std::fread(piece, 1, sizeof piece, file.get())) > 0) text.append(piece, length);
-  return text;
-}
-
-[[noreturn]] void become_program(const Run& run, int input, int output, int errors) {
-  dup2(input, STDIN_FILENO);
-  dup2(output, STDOUT_FILENO);
-  dup2(errors, STDERR_FILENO);
+[[noreturn]] void become_program(const Run& run, const std::string& folder) {
+  const auto redirect = [&](int descriptor, const char* file, int flags) {
+    dup2(open((folder + file).c_str(), flags | O_CLOEXEC, 0600), descriptor);
+  };
+  redirect(STDIN_FILENO, "/input", O_RDONLY);
+  redirect(STDOUT_FILENO, "/output", O_WRONLY | O_CREAT);
+  redirect(STDERR_FILENO, "/errors", O_WRONLY | O_CREAT);
   for (const char* name :
        {"ZARVO_HOST", "ZARVO_IPMGMT_MECHANISM", "ZARVO_ALLOW_WIRELESS", "ZARVO_PRIV_DIR"}) {
     unsetenv(name);
@@ -54,17 +42,14 @@ std::string contents(const File& file) {
 }  // namespace
 
 Outcome run_program(const Run& run) {
-  const File input = temporary_file();
-  const File output = temporary_file();
-  const File errors = temporary_file();
-  std::fwrite(run.input.data(), 1, run.input.size(), input.get());
-  std::rewind(input.get());
+  const TestFolder folder;
+  static_cast<void>(folder.write("input", run.input));
   const pid_t child = fork();
-  if (child == 0)
-    become_program(run, fileno(input.get()), fileno(output.get()), fileno(errors.get()));
+  if (child == 0) become_program(run, folder.path());
   int status = 0;
   waitpid(child, &status, 0);
-  return {contents(output), contents(errors), WIFEXITED(status) ? WEXITSTATUS(status) : -1};
+  return {read_file(folder.path() + "/output"), read_file(folder.path() + "/errors"),
+          WIFEXITED(status) ? WEXITSTATUS(status) : -1};
 }
 
 std::string normalised(std::string text) {
