@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <cstring>
 #include <new>
+#include <string>
 #include <utility>
 
 #include "shared/include/shared_state.h"
@@ -36,63 +37,34 @@ constexpr char NO_MEMORY[] = "malloc failed";
 
 TextBlock copy_directory(const char* text) { return copy_or_stop(text, here(), NO_MEMORY); }
 
-/// A directory's text in the making, in a block with room for all of it.
-class DirectoryText {
- public:
-  /// `size`: the length of what will be appended, slashes that are added aside.
-  explicit DirectoryText(std::size_t size)
-      : text_(static_cast<char*>(std::malloc(size + ADDED_SLASHES + 1))) {
-    if (text_ == nullptr) assertion_report(here(), NO_MEMORY);
-    text_[0] = '\0';
-  }
+/// A backslash is no slash here.
+void end_in_slash(std::string& text) {
+  if (!text.ends_with('/')) text += '/';
+}
 
-  void append(const char* text) {
-    const std::size_t length = std::strlen(text);
-    std::memcpy(&text_[length_], text, length + 1);
-    length_ += length;
-  }
-
-  void turn_slashes() { to_slashes(text_.get()); }
-
-  /// A backslash is no slash here.
-  void end_in_slash() {
-    if (length_ == 0 || text_[length_ - 1] != '/') append("/");
-  }
-
-  /// The text in small letters with slashes.
-  [[nodiscard]] TextBlock take() {
-    normalize_path(text_.get());
-    return std::move(text_);
-  }
-
- private:
-  static constexpr std::size_t ADDED_SLASHES = 3;
-  TextBlock text_;
-  std::size_t length_ = 0;
-};
+/// A directory's text in small letters with slashes.
+TextBlock normal_form(std::string text) {
+  normalize_path(text.data());
+  return copy_directory(text.c_str());
+}
 
 /// A directory as someone gave it, in its normal form, ending in a slash.
 TextBlock given_directory(const char* directory) {
-  DirectoryText text(std::strlen(directory));
-  text.append(directory);
-  text.turn_slashes();
-  text.end_in_slash();
-  return text.take();
+  std::string text(directory);
+  to_slashes(text.data());
+  end_in_slash(text);
+  return normal_form(std::move(text));
 }
 
 /// The directory "zarvo" in the user's home. A home that is the root of its drive gets the user's
 /// name; a leading backslash of the home gets a slash in front all the same.
 TextBlock home_directory(const char* drive, const char* home, const char* user) {
   const bool is_root = std::strcmp(home, "\\") == 0;
-  const char* const folder = is_root ? user : home;
-  constexpr char OWN_FOLDER[] = "zarvo/";
-  DirectoryText text(std::strlen(drive) + std::strlen(folder) + std::strlen(OWN_FOLDER));
-  text.append(drive);
-  if (is_root || *home != '/') text.end_in_slash();
-  text.append(folder);
-  text.end_in_slash();
-  text.append(OWN_FOLDER);
-  return text.take();
+  std::string text(drive);
+  if (is_root || *home != '/') end_in_slash(text);
+  text += is_root ? user : home;
+  end_in_slash(text);
+  return normal_form(text + "zarvo/");
 }
 
 TextBlock choose_private_directory(const char* directory) {
@@ -121,7 +93,7 @@ SearchPath::SearchPath(const char* directory) {
     if (shared == nullptr) assertion_report(here(), NO_MEMORY);
     shared->user_name = platform_user_name();
   }
-  private_directory_ = choose_private_directory(directory);
+  with_memory(here(), NO_MEMORY, [&] { private_directory_ = choose_private_directory(directory); });
 }
 
 SearchPath::~SearchPath() {
@@ -136,19 +108,16 @@ bool search_path_stands() { return shared != nullptr; }
 
 int dll_init_searchpath() {
   if (!search_path_stands()) return 0;  // called before the program's static state was made
-  shared->product_directory.reset();
-  if (const char* given = std::getenv("ZARVO_DIR")) {
-    shared->product_directory = *given != '\0' ? given_directory(given) : copy_directory("./");
-  }
-  shared->installation_directory.reset();
   char current[PATH_BUFFER_SIZE];
   const DWORD length = GetCurrentDirectoryA(sizeof current, current);
-  if (length == 0 || length >= sizeof current) return 0;
-  constexpr char PARENT[] = "/../";
-  DirectoryText text(length + std::strlen(PARENT));
-  text.append(current);
-  text.append(PARENT);
-  shared->installation_directory = text.take();
+  const char* const given = std::getenv("ZARVO_DIR");
+  with_memory(here(), NO_MEMORY, [&] {
+    shared->product_directory.reset();
+    shared->installation_directory.reset();
+    if (given != nullptr) shared->product_directory = given_directory(*given != '\0' ? given : ".");
+    if (length == 0 || length >= sizeof current) return;
+    shared->installation_directory = normal_form(std::string(current) + "/../");
+  });
   return 0;
 }
 

@@ -12,20 +12,12 @@
 namespace {
 
 constexpr char CONFIGURATION[] = "config/debug.cfg";
+constexpr char OUT_OF_MEMORY[] = "out of memory for debug subsystem";
 constexpr int PIECE_SIZE = 1024;
 
 ReportSite here(int line = __builtin_LINE()) { return {".\\vmk_debug", line}; }
 
 std::int32_t line_counter = 0;
-
-template <typename Action>
-void with_memory(ReportSite site, Action action) {
-  try {
-    action();
-  } catch (const std::bad_alloc&) {
-    assertion_report(site, "out of memory for debug subsystem");
-  }
-}
 
 }  // namespace
 
@@ -44,7 +36,7 @@ bool DebugModuleEntry::has_line(std::int32_t line) const {
 }
 
 void DebugModuleEntry::add_line(std::int32_t line) {
-  with_memory(here(), [&] { lines_.push_back(line); });
+  with_memory(here(), OUT_OF_MEMORY, [&] { lines_.push_back(line); });
 }
 
 // ---- Table ------------------------------------------------------------------------------------
@@ -69,7 +61,8 @@ DebugModuleEntry& DebugModuleTable::entry_of(const char* module) {
   for (const auto& entry : entries_) {
     if (std::strcmp(entry->name(), module) == 0) return *entry;
   }
-  with_memory(here(), [&] { entries_.push_back(std::make_unique<DebugModuleEntry>(module)); });
+  with_memory(here(), OUT_OF_MEMORY,
+              [&] { entries_.push_back(std::make_unique<DebugModuleEntry>(module)); });
   return *entries_.back();
 }
 

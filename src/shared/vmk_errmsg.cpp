@@ -266,8 +266,6 @@ void system_reason(char* buffer) {
 
 // ---- Operations -------------------------------------------------------------------------------
 
-void errmsg_begin() { message_log->begin(); }
-
 void errmsg_set_location(const char* path, std::int32_t line) {
   const char* backslash = std::strrchr(path, '\\');
   const char* name = backslash != nullptr ? backslash + 1 : path;
@@ -325,18 +323,6 @@ void errmsg_flush() {
   std::fflush(stderr);
   errno = kept_errno;
 }
-
-bool errmsg_enabled() { return message_log->enabled(); }
-
-int errmsg_push(const char* text) { return message_log->push(text); }
-
-const char* errmsg_compose() { return message_log->compose(); }
-
-void errmsg_suspend() { message_log->suspend(); }
-
-void errmsg_resume() { message_log->resume(); }
-
-const char* errmsg_last_message() { return message_log->last(); }
 
 void errmsg_push_format(const char* format, ...) {
   ReportBuffer report;

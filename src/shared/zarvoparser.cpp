@@ -21,17 +21,8 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\zarvoparser", line}; 
 
 constexpr char OUT_OF_MEMORY[] = "out of memory";
 
+/// Running out of memory ends the process.
 [[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, OUT_OF_MEMORY); }
-
-/// Runs an action that may exhaust memory, which nothing here survives.
-template <typename Action>
-void with_memory(ReportSite site, Action action) {
-  try {
-    action();
-  } catch (const std::bad_alloc&) {
-    stop_without_memory(site);
-  }
-}
 
 template <typename Item>
 const Item& checked(ReportSite site, const std::vector<Item>& items, std::uint32_t index) {
@@ -93,7 +84,7 @@ ConfigBlock::~ConfigBlock() {
 std::size_t ConfigBlock::find_pair(const char* key) const {
   if (index_ != nullptr) {
     std::size_t position = NOT_FOUND;
-    with_memory(here(), [&] {
+    with_memory(here(), OUT_OF_MEMORY, [&] {
       const auto found = index_->find(lower_cased(key));
       if (found != index_->end()) position = found->second;
     });
@@ -110,7 +101,7 @@ void ConfigBlock::add_pair(const char* key, const char* value) {
     pairs_[position].join(value);
     return;
   }
-  with_memory(here(), [&] {
+  with_memory(here(), OUT_OF_MEMORY, [&] {
     // Most blocks have few pairs, and there may be a million blocks.
     if (pairs_.size() < 4) pairs_.reserve(pairs_.size() + 1);
     pairs_.emplace_back(key, value);
@@ -136,7 +127,7 @@ ConfigBlock& ConfigBlock::child(std::uint32_t index) const {
 }
 
 ConfigBlock& ConfigBlock::add_child(std::unique_ptr<ConfigBlock> child) {
-  with_memory(here(), [&] { children_.push_back(std::move(child)); });
+  with_memory(here(), OUT_OF_MEMORY, [&] { children_.push_back(std::move(child)); });
   return *children_.back();
 }
 
@@ -145,7 +136,7 @@ ConfigBlock& ConfigFile::block(std::uint32_t index) const {
 }
 
 ConfigBlock& ConfigFile::add_block(std::unique_ptr<ConfigBlock> block) {
-  with_memory(here(), [&] { blocks_.push_back(std::move(block)); });
+  with_memory(here(), OUT_OF_MEMORY, [&] { blocks_.push_back(std::move(block)); });
   return *blocks_.back();
 }
 
@@ -233,7 +224,8 @@ class Reader {
   }
 
   void open_block() {
-    with_memory(here(), [this] { open_.push_back(std::make_unique<ConfigBlock>(key_)); });
+    with_memory(here(), OUT_OF_MEMORY,
+                [this] { open_.push_back(std::make_unique<ConfigBlock>(key_)); });
   }
 
   void close_block() {
@@ -298,7 +290,7 @@ class Writer {
     std::fprintf(stream_, "%s%s = {\n", indentation_.str(), block.name());
     indentation_.append_char('\t');
     for (std::uint32_t i = 0; i < block.pair_count(); ++i) write_pair(block.pair(i));
-    with_memory(here(), [&] { open_.push_back({&block, 0}); });
+    with_memory(here(), OUT_OF_MEMORY, [&] { open_.push_back({&block, 0}); });
   }
 
   /// One line for each value that was joined; nothing for an empty one at the end.

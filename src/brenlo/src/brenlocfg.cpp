@@ -38,11 +38,7 @@ int ExclusionList::excludes_address(const std::uint8_t (&hardware_address)[6]) c
 }
 
 void ExclusionList::append(std::unique_ptr<ExclusionEntry> entry) {
-  try {
-    entries_.push_back(std::move(entry));
-  } catch (const std::bad_alloc&) {
-    assertion_report(here(), "out of memory");
-  }
+  with_memory(here(), "out of memory", [&] { entries_.push_back(std::move(entry)); });
 }
 
 namespace {

@@ -248,38 +248,34 @@ constexpr std::int32_t MAX_ADDRESSES = 1'000'000;
 /// before it go from 0 to 255, the first has no bound.
 class AddressRun {
  public:
-  explicit AddressRun(const std::int32_t (&start)[4])
-      : a_(start[0]), b_(start[1]), c_(start[2]), d_(start[3]) {
+  explicit AddressRun(const std::int32_t (&start)[4]) {
+    std::ranges::copy(start, octets_);
     write_text();
   }
 
-  /// Stands until the run advances.
   [[nodiscard]] const char* text() const { return text_; }
 
   void advance() {
-    if (++d_ >= 255) {
-      d_ = 1;
-      ++c_;
+    if (++octets_[3] >= 255) {
+      octets_[3] = 1;
+      ++octets_[2];
     }
-    if (c_ > 255) {
-      c_ = 0;
-      ++b_;
-    }
-    if (b_ > 255) {
-      b_ = 0;
-      ++a_;
+    for (int i : {2, 1}) {
+      if (octets_[i] <= 255) continue;
+      octets_[i] = 0;
+      ++octets_[i - 1];
     }
     write_text();
   }
 
  private:
   void write_text() {
-    std::snprintf(text_, sizeof text_, "%d.%d.%d.%d", static_cast<int>(a_), static_cast<int>(b_),
-                  static_cast<int>(c_), static_cast<int>(d_));
+    const auto octet = [this](int i) { return static_cast<int>(octets_[i]); };
+    std::snprintf(text_, sizeof text_, "%d.%d.%d.%d", octet(0), octet(1), octet(2), octet(3));
   }
 
   // Wider than the numbers read, so that the step from the largest of them is one.
-  std::int64_t a_, b_, c_, d_;
+  std::int64_t octets_[4];
   char text_[48];
 };
 

@@ -1,8 +1,9 @@
-// Texts in blocks of the C allocator.
+// Texts in blocks of the C allocator, and what ends the process without memory.
 #pragma once
 
 #include <cstdlib>
 #include <memory>
+#include <new>
 
 #include "shared/include/vmk_errmsg.h"
 
@@ -19,3 +20,14 @@ using TextBlock = std::unique_ptr<char[], FreeBlock>;
 /// Gives a block another size in bytes, and keeps what fits of its text. False without memory for
 /// it; the block then stays as it was.
 [[nodiscard]] bool resize(TextBlock& block, std::size_t size);
+
+/// Runs an action. Where memory runs out in it the process ends with an assertion report of the
+/// site and the reason.
+template <typename Action>
+void with_memory(ReportSite site, const char* reason, Action action) {
+  try {
+    action();
+  } catch (const std::bad_alloc&) {
+    assertion_report(site, "%s", reason);
+  }
+}

@@ -96,7 +96,7 @@ extern MessageLog* message_log;
 // ---- Operations on the process-wide log -------------------------------------------------------
 
 /// Starts a new message.
-void errmsg_begin();
+inline void errmsg_begin() { message_log->begin(); }
 
 /// Sets the place that the following ERROR, WARN and DEBUG reports name: the part of `path` after
 /// its last backslash (at most 127 characters), and the line.
@@ -121,20 +121,20 @@ void errmsg_error_system(const char* text);
 void errmsg_flush();
 
 /// True while the log takes reports.
-[[nodiscard]] bool errmsg_enabled();
+[[nodiscard]] inline bool errmsg_enabled() { return message_log->enabled(); }
 
 /// Holds a finished text; see MessageLog::push.
-int errmsg_push(const char* text);
+inline int errmsg_push(const char* text) { return message_log->push(text); }
 
 /// The composed text of the held pieces; see MessageLog::compose.
-const char* errmsg_compose();
+inline const char* errmsg_compose() { return message_log->compose(); }
 
 /// Lower and raise the enable counter; calls nest.
-void errmsg_suspend();
-void errmsg_resume();
+inline void errmsg_suspend() { message_log->suspend(); }
+inline void errmsg_resume() { message_log->resume(); }
 
 /// The text that the last flush wrote, empty before the first; stands until the next flush.
-const char* errmsg_last_message();
+inline const char* errmsg_last_message() { return message_log->last(); }
 
 /// Formats a text without a header and holds it.
 [[gnu::format(printf, 1, 2)]] void errmsg_push_format(const char* format, ...);
