@@ -21,9 +21,6 @@ ReportSite here(int line = __builtin_LINE()) { return {".\\zarvoparser", line}; 
 
 constexpr char OUT_OF_MEMORY[] = "out of memory";
 
-/// Running out of memory ends the process.
-[[noreturn]] void stop_without_memory(ReportSite site) { assertion_report(site, OUT_OF_MEMORY); }
-
 template <typename Item>
 const Item& checked(ReportSite site, const std::vector<Item>& items, std::uint32_t index) {
   if (index >= items.size()) {
@@ -34,29 +31,6 @@ const Item& checked(ReportSite site, const std::vector<Item>& items, std::uint32
 }
 
 }  // namespace
-
-// ---- Pairs ------------------------------------------------------------------------------------
-
-ConfigPair::ConfigPair(const char* key, const char* value) {
-  const std::size_t key_size = std::strlen(key) + 1;
-  const std::size_t value_size = std::strlen(value) + 1;
-  value_at_ = static_cast<std::uint32_t>(key_size);
-  size_ = static_cast<std::uint32_t>(key_size + value_size);
-  if (key_size + value_size > UINT32_MAX) stop_without_memory(here());
-  texts_.reset(static_cast<char*>(std::malloc(size_)));
-  if (texts_ == nullptr) stop_without_memory(here());
-  std::memcpy(texts_.get(), key, key_size);
-  std::memcpy(texts_.get() + value_at_, value, value_size);
-}
-
-void ConfigPair::join(const char* value) {
-  const std::size_t added = std::strlen(value) + 1;
-  if (size_ + added > UINT32_MAX || !resize(texts_, size_ + added)) stop_without_memory(here());
-  // The line feed takes the place of the NUL.
-  texts_[size_ - 1] = '\n';
-  std::memcpy(texts_.get() + size_, value, added);
-  size_ += static_cast<std::uint32_t>(added);
-}
 
 // ---- Blocks -----------------------------------------------------------------------------------
 
@@ -98,8 +72,7 @@ std::size_t ConfigBlock::find_pair(const char* key) const {
 void ConfigBlock::add_pair(const char* key, const char* value) {
   const std::size_t position = find_pair(key);
   if (position != NOT_FOUND) {
-    pairs_[position].join(value);
-    return;
+    return with_memory(here(), OUT_OF_MEMORY, [&] { pairs_[position].join(value); });
   }
   with_memory(here(), OUT_OF_MEMORY, [&] {
     // Most blocks have few pairs, and there may be a million blocks.
@@ -295,19 +268,13 @@ class Writer {
 
   /// One line for each value that was joined; nothing for an empty one at the end.
   void write_pair(const ConfigPair& pair) {
-    if (std::strchr(pair.value(), '\n') == nullptr) {
-      write_line(pair.key(), pair.value());
-      return;
-    }
-    const TextBlock values = copy_text(pair.value());
-    SplitList list;
-    split_at_char(values.get(), '\n', false, list);
-    for (std::int32_t i = 0; i < list.count; ++i) write_line(pair.key(), list.pieces[i]);
-    split_release(list);
-  }
-
-  void write_line(const char* key, const char* value) {
-    std::fprintf(stream_, "%s%s = %s\n", indentation_.str(), key, value);
+    const char* value = pair.value();
+    do {
+      const std::size_t length = std::strcspn(value, "\n");
+      std::fprintf(stream_, "%s%s = %.*s\n", indentation_.str(), pair.key(),
+                   static_cast<int>(length), value);
+      value += length + (value[length] != '\0' ? 1 : 0);
+    } while (*value != '\0');
   }
 
   std::FILE* stream_;

@@ -8,7 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <new>
+#include <cstdint>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,16 +21,14 @@
 
 namespace {
 
-/// What a HANDLE of these functions points to: a descriptor, or -1 for a process or thread.
-struct OpenHandle {
-  int descriptor;
-  bool inheritable;
-};
+// A HANDLE of these functions is one more than a descriptor; null stands for a process or thread.
 
-OpenHandle* opened(HANDLE handle) { return static_cast<OpenHandle*>(handle); }
+HANDLE handle_of(int descriptor) {
+  return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(descriptor) + 1);
+}
 
-HANDLE new_handle(int descriptor, bool inheritable) {
-  return new (std::nothrow) OpenHandle{descriptor, inheritable};
+int descriptor_of(HANDLE handle) {
+  return static_cast<int>(reinterpret_cast<std::intptr_t>(handle) - 1);
 }
 
 /// Splits a command line at blanks outside double quotes, which are dropped.
@@ -89,7 +87,7 @@ int spawn(char* const* arguments, const STARTUPINFOA& startup) {
   for (const HANDLE handle : {startup.hStdInput, startup.hStdOutput, startup.hStdError}) {
     if (error != 0) break;
     error = handle != nullptr
-                ? posix_spawn_file_actions_adddup2(&actions, opened(handle)->descriptor, standard)
+                ? posix_spawn_file_actions_adddup2(&actions, descriptor_of(handle), standard)
                 : posix_spawn_file_actions_addopen(&actions, standard, "/dev/null", O_RDWR, 0);
     ++standard;
   }
@@ -112,30 +110,20 @@ bool start(char* const* arguments, const STARTUPINFOA& startup) {
 
 }  // namespace
 
-BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
+BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES /*attributes*/,
                        DWORD /*size*/) {
   return run_setting_last_error<BOOL>("CreatePipe", [=]() -> BOOL {
     int ends[2];
     if (pipe2(ends, O_CLOEXEC) != 0) return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
-    const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
-    *read_end = new_handle(ends[0], inheritable);
-    *write_end = new_handle(ends[1], inheritable);
-    if (*read_end != nullptr && *write_end != nullptr) return TRUE;
-    close(ends[0]);
-    close(ends[1]);
-    delete opened(*read_end);
-    delete opened(*write_end);
-    return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+    *read_end = handle_of(ends[0]);
+    *write_end = handle_of(ends[1]);
+    return TRUE;
   });
 }
 
-BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
-  return run_setting_last_error<BOOL>("SetHandleInformation", [=] {
-    if ((mask & HANDLE_FLAG_INHERIT) != 0) {
-      opened(handle)->inheritable = (flags & HANDLE_FLAG_INHERIT) != 0;
-    }
-    return TRUE;
-  });
+/// A process inherits its three standard streams and nothing else, whatever is set here.
+BOOL WINAPI SetHandleInformation(HANDLE /*handle*/, DWORD /*mask*/, DWORD /*flags*/) {
+  return run_setting_last_error<BOOL>("SetHandleInformation", [] { return TRUE; });
 }
 
 BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
@@ -144,11 +132,6 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
                            LPCSTR /*directory*/, LPSTARTUPINFOA startup,
                            LPPROCESS_INFORMATION information) {
   return run_setting_last_error<BOOL>("CreateProcessA", [=]() -> BOOL {
-    for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
-      if (handle != nullptr && !opened(handle)->inheritable) {
-        return set_last_error<BOOL>(ERROR_INVALID_HANDLE);
-      }
-    }
     std::vector<std::string> arguments = find_program(command_line);
     std::vector<char*> pointers(arguments.size() + 1);  // the last is null
     std::transform(arguments.begin(), arguments.end(), pointers.begin(),
@@ -156,7 +139,7 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
     if (arguments.empty() || !start(pointers.data(), *startup)) {
       return set_last_error<BOOL>(ERROR_FILE_NOT_FOUND);
     }
-    *information = {new_handle(-1, false), new_handle(-1, false), 0, 0};
+    *information = {};
     return TRUE;
   });
 }
@@ -164,7 +147,7 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
 BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,
                      LPVOID /*overlapped*/) {
   return run_setting_last_error<BOOL>("ReadFile", [=]() -> BOOL {
-    const ssize_t length = TEMP_FAILURE_RETRY(read(opened(file)->descriptor, buffer, size));
+    const ssize_t length = TEMP_FAILURE_RETRY(read(descriptor_of(file), buffer, size));
     *read_size = length > 0 ? static_cast<DWORD>(length) : 0;
     if (length < 0) return set_last_error<BOOL>(ERROR_INVALID_HANDLE);
     return length > 0 ? TRUE : set_last_error<BOOL>(ERROR_BROKEN_PIPE);
@@ -174,9 +157,6 @@ BOOL WINAPI ReadFile(HANDLE file, LPVOID buffer, DWORD size, LPDWORD read_size,
 BOOL WINAPI CloseHandle(HANDLE handle) {
   const ErrnoKeeper keeper;
   const auto code = scripted_failure("CloseHandle");
-  if (handle != nullptr) {
-    if (opened(handle)->descriptor >= 0) close(opened(handle)->descriptor);
-    delete opened(handle);
-  }
+  if (handle != nullptr) close(descriptor_of(handle));
   return code ? set_last_error<BOOL>(*code) : TRUE;
 }

@@ -19,21 +19,20 @@
 #include "base/not_copied.h"
 #include "shared/include/text_block.h"
 
-/// A key and its value. Both texts lie in one block: the key, a NUL, the value, a NUL.
+/// A key and its value.
 class ConfigPair {
  public:
-  ConfigPair(const char* key, const char* value);
+  ConfigPair(const char* key, const char* value) : key_(key), value_(value) {}
 
-  [[nodiscard]] const char* key() const { return texts_.get(); }
-  [[nodiscard]] const char* value() const { return texts_.get() + value_at_; }
+  [[nodiscard]] const char* key() const { return key_.c_str(); }
+  [[nodiscard]] const char* value() const { return value_.c_str(); }
 
   /// Adds a line feed and a further value.
-  void join(const char* value);
+  void join(const char* value) { value_.append("\n").append(value); }
 
  private:
-  TextBlock texts_;
-  std::uint32_t value_at_;
-  std::uint32_t size_;
+  std::string key_;
+  std::string value_;
 };
 
 /// Positions of pairs by their keys in small letters.
