@@ -226,11 +226,11 @@ Adapter* System::find_adapter(const char* name, bool use_first_active) const {
     const std::int32_t slot = use_first_active ? first_active_ : 0;
     return slot >= 0 && slot < adapter_count_ ? adapters_[slot].get() : nullptr;
   }
-  const auto begins_with = [](const Adapter* adapter, const char* text) {
+  const auto begins_with = [](const auto& adapter, const char* text) {
     return adapter != nullptr && begins_ignoring_case(adapter->description(), text);
   };
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    if (begins_with(adapters_[i].get(), name)) return adapters_[i].get();
+  for (const auto& adapter : adapters()) {
+    if (begins_with(adapter, name)) return adapter.get();
   }
   // A name whose index ending does not fit still selects the only adapter of its description.
   char stem[NAME_SIZE];
@@ -239,10 +239,10 @@ Adapter* System::find_adapter(const char* name, bool use_first_active) const {
   if (dash == nullptr || dash == stem) return nullptr;
   *dash = '\0';
   Adapter* found = nullptr;
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    if (!begins_with(adapters_[i].get(), stem)) continue;
+  for (const auto& adapter : adapters()) {
+    if (!begins_with(adapter, stem)) continue;
     if (found != nullptr) return nullptr;
-    found = adapters_[i].get();
+    found = adapter.get();
   }
   return found;
 }
@@ -288,8 +288,7 @@ int System::read_adapter_settings(const char* name, char* buffer, std::size_t si
 
 int System::list_active_adapter_names(char* buffer) const {
   *buffer = '\0';
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    const Adapter* adapter = adapters_[i].get();
+  for (const auto& adapter : adapters()) {
     if (adapter == nullptr || !is_listed_active(*adapter)) continue;
     buffer += std::snprintf(buffer, NAME_SIZE + 4, "{%s} ", adapter->description());
   }
@@ -303,15 +302,13 @@ int System::has_address(const char* name, const char* address) const {
     const Adapter* adapter = find_adapter(name, true);
     return adapter != nullptr ? adapter->has_address(address) : 0;
   }
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    if (adapters_[i] != nullptr && adapters_[i]->has_address(address) == 1) return 1;
-  }
-  return 0;
+  const auto holds = [=](const auto& it) { return it != nullptr && it->has_address(address) == 1; };
+  return std::ranges::any_of(adapters(), holds) ? 1 : 0;
 }
 
 int System::refresh_adapters() {
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    if (adapters_[i] != nullptr) adapters_[i]->refresh_addresses();
+  for (const auto& adapter : adapters()) {
+    if (adapter != nullptr) adapter->refresh_addresses();
   }
   return 0;
 }
@@ -455,19 +452,17 @@ int make_uuid_hardware_address(const std::uint8_t*& address) {
     report(BEGIN_ERROR, here(), "UuidToString failed.");
     return -1;
   }
-  const char* digits = std::strrchr(text, '-');
-  if (digits == nullptr) {
+  char* const dash = std::strrchr(text, '-');
+  if (dash == nullptr) {
     report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text);
     return -1;
   }
-  ++digits;
-  for (std::uint8_t& octet : buffer) {
-    // A group that is too short reads as zeros, and not beyond its end.
-    int value = 0;
-    for (int i = 0; i < 2 && *digits != '\0'; ++i)
-      value = value << 4 | std::max(hex_value(*digits++), 0);
-    octet = static_cast<std::uint8_t>(value);
-  }
+  // A group that is too short reads as zeros.
+  std::ranges::fill(buffer, std::uint8_t{0});
+  std::int32_t length = 0;
+  static_cast<void>(hex_to_bytes(dash + 1, length));
+  std::memcpy(buffer, dash + 1,
+              std::min<std::size_t>(static_cast<std::size_t>(length), sizeof buffer));
   address = buffer;
   return 0;
 }
@@ -488,10 +483,9 @@ int System::get_system_hardware_addresses(const std::uint8_t* (&addresses)[MAX_A
     return -1;
   }
   int count = 0;
-  for (std::int32_t i = 0; i < adapter_count_; ++i) {
-    const Adapter* adapter = adapters_[i].get();
-    if (adapter == nullptr || is_excluded(*adapter)) continue;
-    addresses[count++] = adapter->hardware_address();
+  for (const auto& adapter : adapters()) {
+    if (adapter != nullptr && !is_excluded(*adapter))
+      addresses[count++] = adapter->hardware_address();
   }
   return count;
 }

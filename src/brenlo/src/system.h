@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <span>
 
 #include "base/not_copied.h"
 #include "brenlo/src/adapter.h"
@@ -91,6 +92,10 @@ class System : NotCopied {
  private:
   using AdapterOperation = int (Adapter::*)(const char* address);
 
+  /// Null where one could not be allocated.
+  [[nodiscard]] std::span<const std::unique_ptr<Adapter>> adapters() const {
+    return {adapters_, static_cast<std::size_t>(adapter_count_)};
+  }
   [[nodiscard]] int discover_bindings();
   [[nodiscard]] int discover_interfaces();
   void take_adapter(std::unique_ptr<Adapter> adapter);
