@@ -464,8 +464,7 @@ int remove_if_identical(const char* path_a, const char* path_b) {
   }
   if (std::remove(FullPath(path_a).text()) == 0) return 0;
   begin_system_error(here(), "unlink");
-  report(ADD_WARN, here(), "cannot delete %s", path_a);
-  return -1;
+  return report(ADD_WARN, here(), "cannot delete %s", path_a);
 }
 
 // ---- Time -------------------------------------------------------------------------------------
@@ -553,10 +552,8 @@ int resolve_ipv4(const char* text, std::uint32_t& address) {
   const ErrnoKeeper kept;
   start_sockets();
   const hostent* host = gethostbyname(text);
-  if (host == nullptr || host->h_addr_list[0] == nullptr) {
-    report(BEGIN_ERROR, here(), "illegal address or name %s", text);
-    return -1;
-  }
+  if (host == nullptr || host->h_addr_list[0] == nullptr)
+    return report(BEGIN_ERROR, here(), "illegal address or name %s", text);
   std::memcpy(&address, host->h_addr_list[0], sizeof address);
   return 0;
 }
@@ -626,15 +623,12 @@ bool look_up_ipv6(const char* text, sockaddr_in6& address) {
 }  // namespace
 
 int resolve_ipv6(const char* text, sockaddr_in6& address) {
-  if (ipv6_supported() == 0) {
-    report(BEGIN_ERROR, here(), "IPv6 not supported by OS");
-    return -1;
-  }
+  if (ipv6_supported() == 0) return report(BEGIN_ERROR, here(), "IPv6 not supported by OS");
   const ErrnoKeeper kept;
   start_sockets();
   if (look_up_ipv6(text, address)) return 0;
-  report(BEGIN_ERROR, here(), "cannot resolve to IPv6 address, or incorrect IPv6 address format");
-  return -1;
+  return report(BEGIN_ERROR, here(),
+                "cannot resolve to IPv6 address, or incorrect IPv6 address format");
 }
 
 // ---- Addresses as object identifiers ----------------------------------------------------------

@@ -78,10 +78,8 @@ int DebugModuleTable::load(std::FILE* stream) {
     }
     char* rest = piece;
     const char* const module = cut_word(rest);
-    if (module == nullptr) {
-      report(BEGIN_ERROR, here(), "error at line %d\n", static_cast<int>(line_counter));
-      return -1;
-    }
+    if (module == nullptr)
+      return report(BEGIN_ERROR, here(), "error at line %d\n", static_cast<int>(line_counter));
     const char* const number = cut_word(rest);
     entry_of(module).add_line(number != nullptr ? decimal_value(number) : ALL_LINES);
   }

@@ -337,8 +337,8 @@ void errmsg_push_errno() { errmsg_push(std::strerror(errno)); }
 
 // ---- Reports with their place -----------------------------------------------------------------
 
-void report(ReportKind kind, ReportSite site, const char* format, ...) {
-  if (!errmsg_enabled()) return;
+int report(ReportKind kind, ReportSite site, const char* format, ...) {
+  if (!errmsg_enabled()) return -1;
   if (kind.begins) errmsg_begin();
   errmsg_set_location(site.module, site.line);
   std::va_list arguments;
@@ -346,6 +346,7 @@ void report(ReportKind kind, ReportSite site, const char* format, ...) {
   hold_report(kind.level, format, arguments);
   va_end(arguments);
   if (kind.flushes) errmsg_flush();
+  return -1;
 }
 
 void begin_system_error(ReportSite site, const char* call) {

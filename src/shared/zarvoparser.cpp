@@ -137,9 +137,8 @@ class Reader {
       if (!take_line()) return -1;
     }
     if (open_.empty()) return 0;
-    report(BEGIN_ERROR, here(), "line %d : bad format, expecting \"}\" before end of file\n",
-           line_number_);
-    return -1;
+    return report(BEGIN_ERROR, here(), "line %d : bad format, expecting \"}\" before end of file\n",
+                  line_number_);
   }
 
  private:

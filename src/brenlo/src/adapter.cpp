@@ -33,10 +33,7 @@ int fail_memory(ReportSite site) {
   return -1;
 }
 
-int fail_no_room(ReportSite site) {
-  report(ADD_WARN, site, "Cannot add address");
-  return -1;
-}
+int fail_no_room(ReportSite site) { return report(ADD_WARN, site, "Cannot add address"); }
 
 /// Makes room for one more entry in an array of owned pointers.
 template <typename Slot>
@@ -147,20 +144,16 @@ int Adapter::read_registry_addresses() {
   StringList masks;
   if (!addresses.allocated() || !masks.allocated()) {
     fail_memory(here());
-    report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
-    return -1;
+    return report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
   }
   const ParameterKeys keys(description_);
   const auto* const key = find_where(keys.choices, [&](const KeyPath& choice) {
     return addresses.read(choice.text, "IPAddress") == 0;
   });
-  if (key == nullptr) {
-    report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
-    return -1;
-  }
+  if (key == nullptr)
+    return report(ADD_WARN, here(), "Cannot get Tcpip parms for Adapter <%s>.", description_);
   if (masks.read(key->text, "SubnetMask") != 0) {
-    report(ADD_WARN, here(), "Cannot get Tcpip settings for Adapter <%s>.", description_);
-    return -1;
+    return report(ADD_WARN, here(), "Cannot get Tcpip settings for Adapter <%s>.", description_);
   }
   const char* address = addresses.data();
   const char* mask = masks.data();
@@ -175,10 +168,7 @@ int Adapter::read_registry_addresses() {
 
 int Adapter::read_interface_addresses() {
   const auto table = fetch_ip_addr_table();
-  if (table.buffer == nullptr) {
-    report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
-    return -1;
-  }
+  if (table.buffer == nullptr) return report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
   for (const MIB_IPADDRROW& row : table_rows(table)) {
     if (row.dwIndex != index_) continue;
     if (grow_address_table() != 0) return fail_no_room(here());
@@ -192,8 +182,7 @@ int Adapter::read_interface_addresses() {
 int Adapter::write_tcpip_settings(std::int32_t blank_count) {
   if (mechanism_ != MECHANISM_DHCP_CLIENT) return 0;
   const auto fail = [this](ReportSite site) {
-    report(ADD_WARN, site, "Cannot set Tcpip parms for Adapter <%s>.", description_);
-    return -1;
+    return report(ADD_WARN, site, "Cannot set Tcpip parms for Adapter <%s>.", description_);
   };
   StringList addresses;
   StringList masks;
@@ -299,8 +288,7 @@ int Adapter::read_registry_gateways() {
     }
     return 0;
   }
-  report(ADD_WARN, here(), "Cannot get the default gateway for Adapter <%s>.", description_);
-  return -1;
+  return report(ADD_WARN, here(), "Cannot get the default gateway for Adapter <%s>.", description_);
 }
 
 int Adapter::read_interface_gateways() {
@@ -317,10 +305,7 @@ int Adapter::read_interface_gateways() {
 }
 
 int Adapter::current_ip_address(char* buffer, std::size_t size) const {
-  if (name_[0] == '\0') {
-    report(BEGIN_ERROR, here(), "Adapter Key not found");
-    return -1;
-  }
+  if (name_[0] == '\0') return report(BEGIN_ERROR, here(), "Adapter Key not found");
   const ParameterKeys keys(name_);
   const char* const first = keys.choices[0].text;
   const char* const second = keys.choices[1].text;
@@ -343,8 +328,7 @@ int Adapter::current_ip_address(char* buffer, std::size_t size) const {
     copy_cut(buffer, size, text);
     return 0;
   }
-  report(ADD_WARN, here(), "Cannot determine IP address. ");
-  return -1;
+  return report(ADD_WARN, here(), "Cannot determine IP address. ");
 }
 
 int read_connection_name(const char* system_name, char* buffer, std::uint32_t capacity) {
@@ -457,25 +441,22 @@ int Adapter::add_through_service(const char* address_text, const char* mask_text
   std::int32_t position = 0;
   if (const AddressSlot* listed = find_listed(inet_addr(address_text), position)) {
     if (listed->added_here() != 1) return 0;
-    report(BEGIN_ERROR, here(), "IPAddress <%s> already configured", address_text);
-    return -1;
+    return report(BEGIN_ERROR, here(), "IPAddress <%s> already configured", address_text);
   }
   for (position = FIRST_USABLE_SLOT; position < address_count_; ++position) {
     if (slot(position) != nullptr && slot(position)->is_blank()) break;
   }
-  if (position >= address_count_) {
-    report(BEGIN_ERROR, here(), "Cannot find unused slot to add %s", address_text);
-    return -1;
-  }
+  if (position >= address_count_)
+    return report(BEGIN_ERROR, here(), "Cannot find unused slot to add %s", address_text);
   if (fits_in(address_text, SLOT_TEXT_SIZE) == 0 || fits_in(effective_mask, SLOT_TEXT_SIZE) == 0) {
     // The slot would hold another text than the service was told.
     report(BEGIN_ERROR, here(), "address or mask longer than %d characters", SLOT_TEXT_SIZE - 1);
-    report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text, mask_text);
-    return -1;
+    return report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text,
+                  mask_text);
   }
   if (dhcpcsvc_notify_config_change(description_, position, address_text, effective_mask) != 1) {
-    report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text, mask_text);
-    return -1;
+    return report(ADD_WARN, here(), "Cannot add IPAddress <%s> with mask <%s>", address_text,
+                  mask_text);
   }
   AddressSlot& entry = *slot(position);
   entry.set_address(address_text);
@@ -490,10 +471,8 @@ int Adapter::add_to_interface(const char* address_text, const char* effective_ma
   if (grow_address_table() != 0) return fail_no_room(here());
   ULONG nte_context = 0;
   ULONG nte_instance = 0;
-  if (iphlpapi_add_ip_address(address, mask, index_, &nte_context, &nte_instance) != NO_ERROR) {
-    report(ADD_WARN, here(), "cannot add address <%s>.", address_text);
-    return -1;
-  }
+  if (iphlpapi_add_ip_address(address, mask, index_, &nte_context, &nte_instance) != NO_ERROR)
+    return report(ADD_WARN, here(), "cannot add address <%s>.", address_text);
   if (insert_added(address, mask, nte_context) != 0) return -1;
   Sleep(1);
   return 0;
@@ -535,17 +514,13 @@ int Adapter::remove_address(const char* address_text, bool any_owner) {
 int Adapter::delete_through_service(const char* address_text) {
   std::int32_t position = 0;
   AddressSlot* entry = find_listed(inet_addr(address_text), position);
-  if (entry == nullptr) {
-    report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
-    return -1;
-  }
+  if (entry == nullptr)
+    return report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
   if (entry->added_here() == 0) return 0;
   const char* const address = blank_address(position);
   const char* const mask = blank_mask(position);
-  if (dhcpcsvc_notify_config_change(description_, position, address, mask) != 1) {
-    report(ADD_WARN, here(), "Cannot delete IPAddress <%s>", address_text);
-    return -1;
-  }
+  if (dhcpcsvc_notify_config_change(description_, position, address, mask) != 1)
+    return report(ADD_WARN, here(), "Cannot delete IPAddress <%s>", address_text);
   entry->set_address(address);
   entry->set_mask(mask);
   return 0;
@@ -553,23 +528,18 @@ int Adapter::delete_through_service(const char* address_text) {
 
 int Adapter::delete_from_interface(const char* address_text, bool any_owner) {
   std::int32_t position = 0;
-  if (find_address_slot(inet_addr(address_text), position) != 0) {
-    report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
-    return -1;
-  }
+  if (find_address_slot(inet_addr(address_text), position) != 0)
+    return report(BEGIN_ERROR, here(), "Cannot find address <%s> to delete.", address_text);
   std::uint32_t nte_context = slot(position)->nte_context();
   if (nte_context == 0 && !any_owner) {
-    report(BEGIN_ERROR, here(), "address <%s> was created by another application.", address_text);
-    return -1;
+    return report(BEGIN_ERROR, here(), "address <%s> was created by another application.",
+                  address_text);
   }
   if (nte_context == 0) nte_context = find_nte_context(address_text);
-  if (nte_context == 0) {
-    report(ADD_WARN, here(), "Cannot identify context for IPAddress <%s>", address_text);
-    return -1;
-  }
+  if (nte_context == 0)
+    return report(ADD_WARN, here(), "Cannot identify context for IPAddress <%s>", address_text);
   if (iphlpapi_delete_ip_address(nte_context) != NO_ERROR) {
-    report(ADD_WARN, here(), "cannot delete address <%s>.", address_text);
-    return -1;
+    return report(ADD_WARN, here(), "cannot delete address <%s>.", address_text);
   }
   remove_from_table(addresses_, address_count_, position);
   Sleep(1);

@@ -58,14 +58,11 @@ int ExclusionList::load(const char* path) {
   const File stream = open_for_reading(path, "r");
   if (stream == nullptr) {
     begin_system_error(here(), "fopen");
-    report(ADD_WARN, here(), "cannot open file %s.", path);
-    return -1;
+    return report(ADD_WARN, here(), "cannot open file %s.", path);
   }
   ConfigFile file;
-  if (file.read(stream.get()) != 0) {
-    report(ADD_WARN, here(), "cannot load data from %s.", path);
-    return -1;
-  }
+  if (file.read(stream.get()) != 0)
+    return report(ADD_WARN, here(), "cannot load data from %s.", path);
   for (std::uint32_t i = 0; i < file.block_count(); ++i) load_block(path, file, i);
   return 0;
 }

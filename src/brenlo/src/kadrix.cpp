@@ -279,10 +279,7 @@ class AddressRun {
   char text_[48];
 };
 
-int fail_stress(ReportSite site, const char* text) {
-  report(WRITE_ERROR, site, "%s", text);
-  return -1;
-}
+int fail_stress(ReportSite site, const char* text) { return report(WRITE_ERROR, site, "%s", text); }
 
 // ---- Interruption -----------------------------------------------------------------------------
 
@@ -401,8 +398,7 @@ int add_all(StressTest& test) {
   write_info("   adding addresses");
   return for_each_address(test, [&test](const char* address) {
     if (test.system.add_address(test.adapter, address, test.mask) == 0) return 0;
-    report(CLOSE_ERROR, here(), "error adding address %s,%s.", address, test.mask);
-    return -1;
+    return report(CLOSE_ERROR, here(), "error adding address %s,%s.", address, test.mask);
   });
 }
 
@@ -410,8 +406,7 @@ int delete_all(StressTest& test) {
   write_info("   deleting addresses");
   return for_each_address(test, [&test](const char* address) {
     if (test.system.delete_address(test.adapter, address) == 0) return 0;
-    report(CLOSE_ERROR, here(), "error deleting address %s", address);
-    return -1;
+    return report(CLOSE_ERROR, here(), "error deleting address %s", address);
   });
 }
 

@@ -72,13 +72,11 @@ bool is_listed_active(const Adapter& adapter) {
 const char* shown_name(const char* name) { return name != nullptr ? name : FIRST_ACTIVE; }
 
 int fail_not_supported(ReportSite site) {
-  report(BEGIN_ERROR, site, "Functionality not supported on this windows release.");
-  return -1;
+  return report(BEGIN_ERROR, site, "Functionality not supported on this windows release.");
 }
 
 int fail_no_adapter(ReportSite site, const char* name) {
-  report(BEGIN_ERROR, site, "Cannot find <%s> adapter.", shown_name(name));
-  return -1;
+  return report(BEGIN_ERROR, site, "Cannot find <%s> adapter.", shown_name(name));
 }
 
 }  // namespace
@@ -177,10 +175,7 @@ void System::take_adapter(std::unique_ptr<Adapter> adapter) {
 
 int System::discover_bindings() {
   BindingList list;
-  if (list.read() != 0) {
-    report(CLOSE_ERROR, here(), "Cannot determine Tcpip linkage.");
-    return -1;
-  }
+  if (list.read() != 0) return report(CLOSE_ERROR, here(), "Cannot determine Tcpip linkage.");
   for_each_binding(list, [this](const char* binding) {
     if (adapter_count_ >= MAX_ADAPTERS) return false;
     char name[NAME_SIZE];
@@ -199,15 +194,9 @@ int System::discover_bindings() {
 int System::discover_interfaces() {
   const bool drop = drops_unaddressed();
   auto addresses = fetch_ip_addr_table();
-  if (addresses.buffer == nullptr) {
-    report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
-    return -1;
-  }
+  if (addresses.buffer == nullptr) return report(CLOSE_ERROR, here(), "GetIpAddrTable failed.");
   const auto interfaces = fetch_if_table();
-  if (interfaces.buffer == nullptr) {
-    report(CLOSE_ERROR, here(), "GetIfTable failed.");
-    return -1;
-  }
+  if (interfaces.buffer == nullptr) return report(CLOSE_ERROR, here(), "GetIfTable failed.");
   // Each adapter fetches the table for itself, and there may be hundreds of thousands of rows.
   if (!drop) addresses = {};
   for (const MIB_IFROW& row : table_rows(interfaces)) {
@@ -346,8 +335,8 @@ int System::remove_address(const char* name, const char* address, AdapterOperati
   if (mechanism_ == MECHANISM_NONE) return fail_not_supported(here());
   count_operation();
   if (has_address(name, address) == 0) {
-    report(BEGIN_ERROR, here(), "Address <%s> not found on %s adapter.", address, shown_name(name));
-    return -1;
+    return report(BEGIN_ERROR, here(), "Address <%s> not found on %s adapter.", address,
+                  shown_name(name));
   }
   Adapter* adapter = find_adapter(name, true);
   if (adapter == nullptr) return fail_no_adapter(here(), name);
@@ -363,8 +352,8 @@ int System::pad_blank_addresses(const char* name, std::int32_t count) {
   Adapter* adapter = find_adapter(name, false);
   if (adapter == nullptr) return fail_no_adapter(here(), name);
   if (adapter->write_tcpip_settings(count) == -1) {
-    report(ADD_WARN, here(), "Cannot pad blank addresses to <%s> adapter.", shown_name(name));
-    return -1;
+    return report(ADD_WARN, here(), "Cannot pad blank addresses to <%s> adapter.",
+                  shown_name(name));
   }
   return adapter->count_blank_slots();
 }
@@ -443,20 +432,12 @@ bool write_uuid(UUID& uuid, char (&text)[128]) {
 int make_uuid_hardware_address(const std::uint8_t*& address) {
   static std::uint8_t buffer[6];
   UUID uuid = {};
-  if (UuidCreate(&uuid) == RPC_S_UUID_NO_ADDRESS) {
-    report(BEGIN_ERROR, here(), "UuidCreate failed.");
-    return -1;
-  }
+  if (UuidCreate(&uuid) == RPC_S_UUID_NO_ADDRESS)
+    return report(BEGIN_ERROR, here(), "UuidCreate failed.");
   char text[128];
-  if (!write_uuid(uuid, text)) {
-    report(BEGIN_ERROR, here(), "UuidToString failed.");
-    return -1;
-  }
+  if (!write_uuid(uuid, text)) return report(BEGIN_ERROR, here(), "UuidToString failed.");
   char* const dash = std::strrchr(text, '-');
-  if (dash == nullptr) {
-    report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text);
-    return -1;
-  }
+  if (dash == nullptr) return report(BEGIN_ERROR, here(), "cannot find \"-\" in %s.", text);
   // A group that is too short reads as zeros.
   std::ranges::fill(buffer, std::uint8_t{0});
   std::int32_t length = 0;
@@ -472,15 +453,13 @@ int System::get_system_hardware_addresses(const std::uint8_t* (&addresses)[MAX_A
   uname(identity);
   const IdentitySource source = identity_source(identity);
   if (source == IdentitySource::NONE) {
-    report(WRITE_ERROR, here(),
-           "unsupported windows platform %s - must be 9x, Me, NT4, 2000, XP, 2003, Vista, 7",
-           identity.release);
-    return -1;
+    return report(WRITE_ERROR, here(),
+                  "unsupported windows platform %s - must be 9x, Me, NT4, 2000, XP, 2003, Vista, 7",
+                  identity.release);
   }
   if (source == IdentitySource::UUID) {
     if (make_uuid_hardware_address(addresses[0]) == 0) return 1;
-    report(ADD_WARN, here(), "cannot determine the hardware address for system.");
-    return -1;
+    return report(ADD_WARN, here(), "cannot determine the hardware address for system.");
   }
   int count = 0;
   for (const auto& adapter : adapters()) {
@@ -586,8 +565,7 @@ int get_host_address_from_nettrans(char (&buffer)[200]) {
   std::int32_t capacity = 1024;
   if (read_registry_value("System\\CurrentControlSet\\Services\\Class\\NetTrans\\0001", "IpAddress",
                           text, &capacity) != 0) {
-    report(ADD_WARN, here(), "Cannot determine IP address.");
-    return -1;
+    return report(ADD_WARN, here(), "Cannot determine IP address.");
   }
   copy_cut(buffer, text);
   return 0;
@@ -613,10 +591,7 @@ int read_bound_address(const char* binding, char (&address)[256]) {
 
 int get_host_address_from_bindings(char (&buffer)[200]) {
   BindingList list;
-  if (list.read() != 0) {
-    report(ADD_WARN, here(), "Cannot determine Tcpip linkage.");
-    return -1;
-  }
+  if (list.read() != 0) return report(ADD_WARN, here(), "Cannot determine Tcpip linkage.");
   bool found = false;
   for_each_binding(list, [&](const char* binding) {
     if (system_debug.is_enabled(__LINE__)) report(WRITE_DEBUG, here(), "adapter = \"%s\"", binding);
@@ -632,6 +607,5 @@ int get_host_address_from_bindings(char (&buffer)[200]) {
     return false;
   });
   if (found) return 0;
-  report(BEGIN_ERROR, here(), "no adapter found");
-  return -1;
+  return report(BEGIN_ERROR, here(), "no adapter found");
 }

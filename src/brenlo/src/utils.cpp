@@ -17,13 +17,11 @@ constexpr int LIST_SIZE = 200200;
 ReportSite here(int line = __builtin_LINE()) { return {".\\utils", line}; }
 
 int fail_open(ReportSite site, const char* key_path) {
-  report(BEGIN_ERROR, site, "Cannot open key <%s>", key_path);
-  return -1;
+  return report(BEGIN_ERROR, site, "Cannot open key <%s>", key_path);
 }
 
 int fail_size(ReportSite site, const char* key_path, const char* value_name) {
-  report(BEGIN_ERROR, site, "Insufficient buffer for <%s\\%s>", key_path, value_name);
-  return -1;
+  return report(BEGIN_ERROR, site, "Insufficient buffer for <%s\\%s>", key_path, value_name);
 }
 
 /// A value's bytes in a block of exactly its size; null after a reported failure.
@@ -58,8 +56,7 @@ int set_multi_sz(const RegistryKey& key, const char* key_path, const char* value
                      size) == ERROR_SUCCESS) {
     return 0;
   }
-  report(BEGIN_ERROR, here(), "Cannot set <%s\\%s>", key_path, value_name);
-  return -1;
+  return report(BEGIN_ERROR, here(), "Cannot set <%s\\%s>", key_path, value_name);
 }
 
 }  // namespace
@@ -99,8 +96,7 @@ int read_first_multi_sz(const char* key_path, const char* value_name, char* buff
   DWORD size = 0;
   if (RegQueryValueExA(key.get(), value_name, nullptr, &type, nullptr, &size) != ERROR_SUCCESS ||
       type != REG_MULTI_SZ) {
-    report(BEGIN_ERROR, here(), "<%s\\%s> is not a REG_MULTI_SZ key", key_path, value_name);
-    return -1;
+    return report(BEGIN_ERROR, here(), "<%s\\%s> is not a REG_MULTI_SZ key", key_path, value_name);
   }
   if (buffer == nullptr) {
     *capacity = size;
@@ -119,10 +115,8 @@ int read_first_multi_sz(const char* key_path, const char* value_name, char* buff
 int write_multi_sz_value(const char* key_path, const char* value_name, const void* data,
                          std::uint32_t size) {
   RegistryKey key = open_key(key_path, KEY_SET_VALUE);
-  if (key == nullptr && !create_key(key_path)) {
-    report(BEGIN_ERROR, here(), "Cannot create key <%s>", key_path);
-    return -1;
-  }
+  if (key == nullptr && !create_key(key_path))
+    return report(BEGIN_ERROR, here(), "Cannot create key <%s>", key_path);
   if (key == nullptr) key = open_key(key_path, KEY_SET_VALUE);
   if (key == nullptr) return fail_open(here(), key_path);
   return set_multi_sz(key, key_path, value_name, data, size);

@@ -177,8 +177,8 @@ constexpr ReportKind CLOSE_WARN = {LEVEL_WARN, false, true};
 constexpr ReportKind WRITE_ERROR = {LEVEL_ERROR, true, true};
 constexpr ReportKind WRITE_DEBUG = {LEVEL_DEBUG, true, true};
 
-[[gnu::format(printf, 3, 4)]] void report(ReportKind kind, ReportSite site, const char* format,
-                                          ...);
+/// Always -1, which is what a function that failed gives.
+[[gnu::format(printf, 3, 4)]] int report(ReportKind kind, ReportSite site, const char* format, ...);
 
 /// Begins a message of "CALL: REASON" at level ERROR, the reason that of the platform call that has
 /// just failed; see errmsg_error_system.
