@@ -105,22 +105,6 @@ TEST(Adapters, TakeAHundredGateways) {
   }
 }
 
-TEST(IpHelperAdapter, FindsPositionsByBinarySearch) {
-  const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("10.0.0.1/8 10.0.0.5/8 10.0.0.9/8"));
-  for (const auto& [address, result, position] : {std::tuple{"10.0.0.5", 0, 1},
-                                                  {"10.0.0.6", -1, 2},
-                                                  {"10.0.0.0", -1, 0},
-                                                  {"10.0.0.10", -1, 3},
-                                                  {"9.255.255.255", -1, 0},
-                                                  {"200.0.0.1", -1, 3},
-                                                  {"10.0.0.1", 0, 0},
-                                                  {"10.0.0.9", 0, 2}}) {
-    std::int32_t found = 99;
-    EXPECT_EQ(adapter->find_address_slot(inet_addr(address), found), result) << address;
-    EXPECT_EQ(found, position) << address;
-  }
-}
-
 TEST(IpHelperAdapter, AddsAtTheSortedPositionAndDeletesOnlyItsOwn) {
   const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("10.0.0.1/8 10.0.0.9/8"));
   adapter.host()->keep_diary();
@@ -154,19 +138,6 @@ TEST(IpHelperAdapter, KeepsTheContextsOfWhatIsStillThere) {
   EXPECT_EQ(adapter->restore_contexts(nullptr, 0), -1);
   EXPECT_EQ(adapter->save_contexts(saved, count), 0);
   EXPECT_EQ(adapter->restore_contexts(std::move(saved), count), 0);
-}
-
-TEST(IpHelperAdapter, GrowsInSteps) {
-  const Fixture adapter(MECHANISM_IP_HELPER, one_adapter(""));
-  EXPECT_EQ(adapter->address_capacity(), 0);
-  for (int i = 1; i <= 128; ++i) {
-    EXPECT_EQ(adapter->add_address(("10.0.0." + std::to_string(i)).c_str(), "255.0.0.0"), 0);
-  }
-  EXPECT_EQ(adapter->address_capacity(), 128);
-  EXPECT_EQ(adapter->add_address("10.0.0.0", "255.0.0.0"), 0);
-  EXPECT_EQ(adapter->address_capacity(), 256);
-  EXPECT_STREQ(adapter->address_slot(0)->address_text(), "10.0.0.0");
-  EXPECT_STREQ(adapter->address_slot(128)->address_text(), "10.0.0.128");
 }
 
 TEST(IpHelperAdapter, ChoosesTheMaskOfTheAddressClass) {
@@ -313,21 +284,6 @@ TEST(Adapters, ReportWhatFailsAtItsLevel) {
       EXPECT_THAT(lines.back(), testing::Not(testing::EndsWith("over"))) << report;
     });
   }
-}
-
-TEST(OtherMechanisms, DoNothing) {
-  const Fixture adapter(static_cast<IpMechanism>(7), one_adapter("10.0.0.1/8", 9));
-  errmsg_begin();
-  EXPECT_EQ(adapter.table(), "");
-  EXPECT_EQ(adapter->add_address("10.0.0.5", "0.0.0.0"), -1);
-  EXPECT_EQ(adapter->delete_address("10.0.0.1"), -1);
-  EXPECT_EQ(adapter->purge_address("10.0.0.1"), -1);
-  EXPECT_EQ(adapter->read_tcpip_settings(), 0);
-  EXPECT_EQ(adapter->read_gateways(), 0);
-  EXPECT_EQ(adapter->write_tcpip_settings(3), 0);
-  EXPECT_EQ(adapter->probe_address_change(), 0);
-  EXPECT_EQ(adapter->has_address("10.0.0.1"), 0);
-  EXPECT_STREQ(errmsg_compose(), "");
 }
 
 // ---- Current address ---------------------------------------------------------------------------

@@ -134,17 +134,6 @@ TEST_F(NetshTest, ReadsWhateverTheChildPrints) {
   errno = 0;
 }
 
-TEST(NetshOutput, OfAChildThatSaysNothingIsEmpty) {
-  SECURITY_ATTRIBUTES attributes = {};
-  HANDLE read_end = nullptr;
-  HANDLE write_end = nullptr;
-  ASSERT_NE(CreatePipe(&read_end, &write_end, &attributes, 0), FALSE);
-  std::size_t length = 9;
-  EXPECT_STREQ(read_pipe_output(length, write_end, read_end).get(), "");
-  EXPECT_EQ(length, 0U);
-  CloseHandle(read_end);
-}
-
 TEST_F(NetshTest, NothingIsStartedWithoutAProgram) {
   ASSERT_EQ(adapter().add_ipv6_address("2001:db8::5"), 0);
   setenv("windir", "/nowhere at all", 1);

@@ -111,48 +111,6 @@ TEST(Descriptions, AreRefusedWithLineAndReason) {
   }
 }
 
-TEST(Descriptions, TakeEveryKey) {
-  const HostDescription read = parse_description(
-      R"(os = {platform_id = 7, major = 8, minor = 9, service_pack = "Pack", user = "me"}
-libraries = {iphlpapi = true, dhcpcsvc = false, wship6 = ["getaddrinfo"]}
-time.sleep = false
-faults = [{function = "Sleep", code = 5, skip = 2, times = 3}, {function = "CreatePipe", raise = true}]
-registry.K = {text = "t", list = ["a", ""], number = 258, none = false}
-[[adapters]]
-name = "A"
-description = "D"
-connection = "C"
-index = 4294967295
-type = 71
-hardware_address = "01-02-03-04-05-06-07-fF"
-addresses = ["10.0.0.1/32", "0.0.0.0/0", "0.0.0.0/0.0.0.0", "9.255.255.255-10.0.0.0/9"]
-gateways = ["10.0.0.2", "10.0.0.3"]
-blank_slots = 10010
-bound = false
-)",
-      "d");
-  using std::string_literals::operator""s;
-  HostDescription host;
-  host.version = {7, 8, 9, "Pack"};
-  host.user = "me";
-  host.libraries = {{"dhcpcsvc", false, {}},
-                    {"iphlpapi", true, {}},
-                    {"wship6", true, std::vector<std::string>{"getaddrinfo"}}};
-  host.sleep = false;
-  const std::vector<BYTE> hardware = {1, 2, 3, 4, 5, 6, 7, 0xFF};
-  const std::vector<AddressDescription> addresses = {
-      {0x0100000A, ~0U}, {0, 0}, {0, 0}, {0xFFFFFF09, 0x80FF}, {0x0A, 0x80FF}};
-  const std::vector<std::string> gateways = {"10.0.0.2", "10.0.0.3"};
-  host.adapters = {{"A", "D", "C", 4294967295, 71, hardware, addresses, gateways, 10010, false}};
-  host.registry_keys = {"K"};
-  host.registry = {{"K", "list", RegistryValue{REG_MULTI_SZ, "a\0\0\0"s}},
-                   {"K", "none", {}},
-                   {"K", "number", RegistryValue{REG_DWORD, "\2\1\0\0"s}},
-                   {"K", "text", RegistryValue{REG_SZ, "t\0"s}}};
-  host.faults = {{"Sleep", {5, false}, 2, 3}, {"CreatePipe", {0, true}, 0, {}}};
-  EXPECT_TRUE(read == host);
-}
-
 TEST(Descriptions, TheDefaultIsEmbedded) {
   EXPECT_TRUE(default_description() == read_description(SOURCE_ROOT "/hosts/default.toml"));
 }

@@ -203,19 +203,6 @@ TEST(Resolution, SearchesTheDirectoriesOfItsMode) {
   EXPECT_EQ(dll_init_searchpath(), 0);
 }
 
-// A drive's letter is dropped wherever a path is opened, tested or listed.
-TEST(Resolution, DropsDrives) {
-  const TestFolder folder;
-  const SearchPath search(("C:" + folder.path()).c_str());
-  static_cast<void>(folder.write("list/a", ""));
-  static_cast<void>(folder.write("link.lnk", shortcut("D:" + folder.path() + "/list/a")));
-  EXPECT_EQ(found_by(search, "list"), "c:" + folder.path() + "/list");
-  EXPECT_EQ(found_by(search, "link"), folder.path() + "/list/a");
-  ListingBuffer buffer;
-  EXPECT_NE(search.open_listing("list", SEARCH_PRIVATE, buffer), nullptr);
-  EXPECT_NE(open_for_reading(("Z:" + folder.path() + "\\list\\a").c_str(), "r"), nullptr);
-}
-
 TEST(Listing, GivesEveryEntry) {
   const TestFolder folder;
   const SearchPath search(folder.path().c_str());

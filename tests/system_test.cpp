@@ -2,7 +2,6 @@
 
 #include "brenlo/src/brenlocfg.h"
 #include "brenlo/src/kadrix.h"
-#include "shared/include/os_identity.h"
 #include "shared/include/vmk_debug.h"
 #include "tests/support/hosts.h"
 
@@ -27,24 +26,6 @@ std::unique_ptr<ExclusionEntry> excluded(ExclusionKind kind, const std::string& 
   entry->length = static_cast<std::int32_t>(value.size());
   value.copy(entry->value, sizeof entry->value - 1);
   return entry;
-}
-
-TEST(Uname, TellsTheReleasesApart) {
-  for (const auto& [os, release] : {std::pair{"0, major = 3", "3.10 (win32s)"},
-                                    {"1, major = 4, minor = 0", "95"},
-                                    {"1, major = 4, minor = 10", "98"},
-                                    {"1, major = 4, minor = 90", "Me"},
-                                    {"1, major = 4, minor = 11", ""},
-                                    {"2, major = 10, minor = 0", "NT 10.0"},
-                                    {"3, major = 5, minor = 1", ""}}) {
-    const TestHost host(std::string("os = {service_pack = 'Service Pack 3', platform_id = ") + os +
-                        "}");
-    OsIdentity identity;
-    EXPECT_EQ(uname(identity), 0);
-    EXPECT_STREQ(identity.release, release) << os;
-    EXPECT_STREQ(identity.version, "Service Pack 3");
-    EXPECT_EQ(std::string(identity.sysname) + identity.machine + identity.nodename, "windowsx86");
-  }
 }
 
 TEST(FindAdapter, ByPrefixThenBySuffix) {
@@ -191,34 +172,6 @@ TEST(DhcpClient, RefusesToCutAListShort) {
       ElementsAre("WARN  @ system:# - Cannot pad blank addresses to <first active> adapter.",
                   "      @ adapter:# - Cannot set Tcpip parms for Adapter <E100B1>.",
                   "      @ adapter:# - more than 10010 addresses"));
-}
-
-// ---- Exclusion list ----------------------------------------------------------------------------
-
-TEST(Exclusions, MatchByBeginnings) {
-  ExclusionList list;
-  EXPECT_EQ(list.excludes_name("Local Area Connection"), 0);
-  list.append(excluded(EXCLUDED_NAME, "Local Area Connection"));
-  list.append(excluded(EXCLUDED_NAME, "first\nsecond"));
-  for (const char* name :
-       {"Local Area Connection", "Local Area Connection 2", "Local", "", "first", "fir"}) {
-    EXPECT_EQ(list.excludes_name(name), 1) << name;
-  }
-  for (const char* name : {"local area connection 2", "Wireless", "second", "first one"}) {
-    EXPECT_EQ(list.excludes_name(name), 0) << name;
-  }
-  const std::uint8_t address[6] = {0x00, 0x0C, 0x29, 1, 2, 3};
-  EXPECT_EQ(list.excludes_address(address), 0);
-  list.append(excluded(EXCLUDED_ADDRESS, std::string("\x00\x50", 2)));
-  EXPECT_EQ(list.excludes_address(address), 0);
-  list.append(excluded(EXCLUDED_ADDRESS, std::string("\x00\x0C\x29\x01\x02\x03\x99", 7)));
-  EXPECT_EQ(list.excludes_address(address), 1);
-  EXPECT_EQ(list.count(), 4);
-  EXPECT_EQ(list.clear(), 0);
-  EXPECT_EQ(list.count(), 0);
-  EXPECT_EQ(list.excludes_address(address), 0);
-  list.append(excluded(EXCLUDED_ADDRESS, ""));
-  EXPECT_EQ(list.excludes_address(address), 1);
 }
 
 }  // namespace
