@@ -6,6 +6,7 @@
 #include <rpc.h>
 
 #include <algorithm>
+#include <bit>
 #include <cerrno>
 #include <cstddef>
 #include <filesystem>
@@ -173,18 +174,17 @@ class HostContract : public testing::TestWithParam<const char*> {
     EXPECT_EQ(less, size);
   }
 
-  [[nodiscard]] std::vector<std::string> table() {
+  /// The rows of the address table, each as "INTERFACE ADDRESS/PREFIX, ".
+  [[nodiscard]] std::string table() {
     fetch(GetIpAddrTable);
-    std::vector<std::string> lines;
+    std::string text;
     for (const MIB_IPADDRROW& row : rows_of<MIB_IPADDRTABLE>()) {
       EXPECT_EQ(std::pair(row.dwBCastAddr, row.dwReasmSize), std::pair(DWORD{1}, DWORD{65535}));
-      for (const auto& [name, index] : index_) {
-        if (index == row.dwIndex) {
-          lines.push_back(name + " " + dotted(row.dwAddr) + " " + dotted(row.dwMask));
-        }
-      }
+      const auto has_index = [&](const auto& it) { return it.second == row.dwIndex; };
+      text += std::ranges::find_if(index_, has_index)->first + " " + dotted(row.dwAddr) + "/" +
+              std::to_string(std::popcount(row.dwMask)) + ", ";
     }
-    return lines;
+    return text;
   }
 
   [[nodiscard]] const IP_ADAPTER_INFO* information() {
@@ -252,10 +252,7 @@ INSTANTIATE_TEST_SUITE_P(All, HostContract, testing::Values("simulated", "linux"
 
 TEST_P(HostContract, ShowsInterfacesByIndex) {
   EXPECT_EQ(index_.size(), 3U);
-  const auto rows = rows_of<MIB_IFTABLE>();
-  EXPECT_TRUE(std::is_sorted(rows.begin(), rows.end(), [](const MIB_IFROW& a, const MIB_IFROW& b) {
-    return a.dwIndex < b.dwIndex;
-  }));
+  EXPECT_TRUE(std::ranges::is_sorted(rows_of<MIB_IFTABLE>(), {}, &MIB_IFROW::dwIndex));
   MIB_IFROW row = {};
   row.dwIndex = index_["a0"];
   ASSERT_EQ(GetIfEntry(&row), 0U);
@@ -272,14 +269,11 @@ TEST_P(HostContract, ShowsInterfacesByIndex) {
 }
 
 TEST_P(HostContract, ShowsAddressesInAscendingOrder) {
-  EXPECT_THAT(table(), ElementsAre("b0 0.0.0.0 0.0.0.0", "a0 9.200.0.1 255.255.255.0",
-                                   "a0 10.1.0.9 255.255.0.0", "a0 10.1.0.10 255.255.0.0",
-                                   "lo 127.0.0.1 255.0.0.0"));
+  const std::string first = "b0 0.0.0.0/0, a0 9.200.0.1/24, ";
+  const std::string last = "a0 10.1.0.9/16, a0 10.1.0.10/16, lo 127.0.0.1/8, ";
+  EXPECT_EQ(table(), first + last);
   EXPECT_EQ(add("9.255.0.1", WIDE, index_["a0"]), 0U);
-  EXPECT_THAT(table(), ElementsAre("b0 0.0.0.0 0.0.0.0", "a0 9.200.0.1 255.255.255.0",
-                                   "a0 9.255.0.1 255.255.0.0", "a0 10.1.0.9 255.255.0.0",
-                                   "a0 10.1.0.10 255.255.0.0", "lo 127.0.0.1 255.0.0.0"))
-      << "at once";
+  EXPECT_EQ(table(), first + "a0 9.255.0.1/16, " + last) << "at once";
 }
 
 TEST_P(HostContract, TellsOfAdaptersButTheLoopback) {
@@ -315,7 +309,7 @@ TEST_P(HostContract, RefusesWhatThePlatformRefuses) {
   EXPECT_EQ(add("10.0.0.2", WIDE, 4711), 55U) << "no such interface";
   EXPECT_EQ(add("10.1.0.9", WIDE, a0), 5010U);
   EXPECT_EQ(add("10.1.0.9", 0xFF, index_["b0"]), 5010U) << "another interface has it";
-  EXPECT_EQ(table().size(), 5U);
+  EXPECT_THAT(table(), testing::Not(testing::HasSubstr("10.0.0.2")));
   EXPECT_EQ(add("10.0.0.2", 0xFFFFFFFF, a0), 0U);
   // Subnet addresses are none to the platform.
   EXPECT_EQ(add("10.1.0.0", WIDE, a0), 0U);
@@ -522,11 +516,9 @@ TEST(Platform, TellsOfItself) {
   EXPECT_EQ(UuidToStringA(&uuid, &uuid_text), RPC_S_OK);
   EXPECT_STREQ(reinterpret_cast<char*>(uuid_text), "00a0c91e-6bf6-11d0-8a01-0203040506ff");
   RpcStringFreeA(&uuid_text);
-  for (int i = 0; i < 16; ++i) {
-    EXPECT_EQ(UuidCreate(&uuid), RPC_S_OK);
-    EXPECT_EQ(uuid.Data3 >> 12, 4);
-    EXPECT_EQ(uuid.Data4[0] >> 6, 2);
-  }
+  EXPECT_EQ(UuidCreate(&uuid), RPC_S_OK);
+  EXPECT_EQ(uuid.Data3 >> 12, 4);
+  EXPECT_EQ(uuid.Data4[0] >> 6, 2);
   EXPECT_EQ(errno, 99);
   errno = 0;
 }

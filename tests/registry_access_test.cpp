@@ -16,25 +16,29 @@ text = "ten bytes"
 number = 7
 )";
 
+/// Expects a read to give a text, or to leave the buffer alone and report.
+void expect_read(const char* buffer, int result, const char* text, const char* report) {
+  EXPECT_EQ(result, report == nullptr ? 0 : -1);
+  EXPECT_STREQ(buffer, report == nullptr ? text : "untouched");
+  if (report != nullptr) {
+    EXPECT_THAT(held_lines(), ElementsAre(report));
+  }
+}
+
 TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
   const TestHost host(VALUES);
-  using Case = std::tuple<const char*, const char*, std::int32_t, int, const char*>;
-  for (const auto& [key, value, capacity, result, report] :
-       {Case{"SOFTWARE\\key", "TEXT", 10, 0, nullptr},
-        {"Software\\Key", "text", 9, -1,
+  using Case = std::tuple<const char*, const char*, std::int32_t, const char*>;
+  for (const auto& [key, value, capacity, report] :
+       {Case{"SOFTWARE\\key", "TEXT", 10, nullptr},
+        {"Software\\Key", "text", 9,
          "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\text>"},
-        {"Software\\Key", "none", 0, -1, "ERROR @ utils:# - Cannot read <Software\\Key\\none>"},
-        {"Software\\Kex", "text", 9, -1, "ERROR @ utils:# - Cannot open key <Software\\Kex>"},
-        {"Software", "text", 9, -1, "ERROR @ utils:# - Cannot read <Software\\text>"}}) {
+        {"Software\\Key", "none", 0, "ERROR @ utils:# - Cannot read <Software\\Key\\none>"},
+        {"Software\\Kex", "text", 9, "ERROR @ utils:# - Cannot open key <Software\\Kex>"},
+        {"Software", "text", 9, "ERROR @ utils:# - Cannot read <Software\\text>"}}) {
     char buffer[16] = "untouched";
     std::int32_t size = capacity;
-    EXPECT_EQ(read_registry_value(key, value, buffer, &size), result) << value;
+    expect_read(buffer, read_registry_value(key, value, buffer, &size), "ten bytes", report);
     EXPECT_EQ(size, capacity);
-    if (result == 0) {
-      EXPECT_STREQ(buffer, "ten bytes");
-    } else {
-      EXPECT_THAT(held_lines(), ElementsAre(report));
-    }
   }
   std::int32_t size = 0;
   EXPECT_EQ(read_registry_value("Software\\Key", "list", nullptr, &size), 0);
@@ -46,21 +50,17 @@ TEST(RegistryAccess, ReadsWholeValuesWithinTheCapacity) {
 
 TEST(RegistryAccess, ReadsTheFirstStringOfAList) {
   const TestHost host(VALUES);
-  using Case = std::tuple<const char*, std::uint32_t, int, const char*>;
-  for (const auto& [value, capacity, result, report] :
-       {Case{"list", 9, 0, nullptr},
-        {"list", 8, -1, "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\list>"},
-        {"text", 99, -1, "ERROR @ utils:# - <Software\\Key\\text> is not a REG_MULTI_SZ key"},
-        {"number", 99, -1, "ERROR @ utils:# - <Software\\Key\\number> is not a REG_MULTI_SZ key"},
-        {"none", 99, -1, "ERROR @ utils:# - <Software\\Key\\none> is not a REG_MULTI_SZ key"}}) {
+  using Case = std::tuple<const char*, std::uint32_t, const char*>;
+  for (const auto& [value, capacity, report] :
+       {Case{"list", 9, nullptr},
+        {"list", 8, "ERROR @ utils:# - Insufficient buffer for <Software\\Key\\list>"},
+        {"text", 99, "ERROR @ utils:# - <Software\\Key\\text> is not a REG_MULTI_SZ key"},
+        {"number", 99, "ERROR @ utils:# - <Software\\Key\\number> is not a REG_MULTI_SZ key"},
+        {"none", 99, "ERROR @ utils:# - <Software\\Key\\none> is not a REG_MULTI_SZ key"}}) {
     char buffer[100] = "untouched";
     std::uint32_t size = capacity;
-    EXPECT_EQ(read_first_multi_sz("Software\\Key", value, buffer, &size), result) << value;
-    if (result == 0) {
-      EXPECT_STREQ(buffer, "10.0.0.1");
-    } else {
-      EXPECT_THAT(held_lines(), ElementsAre(report));
-    }
+    const int result = read_first_multi_sz("Software\\Key", value, buffer, &size);
+    expect_read(buffer, result, "10.0.0.1", report);
   }
 }
 

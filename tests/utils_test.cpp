@@ -244,21 +244,22 @@ TEST(IdenticalFiles, LoseTheFirst) {
   }
   const std::string path = folder.write("a", "");
   const std::string none = folder.path() + "/none";
-  errno = 0;
-  EXPECT_EQ(remove_if_identical(path.c_str(), none.c_str()), -1);
-  errno = 0;
+  const auto expect_failure = [](const std::string& a, const std::string& b) {
+    errno = 0;
+    EXPECT_EQ(remove_if_identical(a.c_str(), b.c_str()), -1);
+    errno = 0;
+  };
+  expect_failure(path, none);
   EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot open " + none,
                                         "      @ utils:# - fopen: No such file or directory"));
-  EXPECT_EQ(remove_if_identical(path.c_str(), folder.path().c_str()), -1);
-  errno = 0;
+  expect_failure(path, folder.path());
   EXPECT_TRUE(std::filesystem::exists(path));
-  EXPECT_EQ(remove_if_identical("/proc/version", "/proc/version"), -1);
+  expect_failure("/proc/version", "/proc/version");
   EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot delete /proc/version",
                                         testing::StartsWith("      @ utils:# - unlink: ")));
-  EXPECT_EQ(remove_if_identical(path.c_str(), "/proc/self/mem"), -1);
+  expect_failure(path, "/proc/self/mem");
   EXPECT_THAT(held_lines(), ElementsAre("WARN  @ utils:# - cannot read /proc/self/mem",
                                         "      @ utils:# - fread: Input/output error"));
-  errno = 0;
 }
 
 // ---- Time, names, reports ----------------------------------------------------------------------
@@ -276,7 +277,6 @@ TEST(Time, IsAddedAndTakenAway) {
   EXPECT_EQ(time.microseconds, 100000);
   const TimeValue now = current_time();
   EXPECT_EQ(now.microseconds % 1000, 0);
-  EXPECT_LE(now_seconds() - now.seconds, 10);
   // Never behind a time read before.
   const std::int64_t before = std::int64_t{now.seconds} * 1000 + now.microseconds / 1000;
   EXPECT_LE(now_ms() - static_cast<std::uint32_t>(before), 10000U);
