@@ -35,14 +35,14 @@ struct Start {
   int nowhere = -1;
 };
 
-class Terminal : NotCopied {
+class PseudoTerminal : NotCopied {
  public:
-  explicit Terminal(const Start& start = {}) {
+  explicit PseudoTerminal(const Start& start = {}) {
     const winsize size = {40, 120, 0, 0};
     child_ = forkpty(&descriptor_, nullptr, nullptr, &size);
     if (child_ == 0) become_program(start);
   }
-  ~Terminal() {
+  ~PseudoTerminal() {
     hang_up();
     if (child_ > 0) end();
   }
@@ -156,7 +156,7 @@ const std::string KEEP = "\x1B[22;2t";
 const std::string RESTORE = "\x1B[23;2t";
 
 TEST_F(Console, TakesWhatIsTyped) {
-  Terminal terminal;
+  PseudoTerminal terminal;
   for (const auto& [typed, shown] : std::initializer_list<std::pair<std::string, std::string>>{
            {"first line", BAD + "first\r\n"},
            {"second" + LEFT + LEFT + "\x7F" + "X" + HOME + "Y", BAD + "YsecXnd\r\n"},
@@ -198,7 +198,7 @@ TEST_F(Console, TakesWhatIsTyped) {
   terminal.send("\x05line\r", BAD + "halfline\r\n");
   terminal.type("\x04", "done.\r\n");
   EXPECT_EQ(terminal.end(), 0);
-  Terminal plain({.locale = "C"});
+  PseudoTerminal plain({.locale = "C"});
   plain.type("B\xC3\xBCro\r", BAD + "B\xC3\xBCro\r\n");
 }
 
@@ -211,7 +211,7 @@ TEST_F(Console, TellsWhatWouldLeadTheTerminalAstray) {
       "host.toml", "[[adapters]]\nname = \"A\"\nindex = 1\ndescription = \"" + name + "\"\n");
   // Whatever the other streams are.
   for (const int nowhere : {-1, STDIN_FILENO, STDOUT_FILENO}) {
-    Terminal terminal({.host = host.c_str(), .argument = "print", .nowhere = nowhere});
+    PseudoTerminal terminal({.host = host.c_str(), .argument = "print", .nowhere = nowhere});
     const std::string shown = terminal.read_to_end();
     EXPECT_THAT(shown, HasSubstr("^[[2J^?^M\t\r\r\n\\xC2\\x85\\xE2\\x80\\xAE\\xE2\\x80\\x8B"
                                  "\xE2\x82\xAC\xF0\x9F\x98\x80\xC3\xA9\xC3"));
@@ -226,19 +226,19 @@ TEST_F(Console, HasATitleWhereTheTerminalHasOne) {
                                         {"linux", false},
                                         {"dumb", false},
                                         {static_cast<const char*>(nullptr), false}}) {
-    Terminal terminal({.terminal = name});
+    PseudoTerminal terminal({.terminal = name});
     terminal.type("quit\r", "done.\r\n");
     const std::string shown = terminal.read_to_end();
     EXPECT_EQ(shown.find(RESTORE) != std::string::npos, has_title) << shown;
   }
-  Terminal live({.host = "linux"});
+  PseudoTerminal live({.host = "linux"});
   live.read_to(KEEP + "\x1B]2;kadrix: this machine\x07");
 }
 
 TEST_F(Console, InterruptsAStressTest) {
   const std::string own_title = "\x1B]2;kadrix: simulated host\x07";
   const std::string stress = "stress 1 2000 10.1.1.1 255.255.0.0 fast\r";
-  Terminal terminal;
+  PseudoTerminal terminal;
   terminal.type(stress, "adding 1 of 2000\x07");
   terminal.send("\x03", "stress test interrupted.\r\n");
   terminal.read_to(own_title);
@@ -253,23 +253,23 @@ TEST_F(Console, InterruptsAStressTest) {
   const int status = terminal.end();
   EXPECT_TRUE(WIFSIGNALED(status) && WTERMSIG(status) == SIGINT) << status;
   for (const int number : {SIGQUIT, SIGTERM}) {
-    Terminal ended;
+    PseudoTerminal ended;
     ended.type(stress, "adding 1 of 2000\x07");
     ended.signal(number);
     ended.read_to(RESTORE);
     EXPECT_TRUE(WIFSIGNALED(ended.end()));
   }
   // What is typed matters, not where the prompt goes.
-  Terminal silent({.nowhere = STDOUT_FILENO});
+  PseudoTerminal silent({.nowhere = STDOUT_FILENO});
   silent.send("stress 1 2000 10.1.1.1 255.255.0.0 fast\n", "adding addresses\r\n");
   silent.send("\x03", "stress test interrupted.\r\n");
-  Terminal failing;
+  PseudoTerminal failing;
   failing.type("stress 1 300 223.255.255.1 255.255.0.0 fast\r", "error adding");
   failing.read_to(own_title);
 }
 
 TEST_F(Console, TellsHowFarAStressTestIs) {
-  Terminal terminal;
+  PseudoTerminal terminal;
   const std::string run =
       terminal.type("stress 2 1001 10.1.1.1 255.255.0.0 fast\r", "Iteration 1...\r\n");
   for (const char* work : {"adding", "deleting"}) {
@@ -280,7 +280,7 @@ TEST_F(Console, TellsHowFarAStressTestIs) {
 
 TEST_F(Console, EndsWithATerminalThatGoesAway) {
   for (const char* typed : {"print", "stress 99 9999 10.1.1.1 255.255.0.0 fast\r"}) {
-    Terminal terminal;
+    PseudoTerminal terminal;
     terminal.type(typed, std::string(typed, 5));
     terminal.hang_up();
     const int status = terminal.end();
@@ -292,7 +292,7 @@ TEST_F(Console, EndsWithATerminalThatGoesAway) {
 // it, and what comes out of it would be commands.
 TEST_F(Console, DoesWithoutAStream) {
   for (const int closed : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
-    Terminal terminal({.host = "linux", .argument = "print", .closed = closed});
+    PseudoTerminal terminal({.host = "linux", .argument = "print", .closed = closed});
     EXPECT_EQ(terminal.read_to_end().empty(), closed == STDERR_FILENO);
     EXPECT_EQ(terminal.end(), 0);
   }

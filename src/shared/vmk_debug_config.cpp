@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 #include "shared/include/searchpath.h"
 #include "shared/include/utils.h"

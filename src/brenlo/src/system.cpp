@@ -421,7 +421,7 @@ IdentitySource identity_source(const OsIdentity& identity) {
 /// Writes a UUID as text; false when the platform gives none.
 bool write_uuid(UUID& uuid, char (&text)[128]) {
   RPC_CSTR own = nullptr;
-  if (UuidToStringA(&uuid, &own) != RPC_S_OK) return false;
+  if (UuidToStringA(&uuid, &own) != RPC_S_OK || own == nullptr) return false;
   copy_cut(text, reinterpret_cast<const char*>(own));
   RpcStringFreeA(&own);
   return true;
