@@ -21,7 +21,8 @@
 
 namespace {
 
-// A HANDLE of these functions is one more than a descriptor; null stands for a process or thread.
+// A HANDLE of these functions is one more than a descriptor, which is inheritable unless it is to
+// be closed when a program is started; null stands for a process or thread.
 
 HANDLE handle_of(int descriptor) {
   return reinterpret_cast<HANDLE>(static_cast<std::intptr_t>(descriptor) + 1);
@@ -110,20 +111,25 @@ bool start(char* const* arguments, const STARTUPINFOA& startup) {
 
 }  // namespace
 
-BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES /*attributes*/,
+BOOL WINAPI CreatePipe(HANDLE* read_end, HANDLE* write_end, LPSECURITY_ATTRIBUTES attributes,
                        DWORD /*size*/) {
   return run_setting_last_error<BOOL>("CreatePipe", [=]() -> BOOL {
     int ends[2];
-    if (pipe2(ends, O_CLOEXEC) != 0) return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
+    const bool inheritable = attributes != nullptr && attributes->bInheritHandle != FALSE;
+    if (pipe2(ends, inheritable ? 0 : O_CLOEXEC) != 0)
+      return set_last_error<BOOL>(ERROR_NOT_ENOUGH_MEMORY);
     *read_end = handle_of(ends[0]);
     *write_end = handle_of(ends[1]);
     return TRUE;
   });
 }
 
-/// A process inherits its three standard streams and nothing else, whatever is set here.
-BOOL WINAPI SetHandleInformation(HANDLE /*handle*/, DWORD /*mask*/, DWORD /*flags*/) {
-  return run_setting_last_error<BOOL>("SetHandleInformation", [] { return TRUE; });
+BOOL WINAPI SetHandleInformation(HANDLE handle, DWORD mask, DWORD flags) {
+  return run_setting_last_error<BOOL>("SetHandleInformation", [=] {
+    const int kept_back = (flags & HANDLE_FLAG_INHERIT) != 0 ? 0 : FD_CLOEXEC;
+    if ((mask & HANDLE_FLAG_INHERIT) != 0) fcntl(descriptor_of(handle), F_SETFD, kept_back);
+    return TRUE;
+  });
 }
 
 BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
@@ -132,6 +138,11 @@ BOOL WINAPI CreateProcessA(LPCSTR /*application*/, LPSTR command_line,
                            LPCSTR /*directory*/, LPSTARTUPINFOA startup,
                            LPPROCESS_INFORMATION information) {
   return run_setting_last_error<BOOL>("CreateProcessA", [=]() -> BOOL {
+    for (const HANDLE handle : {startup->hStdInput, startup->hStdOutput, startup->hStdError}) {
+      if (handle != nullptr && (fcntl(descriptor_of(handle), F_GETFD) & FD_CLOEXEC) != 0) {
+        return set_last_error<BOOL>(ERROR_INVALID_HANDLE);
+      }
+    }
     std::vector<std::string> arguments = find_program(command_line);
     std::vector<char*> pointers(arguments.size() + 1);  // the last is null
     std::transform(arguments.begin(), arguments.end(), pointers.begin(),
