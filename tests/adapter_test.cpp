@@ -109,6 +109,7 @@ TEST(IpHelperAdapter, AddsAtTheSortedPositionAndDeletesOnlyItsOwn) {
   const Fixture adapter(MECHANISM_IP_HELPER, one_adapter("10.0.0.1/8 10.0.0.9/8"));
   adapter.host()->keep_diary();
   EXPECT_EQ(adapter->add_address("10.0.0.7", "0.0.0.0"), 0);
+  EXPECT_EQ(adapter->address_capacity(), 128);
   EXPECT_EQ(adapter.table(), "10.0.0.1/255.0.0.0 10.0.0.7/255.0.0.0 10.0.0.9/255.0.0.0 ");
   EXPECT_NE(adapter->address_slot(1)->nte_context(), 0U);
   EXPECT_EQ(adapter->delete_address("10.0.0.9"), -1);
